@@ -1,0 +1,48 @@
+// The checks every exported function runs, in their fixed order: the
+// initialisation gate, handles (6), values (87), pointers (998), windows
+// (1400); then the work collects its first error in `record`, and Finish
+// publishes it. A failed check sets the last error by code and returns false,
+// so an export reads:
+//
+//     ExportCall call;
+//     if (!call.Gate() || !call.Handle(tiff) || !call.Value(page != 0)) return 0;
+//     ... work with call.record ...
+//     return call.Finish() ? result : 0;
+#pragma once
+
+#include <cstddef>
+
+#include "frame/error_record.h"
+#include "frame/library.h"
+#include "platform/platform.h"
+
+namespace velmora {
+
+class ExportCall {
+public:
+    bool Gate() { return EnsureLibraryInitialized() != 0; }
+    bool Handle(HGLOBAL handle) { return platform::IsValidHandle(handle) || Fail(kErrInvalidHandle); }
+    bool Value(bool inRange) { return inRange || Fail(kErrInvalidParameter); }
+    bool Readable(const void* pointer, size_t bytes) {
+        return platform::IsReadableMemory(pointer, bytes) || Fail(kErrNoAccess);
+    }
+    bool Writable(void* pointer, size_t bytes) {
+        return platform::IsWritableMemory(pointer, bytes) || Fail(kErrNoAccess);
+    }
+    bool String(const char* text) { return platform::IsReadableString(text) || Fail(kErrNoAccess); }
+    bool String(const char16_t* text) { return platform::IsReadableString(text) || Fail(kErrNoAccess); }
+    bool Callable(const void* code) { return platform::IsCallable(code) || Fail(kErrNoAccess); }
+    bool Window(HWND window) { return platform::IsWindowHandle(window) || Fail(kErrInvalidWindow); }
+
+    // 1 when the work succeeded; otherwise publishes the record and returns 0.
+    int Finish() { return FinishWithRecord(record); }
+
+    static bool Fail(uint32_t code) {
+        SetErrorCode(code);
+        return false;
+    }
+
+    ErrorRecord record;
+};
+
+}  // namespace velmora
