@@ -22,7 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       __builtin_trap();  // every listed row must be readable
     }
     velmora::ResourceBytes found;
-    if (!file.FindResource(resource.type, resource.id, &found) || found.data != resource.bytes.data ||
+    if (!file.FindResourceBytes(resource.type, resource.id, &found) || found.data != resource.bytes.data ||
         found.size != resource.bytes.size) {
       __builtin_trap();  // rows are unique, so lookup must find this very row
     }

@@ -237,7 +237,7 @@ VELMORA_EXPORT BOOL VELMORA_API SetVelmoraWindowPrefsRootW(LPCWSTR root);
  * returns S_OK when no object is alive; DllRegisterServer and
  * DllUnregisterServer initialise the library and return S_OK, or the
  * thread's last error when initialisation failed. They write nothing.
- * (On Windows they are declared by <objbase.h>.)
+ * (On Windows they are declared by <objbase.h> and <olectl.h>.)
  * ====================================================================== */
 #if !defined(_WIN32)
 VELMORA_EXPORT HRESULT VELMORA_API DllGetClassObject(REFCLSID rclsid, REFIID riid, LPVOID *ppv);

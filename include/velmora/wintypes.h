@@ -30,6 +30,8 @@
 #endif
 #include <windows.h>
 #include <objidl.h>
+#include <objbase.h>
+#include <olectl.h>
 
 #else /* not Windows */
 

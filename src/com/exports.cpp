@@ -44,5 +44,12 @@ extern "C" VELMORA_COM_EXPORT HRESULT VELMORA_API DllRegisterServer(void) {
     return static_cast<HRESULT>(velmora::platform::GetSystemError());
 }
 
-// One entry point under both names.
-extern "C" VELMORA_COM_EXPORT HRESULT VELMORA_API DllUnregisterServer(void) __attribute__((alias("DllRegisterServer")));
+// One entry point under both names. On 32-bit Windows the alias names the
+// stdcall-decorated symbol.
+#if defined(_WIN32) && !defined(_WIN64)
+#define VELMORA_REGISTER_SERVER_SYMBOL "DllRegisterServer@0"
+#else
+#define VELMORA_REGISTER_SERVER_SYMBOL "DllRegisterServer"
+#endif
+extern "C" VELMORA_COM_EXPORT HRESULT VELMORA_API DllUnregisterServer(void)
+    __attribute__((alias(VELMORA_REGISTER_SERVER_SYMBOL)));

@@ -44,7 +44,7 @@ void Copy(char16_t* out, size_t size, const char16_t* text) {
 bool MessageTableText(uint32_t code, char16_t* out, size_t size) {
     ResourceBytes table;
     uint16_t id = 0;
-    if (!FindResource(kResourceTypeRawData, kMessageTableId, &table) || !MessageStringId(table, code, &id)) return false;
+    if (!FindResourceBytes(kResourceTypeRawData, kMessageTableId, &table) || !MessageStringId(table, code, &id)) return false;
     ErrorRecord ignored;
     return LoadText(id, out, size, &ignored) != 0;
 }

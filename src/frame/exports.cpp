@@ -8,10 +8,12 @@
 #include "frame/language.h"
 #include "frame/library.h"
 #include "frame/settings.h"
+#include "frame/wide_text.h"
 #include "velmora/velmora.h"
 
 using velmora::ExportCall;
 using velmora::ErrorRecord;
+using velmora::FromHost;
 
 namespace {
 
@@ -68,7 +70,7 @@ SHORT VELMORA_API GetVelmoraVersionW(LPWSTR buffer, DWORD size) {
     if (size == 0) return static_cast<SHORT>(VELMORA_VERSION);
     std::u16string text = velmora::VersionText();
     size_t n = text.size() < size - 1 ? text.size() : size - 1;
-    text.copy(buffer, n);
+    text.copy(FromHost(buffer), n);
     buffer[n] = 0;
     return static_cast<SHORT>(VELMORA_VERSION);
 }
@@ -99,8 +101,8 @@ DWORD VELMORA_API SetVelmoraProductName(LPCSTR name) {
 
 DWORD VELMORA_API SetVelmoraProductNameW(LPCWSTR name) {
     ExportCall call;
-    if (!call.Gate() || (name != nullptr && !call.String(name))) return 0;
-    velmora::SetProductNameOverride(name);
+    if (!call.Gate() || (name != nullptr && !call.String(FromHost(name)))) return 0;
+    velmora::SetProductNameOverride(FromHost(name));
     return 1;
 }
 
@@ -115,7 +117,7 @@ BOOL VELMORA_API GetVelmoraErrorMessage(DWORD code, LPSTR buffer, DWORD size) {
     size_t bytes = LowWord(size);
     if (!call.Gate() || !call.Writable(buffer, bytes)) return 0;
     char16_t message[velmora::kMessageLength];
-    velmora::BuildErrorMessage(code == 0 ? velmora::kErrCallNotImplemented : code, message, velmora::kMessageLength);
+    velmora::BuildErrorMessage(code == 0 ? static_cast<DWORD>(velmora::kErrCallNotImplemented) : code, message, velmora::kMessageLength);
     uint32_t error = 0;
     if (!velmora::platform::WideToNarrow(message, buffer, bytes, &error)) {
         if (bytes > 0) buffer[0] = '\0';
@@ -129,7 +131,7 @@ BOOL VELMORA_API GetVelmoraErrorMessageW(DWORD code, LPWSTR buffer, WORD size) {
     if (!call.Gate() || !call.Writable(buffer, 2 * static_cast<size_t>(size))) return 0;
     if (size == 0) return 1;
     char16_t message[velmora::kMessageLength];
-    velmora::BuildErrorMessage(code == 0 ? velmora::kErrCallNotImplemented : code, message, velmora::kMessageLength);
+    velmora::BuildErrorMessage(code == 0 ? static_cast<DWORD>(velmora::kErrCallNotImplemented) : code, message, velmora::kMessageLength);
     size_t n = 0;
     while (message[n] != 0 && n + 1 < size) {
         buffer[n] = message[n];
@@ -224,8 +226,8 @@ BOOL VELMORA_API SetVelmoraIniFile(LPCSTR path) {
 
 BOOL VELMORA_API SetVelmoraIniFileW(LPCWSTR path) {
     ExportCall call;
-    if (!call.Gate() || !call.String(path)) return 0;
-    velmora::SetSettingsFile(path, &call.record);
+    if (!call.Gate() || !call.String(FromHost(path))) return 0;
+    velmora::SetSettingsFile(FromHost(path), &call.record);
     return call.Finish();
 }
 
@@ -239,7 +241,7 @@ BOOL VELMORA_API SetVelmoraWindowPrefsRoot(LPCSTR root) {
 
 BOOL VELMORA_API SetVelmoraWindowPrefsRootW(LPCWSTR root) {
     ExportCall call;
-    if (!call.Gate() || !call.String(root)) return 0;
-    velmora::SetPrefsRoot(root, &call.record);
+    if (!call.Gate() || !call.String(FromHost(root))) return 0;
+    velmora::SetPrefsRoot(FromHost(root), &call.record);
     return call.Finish();
 }

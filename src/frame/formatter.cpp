@@ -92,7 +92,13 @@ void EmitReal(Sink<Ch>& sink, Spec spec, double v) {
         int binaryExponent;
         std::frexp(v, &binaryExponent);
         int e = static_cast<int>((binaryExponent - 1) * 0.30102999566398119521);
-        double m = v / std::pow(10.0, e);
+        // Powers of ten up to 1e22 are exact doubles; scaling by an exact
+        // power keeps the mantissa the same on every C library.
+        static const double kPowers[23] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                           1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+        int magnitude = e < 0 ? -e : e;
+        double power = magnitude <= 22 ? kPowers[magnitude] : std::pow(10.0, magnitude);
+        double m = e < 0 ? v * power : v / power;
         while (m < 1) {
             m *= 10;
             --e;

@@ -97,13 +97,13 @@ int ListMembers(const ResourceBytes& text) {
 
 bool BuiltInString(uint16_t id, ResourceBytes* text) {
     ResourceBytes block;
-    return FindResource(kResourceTypeCompactString, static_cast<uint16_t>(id / 16 + 1), &block) &&
+    return FindResourceBytes(kResourceTypeCompactString, static_cast<uint16_t>(id / 16 + 1), &block) &&
            CompactStringAt(block, id % 16, text) && text->size != 0;
 }
 
 bool ModuleString(const LanguageFile& file, uint16_t id, ResourceBytes* text) {
     ResourceBytes block;
-    return file.FindResource(kResourceTypeCompactString, static_cast<uint16_t>(id / 16 + 1), &block) &&
+    return file.FindResourceBytes(kResourceTypeCompactString, static_cast<uint16_t>(id / 16 + 1), &block) &&
            CompactStringAt(block, id % 16, text) && text->size != 0;
 }
 

@@ -84,7 +84,7 @@ bool LanguageFile::ResourceAt(uint32_t index, LanguageResource* out) const {
   return true;
 }
 
-bool LanguageFile::FindResource(uint16_t type, uint16_t id, ResourceBytes* out) const {
+bool LanguageFile::FindResourceBytes(uint16_t type, uint16_t id, ResourceBytes* out) const {
   uint32_t low = 0;
   uint32_t high = count_;
   while (low < high) {

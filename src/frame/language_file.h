@@ -61,7 +61,7 @@ class LanguageFile {
   bool ResourceAt(uint32_t index, LanguageResource* out) const;
 
   // Looks up a resource by type and id. False when the file has none.
-  bool FindResource(uint16_t type, uint16_t id, ResourceBytes* out) const;
+  bool FindResourceBytes(uint16_t type, uint16_t id, ResourceBytes* out) const;
 
  private:
   friend bool ParseLanguageFile(const uint8_t* data, size_t size, LanguageFile* out);

@@ -1,6 +1,6 @@
 // The library's built-in resources as bytes, generated at build time by
 // tools/resgen/resgen.py from strings.txt and messages.txt. Read them through
-// FindResource (resources.h), not directly.
+// FindResourceBytes (resources.h), not directly.
 
 #ifndef VELMORA_FRAME_RESOURCE_DATA_H
 #define VELMORA_FRAME_RESOURCE_DATA_H

@@ -23,7 +23,7 @@ uint16_t ReadU16(const uint8_t* p) {
 
 }  // namespace
 
-bool FindResource(uint16_t type, uint16_t id, ResourceBytes* out) {
+bool FindResourceBytes(uint16_t type, uint16_t id, ResourceBytes* out) {
   // Lower bound over the table, which the generator sorts by (type, id).
   uint32_t low = 0;
   uint32_t high = kResourceEntryCount;

@@ -19,12 +19,6 @@
 
 #include <cstdint>
 
-// <windows.h> maps FindResource onto FindResourceA/W; our function of the
-// same name must keep its own spelling in every translation unit.
-#ifdef FindResource
-#undef FindResource
-#endif
-
 namespace velmora {
 
 inline constexpr uint16_t kResourceTypeString = 6;            // standard string table
@@ -55,7 +49,7 @@ inline constexpr unsigned CompactBlockIndex(uint16_t stringId) {
 
 // Looks up a built-in resource. All built-in resources are US English, so
 // there is no language to choose. False when there is none.
-bool FindResource(uint16_t type, uint16_t id, ResourceBytes* out);
+bool FindResourceBytes(uint16_t type, uint16_t id, ResourceBytes* out);
 
 // Locates entry `index` (0 to 15) of a compact string block. False when the
 // index is out of range or the block is too short for what its lengths claim;

@@ -23,7 +23,7 @@ thread_local bool t_reportingFailure = false;
 bool FindText(uint16_t id, ResourceBytes* text, ErrorRecord* record) {
     if (id < kFirstIdentifierId && LanguageModuleString(id, text) && text->size != 0) return true;
     ResourceBytes block;
-    if (FindResource(kResourceTypeCompactString, static_cast<uint16_t>(id / 16 + 1), &block) &&
+    if (FindResourceBytes(kResourceTypeCompactString, static_cast<uint16_t>(id / 16 + 1), &block) &&
         CompactStringAt(block, id % 16, text)) {
         return true;
     }

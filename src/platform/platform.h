@@ -97,7 +97,7 @@ bool CreateDirectories(const std::u16string& path, uint32_t* error);
 using ModuleHandleT = void*;
 ModuleHandleT LoadModule(const std::u16string& path, uint32_t* error);
 void* ModuleSymbol(ModuleHandleT module, const char* name);
-void FreeModule(ModuleHandleT module);
+void UnloadModule(ModuleHandleT module);
 
 // ---- The per-user settings store -------------------------------------------
 // Settings live under a key path such as "Software\Solvenir\Velmora\3.0\General"

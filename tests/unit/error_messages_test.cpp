@@ -6,6 +6,7 @@
 #include "frame/error_record.h"
 #include "platform/platform.h"
 #include "velmora/velmora.h"
+#include "wide.h"
 
 namespace velmora {
 namespace {
@@ -18,7 +19,7 @@ std::u16string Message(uint32_t code) {
 
 std::u16string Exported(DWORD code, WORD size = 512) {
     char16_t text[512] = {u'x'};
-    EXPECT_EQ(GetVelmoraErrorMessageW(code, text, size), 1);
+    EXPECT_EQ(GetVelmoraErrorMessageW(code, W(text), size), 1);
     return text;
 }
 
@@ -30,8 +31,11 @@ TEST(ErrorMessages, CodesFindTheirTexts) {
     EXPECT_EQ(Message(0x8000FFFF), u"Unexpected error.");
     // Two codes share one text; the table's first match counts.
     EXPECT_EQ(Message(0x0200002E), Message(0x0200001F));
+#if !defined(_WIN32)
+    // Windows has texts of its own for these; elsewhere the built-in ones serve.
     EXPECT_EQ(Message(8), u"Not enough storage is available to process this command.");
     EXPECT_EQ(Message(14), u"Not enough storage is available to complete this operation.");
+#endif
 }
 
 TEST(ErrorMessages, UnknownCodesAndTheDeliberateFallbacks) {

@@ -90,13 +90,17 @@ TEST_F(Languages, CheckFindsMissingAndMismatchedModules) {
     EXPECT_EQ(GetLastVelmoraErrorCode(), 2u);
     EXPECT_EQ(CheckVelmoraLanguage(0x0407, 0), 1);
 
+#if defined(_WIN32)
+    // Windows shows message boxes; the check runs silently here.
+    EXPECT_EQ(CheckVelmoraLanguage(0x0410, 0), 0);
+#else
     ::testing::internal::CaptureStderr();
     EXPECT_EQ(CheckVelmoraLanguage(0x0410, 1), 0);
     std::string shown = ::testing::internal::GetCapturedStderr();
-#if !defined(_WIN32)
     EXPECT_NE(shown.find("String 178 contains incorrect format specifications"), std::string::npos) << shown;
     EXPECT_NE(shown.find("String 6710 contains an incorrect number of strings"), std::string::npos) << shown;
 #endif
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 13u);
     // A module that fails its check is never selected.
     EXPECT_EQ(SetVelmoraLanguage(0x0410), 0);
     EXPECT_EQ(GetCurrentLanguage(), kEnglishUs);

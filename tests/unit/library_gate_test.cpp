@@ -6,6 +6,7 @@
 
 #include "frame/library.h"
 #include "velmora/velmora.h"
+#include "wide.h"
 
 namespace velmora {
 namespace {
@@ -82,7 +83,7 @@ TEST_F(Gate, VersionTextAndProductName) {
     EXPECT_EQ(static_cast<uint16_t>(GetVelmoraVersion(five, 0x10005)), 0x8748);
     EXPECT_STREQ(five, "Velm");
     char16_t wide[4];
-    EXPECT_EQ(static_cast<uint16_t>(GetVelmoraVersionW(wide, 4)), 0x8748);
+    EXPECT_EQ(static_cast<uint16_t>(GetVelmoraVersionW(W(wide), 4)), 0x8748);
     EXPECT_EQ(std::u16string(wide), u"Vel");
 
     ASSERT_EQ(SetVelmoraProductName("Acme Archive"), 1u);

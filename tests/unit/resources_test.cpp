@@ -26,7 +26,7 @@ std::string Text(ResourceBytes bytes) {
 std::string BuiltInString(uint16_t id) {
   ResourceBytes block{};
   ResourceBytes text{};
-  if (!FindResource(kResourceTypeCompactString, CompactBlockId(id), &block) ||
+  if (!FindResourceBytes(kResourceTypeCompactString, CompactBlockId(id), &block) ||
       !CompactStringAt(block, CompactBlockIndex(id), &text)) {
     ADD_FAILURE() << "string " << id << " not found";
     return {};
@@ -46,7 +46,7 @@ std::vector<uint8_t> ReadWholeFile(const char* path) {
 
 TEST(BuiltInStrings, CompactBlocksHoldTheTexts) {
   ResourceBytes block{};
-  ASSERT_TRUE(FindResource(kResourceTypeCompactString, 1, &block));
+  ASSERT_TRUE(FindResourceBytes(kResourceTypeCompactString, 1, &block));
   ASSERT_GT(block.size, 32u);
   // Block 1 holds ids 0 to 15: id 0 is absent (length 0), so string 1 is the
   // first text in the block, 30 bytes long.
@@ -67,16 +67,16 @@ TEST(BuiltInStrings, CompactBlocksHoldTheTexts) {
 
 TEST(BuiltInStrings, LookupMissesCleanly) {
   ResourceBytes block{};
-  EXPECT_FALSE(FindResource(kResourceTypeCompactString, 0, &block));
-  EXPECT_FALSE(FindResource(kResourceTypeCompactString, 4000, &block));  // no strings there
-  EXPECT_FALSE(FindResource(kResourceTypeString, 1, &block));
-  EXPECT_FALSE(FindResource(kResourceTypeRawData, 2, &block));
-  EXPECT_FALSE(FindResource(0xFFFF, 0xFFFF, &block));
+  EXPECT_FALSE(FindResourceBytes(kResourceTypeCompactString, 0, &block));
+  EXPECT_FALSE(FindResourceBytes(kResourceTypeCompactString, 4000, &block));  // no strings there
+  EXPECT_FALSE(FindResourceBytes(kResourceTypeString, 1, &block));
+  EXPECT_FALSE(FindResourceBytes(kResourceTypeRawData, 2, &block));
+  EXPECT_FALSE(FindResourceBytes(0xFFFF, 0xFFFF, &block));
 }
 
 TEST(MessageTable, RowsAndTerminator) {
   ResourceBytes table{};
-  ASSERT_TRUE(FindResource(kResourceTypeRawData, kMessageTableId, &table));
+  ASSERT_TRUE(FindResourceBytes(kResourceTypeRawData, kMessageTableId, &table));
   ASSERT_EQ(table.size % 6, 0u);
   ASSERT_GE(table.size, 12u);
   const uint8_t firstRows[] = {0x20, 0, 0, 0, 0x6B, 0x01,    // 32 -> 363
@@ -165,24 +165,24 @@ TEST_F(LanguageFileTest, GeneratedFileRoundTrips) {
 
   ResourceBytes block{};
   ResourceBytes text{};
-  ASSERT_TRUE(file.FindResource(kResourceTypeCompactString, 1, &block));
+  ASSERT_TRUE(file.FindResourceBytes(kResourceTypeCompactString, 1, &block));
   ASSERT_TRUE(CompactStringAt(block, 1, &text));
   EXPECT_EQ(Text(text), "Moduldateiname nicht verf\xFC" "gbar");  // Latin-1, one byte
   ASSERT_TRUE(CompactStringAt(block, 2, &text));
   EXPECT_EQ(text.size, 0u);
 
-  ASSERT_TRUE(file.FindResource(kResourceTypeCompactString, CompactBlockId(17), &block));
+  ASSERT_TRUE(file.FindResourceBytes(kResourceTypeCompactString, CompactBlockId(17), &block));
   ASSERT_TRUE(CompactStringAt(block, CompactBlockIndex(17), &text));
   ASSERT_EQ(text.size, 200u);
   EXPECT_EQ(text.data[-2], 0xC8);
   EXPECT_EQ(text.data[-1], 0x01);
 
-  ASSERT_TRUE(file.FindResource(kResourceTypeCompactString, CompactBlockId(6710), &block));
+  ASSERT_TRUE(file.FindResourceBytes(kResourceTypeCompactString, CompactBlockId(6710), &block));
   ASSERT_TRUE(CompactStringAt(block, CompactBlockIndex(6710), &text));
   EXPECT_EQ(Text(text), std::string("in\1in\1Zoll\1Zoll\1"));
 
-  EXPECT_FALSE(file.FindResource(kResourceTypeCompactString, 4, &block));
-  EXPECT_FALSE(file.FindResource(kResourceTypeRawData, 1, &block));
+  EXPECT_FALSE(file.FindResourceBytes(kResourceTypeCompactString, 4, &block));
+  EXPECT_FALSE(file.FindResourceBytes(kResourceTypeRawData, 1, &block));
 }
 
 TEST_F(LanguageFileTest, RejectsDamagedFiles) {

@@ -9,6 +9,7 @@
 #include "frame/library.h"
 #include "frame/settings.h"
 #include "velmora/velmora.h"
+#include "wide.h"
 
 namespace velmora {
 namespace {
@@ -32,7 +33,7 @@ protected:
         ASSERT_EQ(SetVelmoraWindowPrefsRoot(key.c_str()), 1);
     }
     void TearDown() override {
-        SetVelmoraWindowPrefsRootW(u"");
+        SetVelmoraWindowPrefsRootW(W(u""));
         TerminateVelmoraDLL();
     }
 
@@ -64,7 +65,7 @@ TEST_F(Settings, RootsAreCheckedAndStoredWithoutTrailingBackslash) {
     ASSERT_EQ(SetVelmoraWindowPrefsRoot("Software\\Acme\\Viewer\\"), 1);
     EXPECT_EQ(PrefsRoot(), u"Software\\Acme\\Viewer");
     EXPECT_EQ(SettingsKeyPath(u"General"), u"Software\\Acme\\Viewer\\General");
-    ASSERT_EQ(SetVelmoraWindowPrefsRootW(u""), 1);
+    ASSERT_EQ(SetVelmoraWindowPrefsRootW(W(u"")), 1);
     EXPECT_EQ(SettingsKeyPath(u"General"), u"Software\\Solvenir\\Velmora\\3.0\\General");
 }
 
@@ -74,7 +75,7 @@ TEST_F(Settings, UserValueFirstThenTheDefaultsFile) {
     std::u16string ini = WriteFile(u"defaults.ini",
                                    "; site defaults\r\n[Other]\r\nHKCU\\General\\Temp Dir=wrong\r\n"
                                    "[Defaults]\nhkcu\\general\\temp dir = /from/defaults\n");
-    ASSERT_EQ(SetVelmoraIniFileW(ini.c_str()), 1);
+    ASSERT_EQ(SetVelmoraIniFileW(W(ini.c_str())), 1);
     EXPECT_EQ(Read(true), u"/from/defaults");
     EXPECT_EQ(Read(false), u"");
 
@@ -85,8 +86,8 @@ TEST_F(Settings, UserValueFirstThenTheDefaultsFile) {
 
 TEST_F(Settings, DefaultsFileMustExistAndMayBeRelativeToTheLibrary) {
     std::u16string good = WriteFile(u"good.ini", "[Defaults]\n");
-    ASSERT_EQ(SetVelmoraIniFileW(good.c_str()), 1);
-    EXPECT_EQ(SetVelmoraIniFileW((root_ + u"/missing.ini").c_str()), 0);
+    ASSERT_EQ(SetVelmoraIniFileW(W(good.c_str())), 1);
+    EXPECT_EQ(SetVelmoraIniFileW(W((root_ + u"/missing.ini").c_str())), 0);
     EXPECT_EQ(GetLastVelmoraErrorCode(), 2u);
     EXPECT_EQ(SettingsFile(), good);  // the previous file stays
 
@@ -103,14 +104,14 @@ TEST_F(Settings, TemporaryDirectoryComesFromTheSettingWhenItWorks) {
     uint32_t error = 0;
     ASSERT_TRUE(platform::CreateDirectories(temp, &error));
     std::u16string ini = WriteFile(u"temp.ini", "[Defaults]\nHKCU\\General\\Temp Dir=" + platform::Utf8FromWide(temp) + "\n");
-    ASSERT_EQ(SetVelmoraIniFileW(ini.c_str()), 1);
+    ASSERT_EQ(SetVelmoraIniFileW(W(ini.c_str())), 1);
     TerminateVelmoraDLL();
     ASSERT_EQ(EnsureLibraryInitialized(), 1);
     EXPECT_EQ(TempDirectory(), temp + platform::PathSeparator());
 
     // A directory that does not work is ignored without failing start-up.
     ini = WriteFile(u"bad.ini", "[Defaults]\nHKCU\\General\\Temp Dir=" + platform::Utf8FromWide(root_) + "/none\n");
-    ASSERT_EQ(SetVelmoraIniFileW(ini.c_str()), 1);
+    ASSERT_EQ(SetVelmoraIniFileW(W(ini.c_str())), 1);
     TerminateVelmoraDLL();
     ASSERT_EQ(EnsureLibraryInitialized(), 1);
     EXPECT_EQ(TempDirectory(), platform::SystemTempDirectory());

@@ -219,7 +219,7 @@ ModuleHandleT LoadModule(const std::u16string& path, uint32_t* error) {
 
 void* ModuleSymbol(ModuleHandleT module, const char* name) { return dlsym(module, name); }
 
-void FreeModule(ModuleHandleT module) {
+void UnloadModule(ModuleHandleT module) {
     if (module != nullptr) dlclose(module);
 }
 
