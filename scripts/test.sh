@@ -47,7 +47,7 @@ build_in() {  # build_in DIR CMAKE-ARGS...
   local dir=$1
   shift
   cmake -S "$root" -B "$dir" "$@" >"$dir.configure.log" 2>&1 || { cat "$dir.configure.log"; return 1; }
-  cmake --build "$dir" -j"$jobs" 2>&1 | grep -E 'error|warning:|FAILED|stdcall sizes' ; return "${PIPESTATUS[0]}"
+  cmake --build "$dir" -j"$jobs" 2>&1 | grep -E 'error:|warning:|FAILED|stdcall sizes' ; return "${PIPESTATUS[0]}"
 }
 
 mkdir -p "$build"

@@ -44,7 +44,8 @@ void Copy(char16_t* out, size_t size, const char16_t* text) {
 bool MessageTableText(uint32_t code, char16_t* out, size_t size) {
     ResourceBytes table;
     uint16_t id = 0;
-    if (!FindResourceBytes(kResourceTypeRawData, kMessageTableId, &table) || !MessageStringId(table, code, &id)) return false;
+    if (!FindResourceBytes(kResourceTypeRawData, kMessageTableId, &table) || !MessageStringId(table, code, &id))
+        return false;
     ErrorRecord ignored;
     return LoadText(id, out, size, &ignored) != 0;
 }
@@ -97,14 +98,14 @@ void SetRecordErrorText(ErrorRecord* record, uint32_t code, const char16_t* deta
     record->code = code;
 }
 
-void SetRecordError(ErrorRecord* record, uint32_t code, uint16_t detailId, ...) {
+void SetRecordError(ErrorRecord* record, uint32_t code, uint32_t detailId, ...) {
     if (record == nullptr || record->failed()) return;
     if (code == 0) code = kErrCallNotImplemented;
     BuildErrorMessage(code, record->message, kMessageLength);
     if (detailId != 0) {
         char16_t templ[kMaxDetail];
         ErrorRecord ignored;
-        if (LoadText(detailId, templ, kMaxDetail, &ignored) != 0) {
+        if (LoadText(static_cast<uint16_t>(detailId), templ, kMaxDetail, &ignored) != 0) {
             char16_t detail[kMessageLength];
             va_list args;
             va_start(args, detailId);

@@ -52,7 +52,7 @@ enum : uint32_t {
 // Fills `record` with `code` and its message; `detailId` (0 for none) names a
 // string-table template appended on a new line, formatted printf-style with
 // the remaining arguments. Does nothing when record is null or already failed.
-void SetRecordError(ErrorRecord* record, uint32_t code, uint16_t detailId, ...);
+void SetRecordError(ErrorRecord* record, uint32_t code, uint32_t detailId, ...);
 void SetRecordLastSystemError(ErrorRecord* record);
 void SetRecordCancelled(ErrorRecord* record);
 // The same with the detail given as text instead of a string id.
@@ -62,9 +62,9 @@ void SetRecordErrorText(ErrorRecord* record, uint32_t code, const char16_t* deta
 void BuildErrorMessage(uint32_t code, char16_t* out, size_t size);
 
 // The process-wide last error.
-uint32_t SetErrorCode(uint32_t code);          // clears the message; sets the thread's error too
+uint32_t SetErrorCode(uint32_t code);                    // clears the message; sets the thread's error too
 uint32_t SetErrorFromRecord(const ErrorRecord& record);  // -1 when the record holds no error
-int FinishWithRecord(const ErrorRecord& record);          // 1, or 0 after publishing the error
+int FinishWithRecord(const ErrorRecord& record);         // 1, or 0 after publishing the error
 uint32_t LastErrorCode();
 const char16_t* LastErrorMessage();
 void SetLastErrorCodeOnly(uint32_t code);  // message cleared, thread error untouched

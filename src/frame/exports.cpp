@@ -7,17 +7,17 @@
 #include "frame/export_call.h"
 #include "frame/language.h"
 #include "frame/library.h"
+#include "frame/memory_handle.h"
 #include "frame/settings.h"
 #include "frame/wide_text.h"
 #include "velmora/velmora.h"
 
-using velmora::ExportCall;
 using velmora::ErrorRecord;
+using velmora::ExportCall;
 using velmora::FromHost;
 
 namespace {
 
-constexpr uint16_t kUnableToConvert = 260;  // "Unable to convert wide string to string"
 constexpr LONG kDebugFlagsMask = 0x1F;
 
 // Converts a host's narrow string to wide; on failure the record holds the
@@ -117,12 +117,9 @@ BOOL VELMORA_API GetVelmoraErrorMessage(DWORD code, LPSTR buffer, DWORD size) {
     size_t bytes = LowWord(size);
     if (!call.Gate() || !call.Writable(buffer, bytes)) return 0;
     char16_t message[velmora::kMessageLength];
-    velmora::BuildErrorMessage(code == 0 ? static_cast<DWORD>(velmora::kErrCallNotImplemented) : code, message, velmora::kMessageLength);
-    uint32_t error = 0;
-    if (!velmora::platform::WideToNarrow(message, buffer, bytes, &error)) {
-        if (bytes > 0) buffer[0] = '\0';
-        velmora::SetRecordError(&call.record, error, kUnableToConvert);
-    }
+    velmora::BuildErrorMessage(code == 0 ? static_cast<DWORD>(velmora::kErrCallNotImplemented) : code, message,
+                               velmora::kMessageLength);
+    velmora::CopyToNarrowOutput(message, buffer, bytes, &call.record);
     return call.Finish();
 }
 
@@ -131,7 +128,8 @@ BOOL VELMORA_API GetVelmoraErrorMessageW(DWORD code, LPWSTR buffer, WORD size) {
     if (!call.Gate() || !call.Writable(buffer, 2 * static_cast<size_t>(size))) return 0;
     if (size == 0) return 1;
     char16_t message[velmora::kMessageLength];
-    velmora::BuildErrorMessage(code == 0 ? static_cast<DWORD>(velmora::kErrCallNotImplemented) : code, message, velmora::kMessageLength);
+    velmora::BuildErrorMessage(code == 0 ? static_cast<DWORD>(velmora::kErrCallNotImplemented) : code, message,
+                               velmora::kMessageLength);
     size_t n = 0;
     while (message[n] != 0 && n + 1 < size) {
         buffer[n] = message[n];
@@ -172,13 +170,6 @@ BOOL VELMORA_API SetVelmoraDebugLogProc(LONG flags, VelmoraDebugLogProc procedur
     return 1;
 }
 
-namespace {
-
-// The language chosen by the host, remembered for later selections.
-bool g_languageChosenByHost = false;
-
-}  // namespace
-
 BOOL VELMORA_API SetVelmoraLanguage(DWORD language) {
     uint16_t wanted = static_cast<uint16_t>(language & 0xFFFFu);
     if (!velmora::IsLibraryInitialized()) {
@@ -188,7 +179,6 @@ BOOL VELMORA_API SetVelmoraLanguage(DWORD language) {
             velmora::SetErrorCode(velmora::kErrFileNotFound);
             return 0;
         }
-        g_languageChosenByHost = true;
         return 1;
     }
     ExportCall call;
@@ -205,7 +195,8 @@ BOOL VELMORA_API SetVelmoraLanguage(DWORD language) {
     }
     if (!selected && call.record.ok()) velmora::SetRecordError(&call.record, velmora::kErrFileNotFound, 0);
     if (!call.Finish()) return 0;
-    g_languageChosenByHost = true;
+    // The host's choice also holds when the library is initialised again.
+    velmora::SetStartupLanguage(velmora::GetCurrentLanguage());
     return 1;
 }
 

@@ -208,12 +208,18 @@ size_t Format(Ch* out, size_t size, const Ch* format, va_list args) {
         const Ch* start = f++;
         Spec spec;
         for (;; ++f) {
-            if (*f == '-') spec.left = true;
-            else if (*f == '+') spec.plus = true;
-            else if (*f == ' ') spec.space = true;
-            else if (*f == '#') spec.alternate = true;
-            else if (*f == '0') spec.zero = true;
-            else break;
+            if (*f == '-')
+                spec.left = true;
+            else if (*f == '+')
+                spec.plus = true;
+            else if (*f == ' ')
+                spec.space = true;
+            else if (*f == '#')
+                spec.alternate = true;
+            else if (*f == '0')
+                spec.zero = true;
+            else
+                break;
         }
         if (*f == '*') {
             spec.width = va_arg(args, int);
@@ -336,7 +342,9 @@ size_t FormatWide(char16_t* out, size_t size, const char16_t* format, ...) {
     return n;
 }
 
-size_t FormatNarrowV(char* out, size_t size, const char* format, va_list args) { return Format(out, size, format, args); }
+size_t FormatNarrowV(char* out, size_t size, const char* format, va_list args) {
+    return Format(out, size, format, args);
+}
 
 size_t FormatNarrow(char* out, size_t size, const char* format, ...) {
     va_list args;

@@ -13,13 +13,13 @@
 namespace velmora {
 namespace {
 
-constexpr uint16_t kModuleNameTemplate = 19904;   // "vlmr%04x.dll"
-constexpr uint16_t kLanguageNotFound = 9950;       // "Language not found: %.*s"
+constexpr uint16_t kModuleNameTemplate = 19904;  // "vlmr%04x.dll"
+constexpr uint16_t kLanguageNotFound = 9950;     // "Language not found: %.*s"
 constexpr uint16_t kVersionMismatch = 9911;
 constexpr uint16_t kBadFormat = 9926;
 constexpr uint16_t kBadList = 9927;
 constexpr uint16_t kBadListCount = 9928;
-constexpr uint16_t kLanguageOk = 9929;             // "%s\nThis language is ok"
+constexpr uint16_t kLanguageOk = 9929;  // "%s\nThis language is ok"
 constexpr uint16_t kFirstIdentifierId = 10000;
 constexpr uint32_t kInvalidData = 13;
 constexpr size_t kMaxModuleSize = 64u << 20;
@@ -122,7 +122,8 @@ int ValidateModule(const LanguageFile& file, bool show) {
     int differences = 0;
     for (uint32_t id = 1; id < kFirstIdentifierId; ++id) {
         ResourceBytes own, translated;
-        if (!BuiltInString(static_cast<uint16_t>(id), &own) || !ModuleString(file, static_cast<uint16_t>(id), &translated)) {
+        if (!BuiltInString(static_cast<uint16_t>(id), &own) ||
+            !ModuleString(file, static_cast<uint16_t>(id), &translated)) {
             continue;
         }
         if (Conversions(own) != Conversions(translated)) {

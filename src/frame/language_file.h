@@ -46,30 +46,30 @@ inline constexpr uint32_t kLanguageFileHeaderSize = 20;
 inline constexpr uint32_t kLanguageFileEntrySize = 12;
 
 struct LanguageResource {
-  uint16_t type;
-  uint16_t id;
-  ResourceBytes bytes;
+    uint16_t type;
+    uint16_t id;
+    ResourceBytes bytes;
 };
 
 class LanguageFile {
- public:
-  uint16_t language() const { return language_; }
-  uint32_t languageVersion() const { return languageVersion_; }
-  uint32_t resourceCount() const { return count_; }
+public:
+    uint16_t language() const { return language_; }
+    uint32_t languageVersion() const { return languageVersion_; }
+    uint32_t resourceCount() const { return count_; }
 
-  // The resource in row `index` of the table (0 to resourceCount() - 1).
-  bool ResourceAt(uint32_t index, LanguageResource* out) const;
+    // The resource in row `index` of the table (0 to resourceCount() - 1).
+    bool ResourceAt(uint32_t index, LanguageResource* out) const;
 
-  // Looks up a resource by type and id. False when the file has none.
-  bool FindResourceBytes(uint16_t type, uint16_t id, ResourceBytes* out) const;
+    // Looks up a resource by type and id. False when the file has none.
+    bool FindResourceBytes(uint16_t type, uint16_t id, ResourceBytes* out) const;
 
- private:
-  friend bool ParseLanguageFile(const uint8_t* data, size_t size, LanguageFile* out);
+private:
+    friend bool ParseLanguageFile(const uint8_t* data, size_t size, LanguageFile* out);
 
-  const uint8_t* data_ = nullptr;  // the whole file, owned by the caller
-  uint16_t language_ = 0;
-  uint32_t languageVersion_ = 0;
-  uint32_t count_ = 0;
+    const uint8_t* data_ = nullptr;  // the whole file, owned by the caller
+    uint16_t language_ = 0;
+    uint32_t languageVersion_ = 0;
+    uint32_t count_ = 0;
 };
 
 // Validates a language file held in memory and makes it readable through

@@ -14,12 +14,12 @@
 namespace velmora {
 namespace {
 
-constexpr uint16_t kOsTooOld = 435;           // "%s requires Windows NT 4.0 or later ..."
-constexpr uint16_t kUnableToInitOle = 410;    // "Unable to initialize OLE"
-constexpr uint16_t kUnableToCreateFont = 209; // "Unable to create font (%s)"
-constexpr uint16_t kUiFontFace = 211;         // "MS Sans Serif"
-constexpr uint16_t kVersionTemplate = 10203;  // "%s %s"
-constexpr uint16_t kTempFilePrefix = 10135;   // "vlm"
+constexpr uint16_t kOsTooOld = 435;            // "%s requires Windows NT 4.0 or later ..."
+constexpr uint16_t kUnableToInitOle = 410;     // "Unable to initialize OLE"
+constexpr uint16_t kUnableToCreateFont = 209;  // "Unable to create font (%s)"
+constexpr uint16_t kUiFontFace = 211;          // "MS Sans Serif"
+constexpr uint16_t kVersionTemplate = 10203;   // "%s %s"
+constexpr uint16_t kTempFilePrefix = 10135;    // "vlm"
 constexpr uint16_t kSectionGeneral = 10099;
 constexpr uint16_t kValueTempDir = 10277;
 constexpr uint32_t kNtPlatform = 2;

@@ -10,11 +10,11 @@
 namespace velmora {
 
 struct ResourceEntry {
-  uint16_t type;
-  uint16_t id;
-  uint16_t language;
-  uint32_t size;
-  const uint8_t* bytes;
+    uint16_t type;
+    uint16_t id;
+    uint16_t language;
+    uint32_t size;
+    const uint8_t* bytes;
 };
 
 extern const ResourceEntry kResourceEntries[];  // sorted by (type, id, language)

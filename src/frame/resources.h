@@ -21,31 +21,29 @@
 
 namespace velmora {
 
-inline constexpr uint16_t kResourceTypeString = 6;            // standard string table
+inline constexpr uint16_t kResourceTypeString = 6;  // standard string table
 inline constexpr uint16_t kResourceTypeRawData = 10;
 inline constexpr uint16_t kResourceTypeCompactMenu = 260;
 inline constexpr uint16_t kResourceTypeCompactDialog = 261;
 inline constexpr uint16_t kResourceTypeCompactString = 262;
 
-inline constexpr uint16_t kMessageTableId = 1;                 // raw data
-inline constexpr uint16_t kBuiltInLanguage = 1033;             // US English
+inline constexpr uint16_t kMessageTableId = 1;      // raw data
+inline constexpr uint16_t kBuiltInLanguage = 1033;  // US English
 inline constexpr unsigned kStringsPerBlock = 16;
 inline constexpr uint32_t kMaxCompactStringLength = 32767;
 inline constexpr uint8_t kStringListSeparator = 0x01;
 inline constexpr uint16_t kFirstUntranslatedStringId = 10000;  // identifiers, templates
 
 struct ResourceBytes {
-  const uint8_t* data;
-  uint32_t size;
+    const uint8_t* data;
+    uint32_t size;
 };
 
 // The compact block holding string `stringId`, and the string's place in it.
 inline constexpr uint16_t CompactBlockId(uint16_t stringId) {
-  return static_cast<uint16_t>(stringId / kStringsPerBlock + 1);
+    return static_cast<uint16_t>(stringId / kStringsPerBlock + 1);
 }
-inline constexpr unsigned CompactBlockIndex(uint16_t stringId) {
-  return stringId % kStringsPerBlock;
-}
+inline constexpr unsigned CompactBlockIndex(uint16_t stringId) { return stringId % kStringsPerBlock; }
 
 // Looks up a built-in resource. All built-in resources are US English, so
 // there is no language to choose. False when there is none.

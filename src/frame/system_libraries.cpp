@@ -9,8 +9,8 @@ namespace {
 
 constexpr unsigned kRequired = 0x1;
 constexpr unsigned kWide = 0x2;
-constexpr uint16_t kUnableToLoadDll = 178;        // "Unable to load dll (%s)"
-constexpr uint16_t kUnableToGetFunction = 181;    // "Unable to get function address (%hs)"
+constexpr uint16_t kUnableToLoadDll = 178;      // "Unable to load dll (%s)"
+constexpr uint16_t kUnableToGetFunction = 181;  // "Unable to get function address (%hs)"
 constexpr size_t kMaxEntryName = 255;
 
 struct EntryPoint {
@@ -20,26 +20,41 @@ struct EntryPoint {
 
 // Rows end with a null name.
 static const EntryPoint kCommonControlsTable[] = {
-    {"CreatePropertySheetPage", 3}, {"CreateStatusWindow", 3}, {"CreateToolbarEx", 1},
-    {"DestroyPropertySheetPage", 1}, {"ImageList_Add", 1}, {"ImageList_AddMasked", 1},
-    {"ImageList_BeginDrag", 1}, {"ImageList_Create", 1}, {"ImageList_Destroy", 1},
-    {"ImageList_DragEnter", 1}, {"ImageList_DragLeave", 1}, {"ImageList_DragMove", 1},
-    {"ImageList_DragShowNolock", 1}, {"ImageList_Draw", 1}, {"ImageList_DrawEx", 1},
-    {"ImageList_EndDrag", 1}, {"ImageList_GetIconSize", 1}, {"ImageList_GetImageCount", 1},
-    {"ImageList_GetImageInfo", 1}, {"ImageList_Merge", 1}, {"InitCommonControls", 1},
+    {"CreatePropertySheetPage", 3},
+    {"CreateStatusWindow", 3},
+    {"CreateToolbarEx", 1},
+    {"DestroyPropertySheetPage", 1},
+    {"ImageList_Add", 1},
+    {"ImageList_AddMasked", 1},
+    {"ImageList_BeginDrag", 1},
+    {"ImageList_Create", 1},
+    {"ImageList_Destroy", 1},
+    {"ImageList_DragEnter", 1},
+    {"ImageList_DragLeave", 1},
+    {"ImageList_DragMove", 1},
+    {"ImageList_DragShowNolock", 1},
+    {"ImageList_Draw", 1},
+    {"ImageList_DrawEx", 1},
+    {"ImageList_EndDrag", 1},
+    {"ImageList_GetIconSize", 1},
+    {"ImageList_GetImageCount", 1},
+    {"ImageList_GetImageInfo", 1},
+    {"ImageList_Merge", 1},
+    {"InitCommonControls", 1},
     {nullptr, 0},
 };
 
 static const EntryPoint kShellTable[] = {
-    {"DragAcceptFiles", 1}, {"DragQueryFile", 3}, {"SHBrowseForFolder", 3},
-    {"ShellExecute", 3}, {"ShellExecuteEx", 3}, {"SHGetDesktopFolder", 1},
-    {"SHGetMalloc", 1}, {"SHGetPathFromIDList", 3}, {"SHGetSpecialFolderLocation", 1},
+    {"DragAcceptFiles", 1}, {"DragQueryFile", 3},       {"SHBrowseForFolder", 3},
+    {"ShellExecute", 3},    {"ShellExecuteEx", 3},      {"SHGetDesktopFolder", 1},
+    {"SHGetMalloc", 1},     {"SHGetPathFromIDList", 3}, {"SHGetSpecialFolderLocation", 1},
     {nullptr, 0},
 };
 
 static const EntryPoint kCommonDialogsTable[] = {
-    {"ChooseColor", 3}, {"ChooseFont", 3}, {"CommDlgExtendedError", 1}, {"GetOpenFileName", 3},
-    {"GetSaveFileName", 3}, {"PageSetupDlg", 3}, {"PrintDlg", 3}, {nullptr, 0},
+    {"ChooseColor", 3},     {"ChooseFont", 3},      {"CommDlgExtendedError", 1},
+    {"GetOpenFileName", 3}, {"GetSaveFileName", 3}, {"PageSetupDlg", 3},
+    {"PrintDlg", 3},        {nullptr, 0},
 };
 
 constexpr size_t kMaxRows = 24;

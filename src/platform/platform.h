@@ -23,9 +23,7 @@ bool MemUnlock(HGLOBAL mem);
 size_t MemSize(HGLOBAL mem);
 unsigned MemFlags(HGLOBAL mem);
 HGLOBAL MemFree(HGLOBAL mem);  // null on success, mem on failure
-inline bool IsValidHandle(HGLOBAL mem) {
-    return mem != nullptr && MemFlags(mem) != GMEM_INVALID_HANDLE;
-}
+inline bool IsValidHandle(HGLOBAL mem) { return mem != nullptr && MemFlags(mem) != GMEM_INVALID_HANDLE; }
 // Total and available memory for allocation-failure messages.
 void MemoryStatus(uint64_t* available, uint64_t* total);
 
@@ -89,8 +87,8 @@ bool FileReplace(const std::u16string& from, const std::u16string& to, uint32_t*
 // Last-write time as a 64-bit count (Windows FILETIME units on Windows).
 bool FileWriteTime(const std::u16string& path, uint64_t* time, uint32_t* error);
 // Creates a new, empty file with a unique name "<prefix>XXXX.tmp" in `directory`.
-bool CreateTempFile(const std::u16string& directory, const std::u16string& prefix,
-                    std::u16string* path, uint32_t* error);
+bool CreateTempFile(const std::u16string& directory, const std::u16string& prefix, std::u16string* path,
+                    uint32_t* error);
 bool CreateDirectories(const std::u16string& path, uint32_t* error);
 
 // ---- Run-time loading ---------------------------------------------------------
@@ -103,10 +101,9 @@ void UnloadModule(ModuleHandleT module);
 // Settings live under a key path such as "Software\Solvenir\Velmora\3.0\General"
 // (components separated by backslashes). Windows keeps them in the registry
 // below HKEY_CURRENT_USER; elsewhere they are kept in a per-user file.
-bool ReadUserSetting(const std::u16string& keyPath, const std::u16string& name,
-                     std::u16string* value);
-bool WriteUserSetting(const std::u16string& keyPath, const std::u16string& name,
-                      const std::u16string& value, uint32_t* error);
+bool ReadUserSetting(const std::u16string& keyPath, const std::u16string& name, std::u16string* value);
+bool WriteUserSetting(const std::u16string& keyPath, const std::u16string& name, const std::u16string& value,
+                      uint32_t* error);
 
 // ---- Pointer checks ----------------------------------------------------------
 // Whether memory a caller passed can be read or written. Windows probes the

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "frame/error_record.h"
+#include "frame/memory_handle.h"
 #include "platform/platform.h"
 #include "velmora/velmora.h"
 #include "wide.h"
@@ -103,6 +104,25 @@ TEST(ErrorRecords, FinishPublishesTheRecordAndSuccessLeavesTheLastError) {
     EXPECT_EQ(LastErrorCode(), 55u);
     EXPECT_EQ(std::u16string(LastErrorMessage()), u"");
     EXPECT_EQ(platform::GetSystemError(), 0x02000006u);
+}
+
+TEST(ErrorRecords, AllocationFailureNamesTheRequest) {
+    ErrorRecord record;
+    const size_t huge = SIZE_MAX / 2;
+    HGLOBAL block = AllocHandle(huge, 0, &record);
+    EXPECT_EQ(block, nullptr);
+    EXPECT_EQ(record.code, 8u);
+    std::u16string expected =
+        u"\r\nUnable to allocate memory (allocating " + platform::WideFromUtf8(std::to_string(huge)) + u", ";
+    EXPECT_NE(std::u16string(record.message).find(expected), std::u16string::npos);
+
+    ErrorRecord ok;
+    block = AllocHandle(10, GMEM_ZEROINIT, &ok);
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(platform::MemSize(block), 10u);
+    FreeHandle(&block);
+    EXPECT_EQ(block, nullptr);
+    FreeHandle(&block);  // a null handle: nothing happens
 }
 
 TEST(DebugLogValidators, CheckTheirArgumentsOnly) {

@@ -20,9 +20,7 @@ namespace {
 #if defined(_WIN32)
 using Library = HMODULE;
 Library Open() { return LoadLibraryA(VELMORA_LIBRARY_FILE); }
-void* Symbol(Library library, const char* name) {
-    return reinterpret_cast<void*>(GetProcAddress(library, name));
-}
+void* Symbol(Library library, const char* name) { return reinterpret_cast<void*>(GetProcAddress(library, name)); }
 uint32_t ThreadError(Library) { return GetLastError(); }
 #else
 using Library = void*;
@@ -61,12 +59,15 @@ std::vector<Stub> ReadStubTable() {
 
 // Every export the library has so far, apart from the stubs.
 const char* const kFrameExports[] = {
-    "InitVelmoraEx", "TerminateVelmoraDLL", "GetVelmoraVersion", "GetVelmoraVersionW", "VelmoraSystemInfo",
-    "SetVelmoraProductName", "SetVelmoraProductNameW", "SetVelmoraPointer", "GetVelmoraErrorMessage",
-    "GetVelmoraErrorMessageW", "GetLastVelmoraErrorCode", "SetLastVelmoraError", "EnableVelmoraDebug",
-    "SetVelmoraDebugLogFile", "SetVelmoraDebugLogProc", "SetVelmoraLanguage", "CheckVelmoraLanguage",
-    "SetVelmoraIniFile", "SetVelmoraIniFileW", "SetVelmoraWindowPrefsRoot", "SetVelmoraWindowPrefsRootW",
-    "DllGetClassObject", "DllCanUnloadNow", "DllRegisterServer", "DllUnregisterServer",
+    "InitVelmoraEx",           "TerminateVelmoraDLL",       "GetVelmoraVersion",
+    "GetVelmoraVersionW",      "VelmoraSystemInfo",         "SetVelmoraProductName",
+    "SetVelmoraProductNameW",  "SetVelmoraPointer",         "GetVelmoraErrorMessage",
+    "GetVelmoraErrorMessageW", "GetLastVelmoraErrorCode",   "SetLastVelmoraError",
+    "EnableVelmoraDebug",      "SetVelmoraDebugLogFile",    "SetVelmoraDebugLogProc",
+    "SetVelmoraLanguage",      "CheckVelmoraLanguage",      "SetVelmoraIniFile",
+    "SetVelmoraIniFileW",      "SetVelmoraWindowPrefsRoot", "SetVelmoraWindowPrefsRootW",
+    "DllGetClassObject",       "DllCanUnloadNow",           "DllRegisterServer",
+    "DllUnregisterServer",
 };
 
 class ExportTable : public ::testing::Test {
@@ -85,8 +86,8 @@ TEST_F(ExportTable, FrameAndComponentServerNamesAreExported) {
 TEST_F(ExportTable, EveryStubAnswersWithItsFixedResultAndError120) {
     std::vector<Stub> stubs = ReadStubTable();
     ASSERT_EQ(stubs.size(), 79u);
-    using Any = uintptr_t (*)(uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t,
-                              uintptr_t, uintptr_t, uintptr_t);
+    using Any = uintptr_t (*)(uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t,
+                              uintptr_t, uintptr_t);
     auto getLast = reinterpret_cast<uint32_t (*)()>(Symbol(library_, "GetLastVelmoraErrorCode"));
     ASSERT_NE(getLast, nullptr);
     for (const Stub& stub : stubs) {

@@ -18,251 +18,248 @@
 namespace velmora {
 namespace {
 
-std::string Text(ResourceBytes bytes) {
-  return std::string(reinterpret_cast<const char*>(bytes.data), bytes.size);
-}
+std::string Text(ResourceBytes bytes) { return std::string(reinterpret_cast<const char*>(bytes.data), bytes.size); }
 
 // Loads a string the way the text loader does: block by id, then entry.
 std::string BuiltInString(uint16_t id) {
-  ResourceBytes block{};
-  ResourceBytes text{};
-  if (!FindResourceBytes(kResourceTypeCompactString, CompactBlockId(id), &block) ||
-      !CompactStringAt(block, CompactBlockIndex(id), &text)) {
-    ADD_FAILURE() << "string " << id << " not found";
-    return {};
-  }
-  return Text(text);
+    ResourceBytes block{};
+    ResourceBytes text{};
+    if (!FindResourceBytes(kResourceTypeCompactString, CompactBlockId(id), &block) ||
+        !CompactStringAt(block, CompactBlockIndex(id), &text)) {
+        ADD_FAILURE() << "string " << id << " not found";
+        return {};
+    }
+    return Text(text);
 }
 
 std::vector<uint8_t> ReadWholeFile(const char* path) {
-  std::vector<uint8_t> bytes;
-  if (FILE* f = std::fopen(path, "rb")) {
-    int c;
-    while ((c = std::fgetc(f)) != EOF) bytes.push_back(static_cast<uint8_t>(c));
-    std::fclose(f);
-  }
-  return bytes;
+    std::vector<uint8_t> bytes;
+    if (FILE* f = std::fopen(path, "rb")) {
+        int c;
+        while ((c = std::fgetc(f)) != EOF) bytes.push_back(static_cast<uint8_t>(c));
+        std::fclose(f);
+    }
+    return bytes;
 }
 
 TEST(BuiltInStrings, CompactBlocksHoldTheTexts) {
-  ResourceBytes block{};
-  ASSERT_TRUE(FindResourceBytes(kResourceTypeCompactString, 1, &block));
-  ASSERT_GT(block.size, 32u);
-  // Block 1 holds ids 0 to 15: id 0 is absent (length 0), so string 1 is the
-  // first text in the block, 30 bytes long.
-  EXPECT_EQ(block.data[0], 0x00);
-  EXPECT_EQ(block.data[1], 0x1E);
-  EXPECT_EQ(std::memcmp(block.data + 2, "Unable to get module file name", 30), 0);
-  EXPECT_EQ(BuiltInString(1), "Unable to get module file name");
-  EXPECT_EQ(BuiltInString(0), "");  // missing strings are empty entries
+    ResourceBytes block{};
+    ASSERT_TRUE(FindResourceBytes(kResourceTypeCompactString, 1, &block));
+    ASSERT_GT(block.size, 32u);
+    // Block 1 holds ids 0 to 15: id 0 is absent (length 0), so string 1 is the
+    // first text in the block, 30 bytes long.
+    EXPECT_EQ(block.data[0], 0x00);
+    EXPECT_EQ(block.data[1], 0x1E);
+    EXPECT_EQ(std::memcmp(block.data + 2, "Unable to get module file name", 30), 0);
+    EXPECT_EQ(BuiltInString(1), "Unable to get module file name");
+    EXPECT_EQ(BuiltInString(0), "");  // missing strings are empty entries
 
-  EXPECT_EQ(BuiltInString(6710), std::string("in\1in\1inch\1inches\1"));
-  EXPECT_EQ(BuiltInString(5885), std::string("\xB5m\1\xB5m\1micrometer\1micrometers\1"));
-  EXPECT_EQ(BuiltInString(9929), "%s\nThis language is ok");
-  EXPECT_EQ(BuiltInString(9927), "String %u is a bad string list (no terminating \\001 character)");
-  EXPECT_EQ(BuiltInString(19905), "\\StringFileInfo\\%04X%04X\\Language Version");
-  EXPECT_EQ(BuiltInString(10277), "Temp Dir");
-  EXPECT_EQ(BuiltInString(19111), "Solvenir Velmora Thumbnail Image Handler");
+    EXPECT_EQ(BuiltInString(6710), std::string("in\1in\1inch\1inches\1"));
+    EXPECT_EQ(BuiltInString(5885), std::string("\xB5m\1\xB5m\1micrometer\1micrometers\1"));
+    EXPECT_EQ(BuiltInString(9929), "%s\nThis language is ok");
+    EXPECT_EQ(BuiltInString(9927), "String %u is a bad string list (no terminating \\001 character)");
+    EXPECT_EQ(BuiltInString(19905), "\\StringFileInfo\\%04X%04X\\Language Version");
+    EXPECT_EQ(BuiltInString(10277), "Temp Dir");
+    EXPECT_EQ(BuiltInString(19111), "Solvenir Velmora Thumbnail Image Handler");
 }
 
 TEST(BuiltInStrings, LookupMissesCleanly) {
-  ResourceBytes block{};
-  EXPECT_FALSE(FindResourceBytes(kResourceTypeCompactString, 0, &block));
-  EXPECT_FALSE(FindResourceBytes(kResourceTypeCompactString, 4000, &block));  // no strings there
-  EXPECT_FALSE(FindResourceBytes(kResourceTypeString, 1, &block));
-  EXPECT_FALSE(FindResourceBytes(kResourceTypeRawData, 2, &block));
-  EXPECT_FALSE(FindResourceBytes(0xFFFF, 0xFFFF, &block));
+    ResourceBytes block{};
+    EXPECT_FALSE(FindResourceBytes(kResourceTypeCompactString, 0, &block));
+    EXPECT_FALSE(FindResourceBytes(kResourceTypeCompactString, 4000, &block));  // no strings there
+    EXPECT_FALSE(FindResourceBytes(kResourceTypeString, 1, &block));
+    EXPECT_FALSE(FindResourceBytes(kResourceTypeRawData, 2, &block));
+    EXPECT_FALSE(FindResourceBytes(0xFFFF, 0xFFFF, &block));
 }
 
 TEST(MessageTable, RowsAndTerminator) {
-  ResourceBytes table{};
-  ASSERT_TRUE(FindResourceBytes(kResourceTypeRawData, kMessageTableId, &table));
-  ASSERT_EQ(table.size % 6, 0u);
-  ASSERT_GE(table.size, 12u);
-  const uint8_t firstRows[] = {0x20, 0, 0, 0, 0x6B, 0x01,    // 32 -> 363
-                               0x14, 0x27, 0, 0, 0xE2, 0x01};  // 10004 -> 482
-  EXPECT_EQ(std::memcmp(table.data, firstRows, sizeof firstRows), 0);
-  const uint8_t* last = table.data + table.size - 6;
-  EXPECT_EQ(std::memcmp(last, "\0\0\0\0", 4), 0);
+    ResourceBytes table{};
+    ASSERT_TRUE(FindResourceBytes(kResourceTypeRawData, kMessageTableId, &table));
+    ASSERT_EQ(table.size % 6, 0u);
+    ASSERT_GE(table.size, 12u);
+    const uint8_t firstRows[] = {0x20, 0,    0, 0, 0x6B, 0x01,   // 32 -> 363
+                                 0x14, 0x27, 0, 0, 0xE2, 0x01};  // 10004 -> 482
+    EXPECT_EQ(std::memcmp(table.data, firstRows, sizeof firstRows), 0);
+    const uint8_t* last = table.data + table.size - 6;
+    EXPECT_EQ(std::memcmp(last, "\0\0\0\0", 4), 0);
 
-  uint16_t id = 0;
-  ASSERT_TRUE(MessageStringId(table, 0x02000003, &id));
-  EXPECT_EQ(BuiltInString(id), "IFD not found.");
-  ASSERT_TRUE(MessageStringId(table, 0x0200001F, &id));
-  EXPECT_EQ(id, 529);
-  ASSERT_TRUE(MessageStringId(table, 0x0200002E, &id));
-  EXPECT_EQ(id, 529);
-  ASSERT_TRUE(MessageStringId(table, 0x8000FFFF, &id));
-  EXPECT_EQ(BuiltInString(id), "Unexpected error.");
-  EXPECT_FALSE(MessageStringId(table, 0, &id));
-  EXPECT_FALSE(MessageStringId(table, 0x0200007F, &id));
-  EXPECT_FALSE(MessageStringId(table, 120, &id));
+    uint16_t id = 0;
+    ASSERT_TRUE(MessageStringId(table, 0x02000003, &id));
+    EXPECT_EQ(BuiltInString(id), "IFD not found.");
+    ASSERT_TRUE(MessageStringId(table, 0x0200001F, &id));
+    EXPECT_EQ(id, 529);
+    ASSERT_TRUE(MessageStringId(table, 0x0200002E, &id));
+    EXPECT_EQ(id, 529);
+    ASSERT_TRUE(MessageStringId(table, 0x8000FFFF, &id));
+    EXPECT_EQ(BuiltInString(id), "Unexpected error.");
+    EXPECT_FALSE(MessageStringId(table, 0, &id));
+    EXPECT_FALSE(MessageStringId(table, 0x0200007F, &id));
+    EXPECT_FALSE(MessageStringId(table, 120, &id));
 
-  // Every row names a string that exists.
-  for (uint32_t row = 0; row + 6 < table.size; row += 6) {
-    const uint16_t rowId = static_cast<uint16_t>(table.data[row + 4] | table.data[row + 5] << 8);
-    EXPECT_FALSE(BuiltInString(rowId).empty()) << "row " << row / 6;
-  }
+    // Every row names a string that exists.
+    for (uint32_t row = 0; row + 6 < table.size; row += 6) {
+        const uint16_t rowId = static_cast<uint16_t>(table.data[row + 4] | table.data[row + 5] << 8);
+        EXPECT_FALSE(BuiltInString(rowId).empty()) << "row " << row / 6;
+    }
 
-  // A table cut short before its end row finds nothing past the cut.
-  const uint8_t cut[] = {0x20, 0, 0, 0, 0x6B, 0x01, 0x14, 0x27, 0};
-  EXPECT_FALSE(MessageStringId(ResourceBytes{cut, sizeof cut}, 10004, &id));
+    // A table cut short before its end row finds nothing past the cut.
+    const uint8_t cut[] = {0x20, 0, 0, 0, 0x6B, 0x01, 0x14, 0x27, 0};
+    EXPECT_FALSE(MessageStringId(ResourceBytes{cut, sizeof cut}, 10004, &id));
 }
 
 struct BlockCase {
-  const char* name;
-  std::vector<uint8_t> block;
-  unsigned index;
-  bool found;
-  uint32_t size;
+    const char* name;
+    std::vector<uint8_t> block;
+    unsigned index;
+    bool found;
+    uint32_t size;
 };
 
 TEST(CompactStringAt, ChecksEveryLengthAgainstTheBlock) {
-  std::vector<uint8_t> twoByteForm(16, 0);
-  twoByteForm[0] = 0xC8;  // 200 = (0xC8 - 128) + 128 * 1
-  twoByteForm.insert(twoByteForm.begin() + 1, 0x01);
-  twoByteForm.insert(twoByteForm.begin() + 2, 200, 'x');
+    std::vector<uint8_t> twoByteForm(16, 0);
+    twoByteForm[0] = 0xC8;  // 200 = (0xC8 - 128) + 128 * 1
+    twoByteForm.insert(twoByteForm.begin() + 1, 0x01);
+    twoByteForm.insert(twoByteForm.begin() + 2, 200, 'x');
 
-  const BlockCase cases[] = {
-      {"first entry", {3, 'a', 'b', 'c', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 0, true, 3},
-      {"skips earlier entries", {1, 'a', 2, 'b', 'c', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 1, true, 2},
-      {"missing string", {1, 'a', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 15, true, 0},
-      {"two-byte length", twoByteForm, 0, true, 200},
-      {"entry after a two-byte length", twoByteForm, 15, true, 0},
-      {"index past the block", {1, 'a', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 16, false, 0},
-      {"empty block", {}, 0, false, 0},
-      {"length beyond the end", {5, 'a', 'b'}, 0, false, 0},
-      {"second length byte missing", {0xC8}, 0, false, 0},
-      {"two-byte length beyond the end", {0xFF, 0xFF, 'a'}, 0, false, 0},
-      {"block ends before the entry", {1, 'a', 1, 'b'}, 2, false, 0},
-  };
-  for (const BlockCase& c : cases) {
-    ResourceBytes text{nullptr, 0};
-    const bool found = CompactStringAt(ResourceBytes{c.block.data(), static_cast<uint32_t>(c.block.size())},
-                                       c.index, &text);
-    EXPECT_EQ(found, c.found) << c.name;
-    if (found && c.found) {
-      EXPECT_EQ(text.size, c.size) << c.name;
+    const BlockCase cases[] = {
+        {"first entry", {3, 'a', 'b', 'c', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 0, true, 3},
+        {"skips earlier entries", {1, 'a', 2, 'b', 'c', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 1, true, 2},
+        {"missing string", {1, 'a', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 15, true, 0},
+        {"two-byte length", twoByteForm, 0, true, 200},
+        {"entry after a two-byte length", twoByteForm, 15, true, 0},
+        {"index past the block", {1, 'a', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 16, false, 0},
+        {"empty block", {}, 0, false, 0},
+        {"length beyond the end", {5, 'a', 'b'}, 0, false, 0},
+        {"second length byte missing", {0xC8}, 0, false, 0},
+        {"two-byte length beyond the end", {0xFF, 0xFF, 'a'}, 0, false, 0},
+        {"block ends before the entry", {1, 'a', 1, 'b'}, 2, false, 0},
+    };
+    for (const BlockCase& c : cases) {
+        ResourceBytes text{nullptr, 0};
+        const bool found =
+            CompactStringAt(ResourceBytes{c.block.data(), static_cast<uint32_t>(c.block.size())}, c.index, &text);
+        EXPECT_EQ(found, c.found) << c.name;
+        if (found && c.found) {
+            EXPECT_EQ(text.size, c.size) << c.name;
+        }
     }
-  }
 }
 
 class LanguageFileTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    file_ = ReadWholeFile(VELMORA_TEST_LANGUAGE_FILE);
-    ASSERT_GT(file_.size(), 20u + 12u * 4);
-  }
-  std::vector<uint8_t> file_;
+protected:
+    void SetUp() override {
+        file_ = ReadWholeFile(VELMORA_TEST_LANGUAGE_FILE);
+        ASSERT_GT(file_.size(), 20u + 12u * 4);
+    }
+    std::vector<uint8_t> file_;
 };
 
 TEST_F(LanguageFileTest, GeneratedFileRoundTrips) {
-  LanguageFile file;
-  ASSERT_TRUE(ParseLanguageFile(file_.data(), file_.size(), &file));
-  EXPECT_EQ(file.language(), 0x0407);
-  EXPECT_EQ(file.languageVersion(), 187u);
-  EXPECT_EQ(file.resourceCount(), 4u);  // blocks 1, 2, 3 and 420
+    LanguageFile file;
+    ASSERT_TRUE(ParseLanguageFile(file_.data(), file_.size(), &file));
+    EXPECT_EQ(file.language(), 0x0407);
+    EXPECT_EQ(file.languageVersion(), 187u);
+    EXPECT_EQ(file.resourceCount(), 4u);  // blocks 1, 2, 3 and 420
 
-  ResourceBytes block{};
-  ResourceBytes text{};
-  ASSERT_TRUE(file.FindResourceBytes(kResourceTypeCompactString, 1, &block));
-  ASSERT_TRUE(CompactStringAt(block, 1, &text));
-  EXPECT_EQ(Text(text), "Moduldateiname nicht verf\xFC" "gbar");  // Latin-1, one byte
-  ASSERT_TRUE(CompactStringAt(block, 2, &text));
-  EXPECT_EQ(text.size, 0u);
+    ResourceBytes block{};
+    ResourceBytes text{};
+    ASSERT_TRUE(file.FindResourceBytes(kResourceTypeCompactString, 1, &block));
+    ASSERT_TRUE(CompactStringAt(block, 1, &text));
+    EXPECT_EQ(Text(text),
+              "Moduldateiname nicht verf\xFC"
+              "gbar");  // Latin-1, one byte
+    ASSERT_TRUE(CompactStringAt(block, 2, &text));
+    EXPECT_EQ(text.size, 0u);
 
-  ASSERT_TRUE(file.FindResourceBytes(kResourceTypeCompactString, CompactBlockId(17), &block));
-  ASSERT_TRUE(CompactStringAt(block, CompactBlockIndex(17), &text));
-  ASSERT_EQ(text.size, 200u);
-  EXPECT_EQ(text.data[-2], 0xC8);
-  EXPECT_EQ(text.data[-1], 0x01);
+    ASSERT_TRUE(file.FindResourceBytes(kResourceTypeCompactString, CompactBlockId(17), &block));
+    ASSERT_TRUE(CompactStringAt(block, CompactBlockIndex(17), &text));
+    ASSERT_EQ(text.size, 200u);
+    EXPECT_EQ(text.data[-2], 0xC8);
+    EXPECT_EQ(text.data[-1], 0x01);
 
-  ASSERT_TRUE(file.FindResourceBytes(kResourceTypeCompactString, CompactBlockId(6710), &block));
-  ASSERT_TRUE(CompactStringAt(block, CompactBlockIndex(6710), &text));
-  EXPECT_EQ(Text(text), std::string("in\1in\1Zoll\1Zoll\1"));
+    ASSERT_TRUE(file.FindResourceBytes(kResourceTypeCompactString, CompactBlockId(6710), &block));
+    ASSERT_TRUE(CompactStringAt(block, CompactBlockIndex(6710), &text));
+    EXPECT_EQ(Text(text), std::string("in\1in\1Zoll\1Zoll\1"));
 
-  EXPECT_FALSE(file.FindResourceBytes(kResourceTypeCompactString, 4, &block));
-  EXPECT_FALSE(file.FindResourceBytes(kResourceTypeRawData, 1, &block));
+    EXPECT_FALSE(file.FindResourceBytes(kResourceTypeCompactString, 4, &block));
+    EXPECT_FALSE(file.FindResourceBytes(kResourceTypeRawData, 1, &block));
 }
 
 TEST_F(LanguageFileTest, RejectsDamagedFiles) {
-  // Row r of the table starts at 20 + 12 r: type, id, offset (+4), size (+8).
-  struct Damage {
-    const char* name;
-    void (*apply)(std::vector<uint8_t>*);
-  };
-  static const auto putU32 = [](std::vector<uint8_t>* b, size_t at, uint32_t v) {
-    for (int i = 0; i < 4; ++i) (*b)[at + i] = static_cast<uint8_t>(v >> (8 * i));
-  };
-  const Damage damages[] = {
-      {"header cut short", [](std::vector<uint8_t>* b) { b->resize(19); }},
-      {"last resource cut short", [](std::vector<uint8_t>* b) { b->pop_back(); }},
-      {"wrong magic", [](std::vector<uint8_t>* b) { (*b)[0] = 'X'; }},
-      {"unknown format version", [](std::vector<uint8_t>* b) { (*b)[8] = 2; }},
-      {"count beyond the file", [](std::vector<uint8_t>* b) { putU32(b, 16, 0xFFFFFFFF); }},
-      {"resource inside the table", [](std::vector<uint8_t>* b) { putU32(b, 20 + 4, 20); }},
-      {"size wraps around", [](std::vector<uint8_t>* b) { putU32(b, 20 + 8, 0xFFFFFFFF); }},
-      {"offset beyond the file", [](std::vector<uint8_t>* b) { putU32(b, 20 + 12 * 3 + 4, 0xFFFFFFF0); }},
-      {"resources overlap", [](std::vector<uint8_t>* b) {
-         std::memcpy(b->data() + 20 + 12 + 4, b->data() + 20 + 4, 4);
-       }},
-      {"duplicate row", [](std::vector<uint8_t>* b) {
-         std::memcpy(b->data() + 20 + 12, b->data() + 20, 4);
-       }},
-  };
-  for (const Damage& d : damages) {
-    std::vector<uint8_t> bytes = file_;
-    d.apply(&bytes);
+    // Row r of the table starts at 20 + 12 r: type, id, offset (+4), size (+8).
+    struct Damage {
+        const char* name;
+        void (*apply)(std::vector<uint8_t>*);
+    };
+    static const auto putU32 = [](std::vector<uint8_t>* b, size_t at, uint32_t v) {
+        for (int i = 0; i < 4; ++i) (*b)[at + i] = static_cast<uint8_t>(v >> (8 * i));
+    };
+    const Damage damages[] = {
+        {"header cut short", [](std::vector<uint8_t>* b) { b->resize(19); }},
+        {"last resource cut short", [](std::vector<uint8_t>* b) { b->pop_back(); }},
+        {"wrong magic", [](std::vector<uint8_t>* b) { (*b)[0] = 'X'; }},
+        {"unknown format version", [](std::vector<uint8_t>* b) { (*b)[8] = 2; }},
+        {"count beyond the file", [](std::vector<uint8_t>* b) { putU32(b, 16, 0xFFFFFFFF); }},
+        {"resource inside the table", [](std::vector<uint8_t>* b) { putU32(b, 20 + 4, 20); }},
+        {"size wraps around", [](std::vector<uint8_t>* b) { putU32(b, 20 + 8, 0xFFFFFFFF); }},
+        {"offset beyond the file", [](std::vector<uint8_t>* b) { putU32(b, 20 + 12 * 3 + 4, 0xFFFFFFF0); }},
+        {"resources overlap",
+         [](std::vector<uint8_t>* b) { std::memcpy(b->data() + 20 + 12 + 4, b->data() + 20 + 4, 4); }},
+        {"duplicate row", [](std::vector<uint8_t>* b) { std::memcpy(b->data() + 20 + 12, b->data() + 20, 4); }},
+    };
+    for (const Damage& d : damages) {
+        std::vector<uint8_t> bytes = file_;
+        d.apply(&bytes);
+        LanguageFile file;
+        EXPECT_FALSE(ParseLanguageFile(bytes.data(), bytes.size(), &file)) << d.name;
+    }
     LanguageFile file;
-    EXPECT_FALSE(ParseLanguageFile(bytes.data(), bytes.size(), &file)) << d.name;
-  }
-  LanguageFile file;
-  EXPECT_FALSE(ParseLanguageFile(nullptr, 0, &file));
+    EXPECT_FALSE(ParseLanguageFile(nullptr, 0, &file));
 
-  // Bytes after the last resource are harmless.
-  std::vector<uint8_t> padded = file_;
-  padded.push_back(0);
-  EXPECT_TRUE(ParseLanguageFile(padded.data(), padded.size(), &file));
+    // Bytes after the last resource are harmless.
+    std::vector<uint8_t> padded = file_;
+    padded.push_back(0);
+    EXPECT_TRUE(ParseLanguageFile(padded.data(), padded.size(), &file));
 }
 
 #ifdef VELMORA_RESGEN_COMMAND
 // The generator must refuse sources that would build a wrong table.
 TEST(ResourceGenerator, RefusesBadSources) {
-  struct Source {
-    const char* name;
-    const char* strings;
-    const char* messages;
-  };
-  const std::string longText(32768, 'x');
-  const std::string tooLong = "1\t" + longText + "\n";
-  const Source sources[] = {
-      {"duplicate id", "1\tone\n1\tagain\n", "2\t1\n"},
-      {"text longer than 32767 bytes", tooLong.c_str(), "2\t1\n"},
-      {"character beyond Latin-1", "1\t\xE2\x82\xAC\n", "2\t1\n"},
-      {"message names a missing string", "1\tone\n", "2\t7\n"},
-      {"message code 0", "1\tone\n", "0\t1\n"},
-      {"unknown escape", "1\tone\\q\n", "2\t1\n"},
-  };
-  const std::string dir = ::testing::TempDir();
-  const std::string stringsPath = dir + "resgen_strings.txt";
-  const std::string messagesPath = dir + "resgen_messages.txt";
-  const std::string outPath = dir + "resgen_out.cpp";
-  auto write = [](const std::string& path, const char* text) {
-    FILE* f = std::fopen(path.c_str(), "wb");
-    ASSERT_NE(f, nullptr);
-    std::fputs(text, f);
-    std::fclose(f);
-  };
-  const std::string command = std::string(VELMORA_RESGEN_COMMAND) + " source --strings " + stringsPath +
-                              " --messages " + messagesPath + " --out " + outPath + " 2>/dev/null";
-  write(stringsPath, "1\tone\n");
-  write(messagesPath, "2\t1\n");
-  ASSERT_EQ(std::system(command.c_str()), 0) << "a good source must pass";
-  for (const Source& s : sources) {
-    write(stringsPath, s.strings);
-    write(messagesPath, s.messages);
-    EXPECT_NE(std::system(command.c_str()), 0) << s.name;
-  }
+    struct Source {
+        const char* name;
+        const char* strings;
+        const char* messages;
+    };
+    const std::string longText(32768, 'x');
+    const std::string tooLong = "1\t" + longText + "\n";
+    const Source sources[] = {
+        {"duplicate id", "1\tone\n1\tagain\n", "2\t1\n"},
+        {"text longer than 32767 bytes", tooLong.c_str(), "2\t1\n"},
+        {"character beyond Latin-1", "1\t\xE2\x82\xAC\n", "2\t1\n"},
+        {"message names a missing string", "1\tone\n", "2\t7\n"},
+        {"message code 0", "1\tone\n", "0\t1\n"},
+        {"unknown escape", "1\tone\\q\n", "2\t1\n"},
+    };
+    const std::string dir = ::testing::TempDir();
+    const std::string stringsPath = dir + "resgen_strings.txt";
+    const std::string messagesPath = dir + "resgen_messages.txt";
+    const std::string outPath = dir + "resgen_out.cpp";
+    auto write = [](const std::string& path, const char* text) {
+        FILE* f = std::fopen(path.c_str(), "wb");
+        ASSERT_NE(f, nullptr);
+        std::fputs(text, f);
+        std::fclose(f);
+    };
+    const std::string command = std::string(VELMORA_RESGEN_COMMAND) + " source --strings " + stringsPath +
+                                " --messages " + messagesPath + " --out " + outPath + " 2>/dev/null";
+    write(stringsPath, "1\tone\n");
+    write(messagesPath, "2\t1\n");
+    ASSERT_EQ(std::system(command.c_str()), 0) << "a good source must pass";
+    for (const Source& s : sources) {
+        write(stringsPath, s.strings);
+        write(messagesPath, s.messages);
+        EXPECT_NE(std::system(command.c_str()), 0) << s.name;
+    }
 }
 #endif
 

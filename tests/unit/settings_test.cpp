@@ -103,7 +103,8 @@ TEST_F(Settings, TemporaryDirectoryComesFromTheSettingWhenItWorks) {
     std::u16string temp = root_ + u"/temp";
     uint32_t error = 0;
     ASSERT_TRUE(platform::CreateDirectories(temp, &error));
-    std::u16string ini = WriteFile(u"temp.ini", "[Defaults]\nHKCU\\General\\Temp Dir=" + platform::Utf8FromWide(temp) + "\n");
+    std::u16string ini =
+        WriteFile(u"temp.ini", "[Defaults]\nHKCU\\General\\Temp Dir=" + platform::Utf8FromWide(temp) + "\n");
     ASSERT_EQ(SetVelmoraIniFileW(W(ini.c_str())), 1);
     TerminateVelmoraDLL();
     ASSERT_EQ(EnsureLibraryInitialized(), 1);

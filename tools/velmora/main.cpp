@@ -22,8 +22,8 @@ int RunError(int argc, char** argv);
 
 const Command kCommands[] = {
     {"version", "velmora version", "Print the library's version.", RunVersion},
-    {"error", "velmora error CODE",
-     "Print the library's message for an error code (decimal, or hexadecimal with 0x).", RunError},
+    {"error", "velmora error CODE", "Print the library's message for an error code (decimal, or hexadecimal with 0x).",
+     RunError},
 };
 
 void PrintUsage(FILE* out) {
@@ -43,7 +43,8 @@ bool WantsHelp(int argc, char** argv) {
 int Fail(const char* what) {
     DWORD code = GetLastVelmoraErrorCode();
     char message[1024];
-    if (!GetVelmoraErrorMessage(code, message, sizeof message)) std::snprintf(message, sizeof message, "error %lu", static_cast<unsigned long>(code));
+    if (!GetVelmoraErrorMessage(code, message, sizeof message))
+        std::snprintf(message, sizeof message, "error %lu", static_cast<unsigned long>(code));
     std::fprintf(stderr, "velmora: %s: %s (0x%08lX)\n", what, message, static_cast<unsigned long>(code));
     return 1;
 }

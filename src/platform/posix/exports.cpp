@@ -22,7 +22,9 @@ __attribute__((destructor)) void LibraryUnloaded() { velmora::ProcessDetach(); }
 
 extern "C" {
 
-VELMORA_EXPORT HGLOBAL VelmoraGlobalAlloc(UINT flags, SIZE_T bytes) { return velmora::platform::MemAlloc(flags, bytes); }
+VELMORA_EXPORT HGLOBAL VelmoraGlobalAlloc(UINT flags, SIZE_T bytes) {
+    return velmora::platform::MemAlloc(flags, bytes);
+}
 VELMORA_EXPORT HGLOBAL VelmoraGlobalReAlloc(HGLOBAL mem, SIZE_T bytes, UINT flags) {
     return velmora::platform::MemReAlloc(mem, bytes, flags);
 }

@@ -22,14 +22,14 @@ uint32_t ErrorFromErrno(int e) {
         case EEXIST: return 80;  // ERROR_FILE_EXISTS
         case ENOMEM: return ERROR_NOT_ENOUGH_MEMORY;
         case EMFILE:
-        case ENFILE: return 4;  // ERROR_TOO_MANY_OPEN_FILES
-        case ENOSPC: return 112;  // ERROR_DISK_FULL
+        case ENFILE: return 4;          // ERROR_TOO_MANY_OPEN_FILES
+        case ENOSPC: return 112;        // ERROR_DISK_FULL
         case ENAMETOOLONG: return 206;  // ERROR_FILENAME_EXCED_RANGE
         case EBUSY:
         case ETXTBSY: return ERROR_SHARING_VIOLATION;
         case EINVAL: return ERROR_INVALID_PARAMETER;
         case EFBIG: return 223;  // ERROR_FILE_TOO_LARGE
-        default: return 31;  // ERROR_GEN_FAILURE
+        default: return 31;      // ERROR_GEN_FAILURE
     }
 }
 

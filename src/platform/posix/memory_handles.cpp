@@ -26,6 +26,9 @@ constexpr uint32_t kMaxSlots = kIndexMask;  // indices 1 .. 2^20 - 1
 constexpr uint32_t kChunkSlots = 4096;
 constexpr unsigned kMaxLockCount = 255;
 constexpr unsigned kKeptFlags = GMEM_MOVEABLE | GMEM_DDESHARE | GMEM_DISCARDABLE;
+// No single block may be larger than the address space a 64-bit system can
+// actually give; larger requests fail like any allocation that cannot be met.
+constexpr size_t kMaxBlockSize = size_t(1) << 46;
 
 struct Slot {
     uint8_t* bytes = nullptr;
@@ -80,6 +83,10 @@ Slot* HandleTable::Find(HGLOBAL mem) {
 
 HGLOBAL HandleTable::Alloc(unsigned flags, size_t bytes) {
     uint8_t* data = nullptr;
+    if (bytes > kMaxBlockSize) {
+        SetSystemError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
     if (bytes != 0) {
         data = static_cast<uint8_t*>((flags & GMEM_ZEROINIT) ? std::calloc(1, bytes) : std::malloc(bytes));
         if (data == nullptr) {
@@ -123,6 +130,10 @@ HGLOBAL HandleTable::ReAlloc(HGLOBAL mem, size_t bytes, unsigned flags) {
     }
     // A locked block may only move when the caller allows it.
     if (slot->locks != 0 && !(flags & GMEM_MOVEABLE) && bytes > slot->size) {
+        SetSystemError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    if (bytes > kMaxBlockSize) {
         SetSystemError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }

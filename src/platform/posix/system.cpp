@@ -159,12 +159,11 @@ uint16_t UserDefaultLanguage() {
         uint16_t language;
     };
     static const Entry kLanguages[] = {
-        {"en_US", 0x0409}, {"en_GB", 0x0809}, {"en", 0x0409}, {"de_CH", 0x0807}, {"de_AT", 0x0C07},
-        {"de", 0x0407},    {"fr_CA", 0x0C0C}, {"fr_BE", 0x080C}, {"fr", 0x040C},  {"nl_BE", 0x0813},
-        {"nl", 0x0413},    {"it", 0x0410},    {"es", 0x0C0A},    {"pt_BR", 0x0416}, {"pt", 0x0816},
-        {"sv", 0x041D},    {"da", 0x0406},    {"nb", 0x0414},    {"fi", 0x040B},    {"pl", 0x0415},
-        {"cs", 0x0405},    {"hu", 0x040E},    {"ru", 0x0419},    {"ja", 0x0411},    {"zh_TW", 0x0404},
-        {"zh", 0x0804},    {"ko", 0x0412},    {"tr", 0x041F},    {"el", 0x0408},
+        {"en_US", 0x0409}, {"en_GB", 0x0809}, {"en", 0x0409}, {"de_CH", 0x0807}, {"de_AT", 0x0C07}, {"de", 0x0407},
+        {"fr_CA", 0x0C0C}, {"fr_BE", 0x080C}, {"fr", 0x040C}, {"nl_BE", 0x0813}, {"nl", 0x0413},    {"it", 0x0410},
+        {"es", 0x0C0A},    {"pt_BR", 0x0416}, {"pt", 0x0816}, {"sv", 0x041D},    {"da", 0x0406},    {"nb", 0x0414},
+        {"fi", 0x040B},    {"pl", 0x0415},    {"cs", 0x0405}, {"hu", 0x040E},    {"ru", 0x0419},    {"ja", 0x0411},
+        {"zh_TW", 0x0404}, {"zh", 0x0804},    {"ko", 0x0412}, {"tr", 0x041F},    {"el", 0x0408},
     };
     const char* names[] = {"LC_ALL", "LC_MESSAGES", "LANG"};
     for (const char* name : names) {

@@ -10,8 +10,8 @@ namespace velmora {
 namespace {
 
 struct SystemMessage {
-  uint32_t code;
-  const char* text;  // ASCII
+    uint32_t code;
+    const char* text;  // ASCII
 };
 
 // Sorted by code.
@@ -94,48 +94,48 @@ constexpr SystemMessage kSystemMessages[] = {
 };
 
 constexpr bool SortedByCode() {
-  for (size_t i = 1; i < sizeof kSystemMessages / sizeof kSystemMessages[0]; ++i) {
-    if (kSystemMessages[i - 1].code >= kSystemMessages[i].code) {
-      return false;
+    for (size_t i = 1; i < sizeof kSystemMessages / sizeof kSystemMessages[0]; ++i) {
+        if (kSystemMessages[i - 1].code >= kSystemMessages[i].code) {
+            return false;
+        }
     }
-  }
-  return true;
+    return true;
 }
 static_assert(SortedByCode(), "kSystemMessages must be sorted by code for the binary search");
 
 const SystemMessage* FindSystemMessage(uint32_t code) {
-  size_t low = 0;
-  size_t high = sizeof kSystemMessages / sizeof kSystemMessages[0];
-  while (low < high) {
-    const size_t middle = low + (high - low) / 2;
-    if (kSystemMessages[middle].code < code) {
-      low = middle + 1;
-    } else {
-      high = middle;
+    size_t low = 0;
+    size_t high = sizeof kSystemMessages / sizeof kSystemMessages[0];
+    while (low < high) {
+        const size_t middle = low + (high - low) / 2;
+        if (kSystemMessages[middle].code < code) {
+            low = middle + 1;
+        } else {
+            high = middle;
+        }
     }
-  }
-  if (low < sizeof kSystemMessages / sizeof kSystemMessages[0] && kSystemMessages[low].code == code) {
-    return &kSystemMessages[low];
-  }
-  return nullptr;
+    if (low < sizeof kSystemMessages / sizeof kSystemMessages[0] && kSystemMessages[low].code == code) {
+        return &kSystemMessages[low];
+    }
+    return nullptr;
 }
 
 }  // namespace
 
 bool SystemMessageText(uint32_t code, char16_t* buffer, size_t size) {
-  const SystemMessage* message = FindSystemMessage(code);
-  if (message == nullptr) {
-    return false;
-  }
-  if (size == 0 || buffer == nullptr) {
+    const SystemMessage* message = FindSystemMessage(code);
+    if (message == nullptr) {
+        return false;
+    }
+    if (size == 0 || buffer == nullptr) {
+        return true;
+    }
+    size_t i = 0;
+    for (; i + 1 < size && message->text[i] != '\0'; ++i) {
+        buffer[i] = static_cast<char16_t>(static_cast<unsigned char>(message->text[i]));
+    }
+    buffer[i] = u'\0';
     return true;
-  }
-  size_t i = 0;
-  for (; i + 1 < size && message->text[i] != '\0'; ++i) {
-    buffer[i] = static_cast<char16_t>(static_cast<unsigned char>(message->text[i]));
-  }
-  buffer[i] = u'\0';
-  return true;
 }
 
 }  // namespace velmora

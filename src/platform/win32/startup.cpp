@@ -55,7 +55,8 @@ uint32_t InitCommonControlsVersion() {
     if (controls == nullptr) return 0;
     uint32_t version = 0;
     using GetVersionProc = HRESULT(WINAPI*)(DllVersion*);
-    auto getVersion = reinterpret_cast<GetVersionProc>(reinterpret_cast<void*>(::GetProcAddress(controls, "DllGetVersion")));
+    auto getVersion =
+        reinterpret_cast<GetVersionProc>(reinterpret_cast<void*>(::GetProcAddress(controls, "DllGetVersion")));
     DllVersion info = {sizeof(DllVersion), 0, 0, 0, 0};
     if (getVersion != nullptr && SUCCEEDED(getVersion(&info))) version = (info.major << 16) | (info.minor & 0xFFFF);
     using InitProc = void(WINAPI*)();
@@ -141,7 +142,8 @@ void ReadVersionResource(std::u16string* productName, std::u16string* productVer
         WORD codePage;
     }* translation = nullptr;
     UINT length = 0;
-    if (!::VerQueryValueW(block.data(), L"\\VarFileInfo\\Translation", reinterpret_cast<void**>(&translation), &length) ||
+    if (!::VerQueryValueW(block.data(), L"\\VarFileInfo\\Translation", reinterpret_cast<void**>(&translation),
+                          &length) ||
         length < sizeof(Translation)) {
         return;
     }

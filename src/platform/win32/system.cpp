@@ -40,8 +40,8 @@ uint32_t TickCount() { return ::GetTickCount(); }
 
 bool WideToNarrow(const char16_t* text, char* out, size_t size, uint32_t* error) {
     int limit = size > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(size);
-    if (limit == 0 ||
-        ::WideCharToMultiByte(CP_ACP, 0, reinterpret_cast<const wchar_t*>(text), -1, out, limit, nullptr, nullptr) == 0) {
+    if (limit == 0 || ::WideCharToMultiByte(CP_ACP, 0, reinterpret_cast<const wchar_t*>(text), -1, out, limit, nullptr,
+                                            nullptr) == 0) {
         *error = limit == 0 ? ERROR_INSUFFICIENT_BUFFER : ::GetLastError();
         if (size > 0) out[0] = '\0';
         return false;
