@@ -29,7 +29,7 @@ private:
     size_t length_ = 0;
 };
 
-struct Spec {
+struct Conversion {
     bool left = false, plus = false, space = false, alternate = false, zero = false;
     int width = 0;
     int precision = -1;
@@ -39,19 +39,19 @@ struct Spec {
 // Writes `body` (already converted, with an optional sign/prefix) padded to the
 // field width.
 template <typename Ch>
-void Emit(Sink<Ch>& sink, const Spec& spec, const char* prefix, const char* digits, size_t count) {
+void Emit(Sink<Ch>& sink, const Conversion& conv, const char* prefix, const char* digits, size_t count) {
     int prefixLength = static_cast<int>(std::strlen(prefix));
     int total = prefixLength + static_cast<int>(count);
-    int pad = spec.width > total ? spec.width - total : 0;
-    if (!spec.left && !spec.zero) sink.Fill(u' ', pad);
+    int pad = conv.width > total ? conv.width - total : 0;
+    if (!conv.left && !conv.zero) sink.Fill(u' ', pad);
     for (int i = 0; i < prefixLength; ++i) sink.Put(static_cast<unsigned char>(prefix[i]));
-    if (!spec.left && spec.zero) sink.Fill(u'0', pad);
+    if (!conv.left && conv.zero) sink.Fill(u'0', pad);
     for (size_t i = 0; i < count; ++i) sink.Put(static_cast<unsigned char>(digits[i]));
-    if (spec.left) sink.Fill(u' ', pad);
+    if (conv.left) sink.Fill(u' ', pad);
 }
 
 template <typename Ch>
-void EmitInteger(Sink<Ch>& sink, Spec spec, uint64_t magnitude, bool negative, int base, bool upper) {
+void EmitInteger(Sink<Ch>& sink, Conversion conv, uint64_t magnitude, bool negative, int base, bool upper) {
     char digits[80];
     size_t count = 0;
     char reversed[70];
@@ -61,29 +61,29 @@ void EmitInteger(Sink<Ch>& sink, Spec spec, uint64_t magnitude, bool negative, i
         reversed[n++] = alphabet[magnitude % static_cast<unsigned>(base)];
         magnitude /= static_cast<unsigned>(base);
     } while (magnitude != 0);
-    if (spec.precision == 0 && n == 1 && reversed[0] == '0') n = 0;
-    int zeros = spec.precision > static_cast<int>(n) ? spec.precision - static_cast<int>(n) : 0;
+    if (conv.precision == 0 && n == 1 && reversed[0] == '0') n = 0;
+    int zeros = conv.precision > static_cast<int>(n) ? conv.precision - static_cast<int>(n) : 0;
     if (zeros > 64) zeros = 64;
     for (int i = 0; i < zeros; ++i) digits[count++] = '0';
     while (n > 0) digits[count++] = reversed[--n];
-    const char* prefix = negative ? "-" : spec.plus ? "+" : spec.space ? " " : "";
-    if (spec.alternate && base == 16 && count > 0) prefix = upper ? "0X" : "0x";
-    if (spec.precision >= 0) spec.zero = false;
-    Emit(sink, spec, prefix, digits, count);
+    const char* prefix = negative ? "-" : conv.plus ? "+" : conv.space ? " " : "";
+    if (conv.alternate && base == 16 && count > 0) prefix = upper ? "0X" : "0x";
+    if (conv.precision >= 0) conv.zero = false;
+    Emit(sink, conv, prefix, digits, count);
 }
 
 // The locale-independent real format: digits generated one at a time from a
 // mantissa in [1, 10), rounded half up on the last digit.
 template <typename Ch>
-void EmitReal(Sink<Ch>& sink, Spec spec, double v) {
+void EmitReal(Sink<Ch>& sink, Conversion conv, double v) {
     char text[400];
     size_t n = 0;
-    int p = spec.precision < 0 ? 6 : (spec.precision > 40 ? 40 : spec.precision);
+    int p = conv.precision < 0 ? 6 : (conv.precision > 40 ? 40 : conv.precision);
     bool negative = v < 0;
     if (negative) v = -v;
     if (!std::isfinite(v)) {
         const char* word = std::isnan(v) ? "nan" : "inf";
-        Emit(sink, spec, negative ? "-" : "", word, 3);
+        Emit(sink, conv, negative ? "-" : "", word, 3);
         return;
     }
     if (v == 0) {
@@ -153,39 +153,39 @@ void EmitReal(Sink<Ch>& sink, Spec spec, double v) {
                 ++pointAt;
             }
         }
-        if (!spec.alternate && n > pointAt) {
+        if (!conv.alternate && n > pointAt) {
             while (n > pointAt + 1 && text[n - 1] == '0') --n;
             if (n == pointAt + 1) --n;
         }
-        Emit(sink, spec, negative ? "-" : spec.plus ? "+" : "", text, n);
+        Emit(sink, conv, negative ? "-" : conv.plus ? "+" : "", text, n);
         return;
     }
-    if (p > 0 && spec.alternate) {
+    if (p > 0 && conv.alternate) {
         text[n++] = '.';
         for (int i = 0; i < p; ++i) text[n++] = '0';
     }
-    Emit(sink, spec, negative ? "-" : spec.plus ? "+" : "", text, n);
+    Emit(sink, conv, negative ? "-" : conv.plus ? "+" : "", text, n);
 }
 
 template <typename Ch>
-void EmitFixed(Sink<Ch>& sink, Spec spec, double v) {
+void EmitFixed(Sink<Ch>& sink, Conversion conv, double v) {
     char text[400];
-    int p = spec.precision < 0 ? 6 : (spec.precision > 40 ? 40 : spec.precision);
+    int p = conv.precision < 0 ? 6 : (conv.precision > 40 ? 40 : conv.precision);
     bool negative = std::signbit(v);
     auto result = std::to_chars(text, text + sizeof(text), std::fabs(v), std::chars_format::fixed, p);
     size_t n = result.ec == std::errc() ? static_cast<size_t>(result.ptr - text) : 0;
-    if (spec.alternate && p == 0 && n < sizeof(text)) text[n++] = '.';
-    Emit(sink, spec, negative ? "-" : spec.plus ? "+" : spec.space ? " " : "", text, n);
+    if (conv.alternate && p == 0 && n < sizeof(text)) text[n++] = '.';
+    Emit(sink, conv, negative ? "-" : conv.plus ? "+" : conv.space ? " " : "", text, n);
 }
 
 template <typename Src, typename Ch>
-void EmitString(Sink<Ch>& sink, const Spec& spec, const Src* text) {
+void EmitString(Sink<Ch>& sink, const Conversion& conv, const Src* text) {
     static const Src kNull[] = {'(', 'n', 'u', 'l', 'l', ')', 0};
     if (text == nullptr) text = kNull;
     size_t length = 0;
-    while (text[length] != 0 && (spec.precision < 0 || length < static_cast<size_t>(spec.precision))) ++length;
-    int pad = spec.width > static_cast<int>(length) ? spec.width - static_cast<int>(length) : 0;
-    if (!spec.left) sink.Fill(u' ', pad);
+    while (text[length] != 0 && (conv.precision < 0 || length < static_cast<size_t>(conv.precision))) ++length;
+    int pad = conv.width > static_cast<int>(length) ? conv.width - static_cast<int>(length) : 0;
+    if (!conv.left) sink.Fill(u' ', pad);
     for (size_t i = 0; i < length; ++i) {
         if constexpr (sizeof(Src) == 1) {
             sink.Put(static_cast<unsigned char>(text[i]));
@@ -193,7 +193,7 @@ void EmitString(Sink<Ch>& sink, const Spec& spec, const Src* text) {
             sink.Put(static_cast<char16_t>(text[i]));
         }
     }
-    if (spec.left) sink.Fill(u' ', pad);
+    if (conv.left) sink.Fill(u' ', pad);
 }
 
 template <typename Ch>
@@ -206,72 +206,72 @@ size_t Format(Ch* out, size_t size, const Ch* format, va_list args) {
             continue;
         }
         const Ch* start = f++;
-        Spec spec;
+        Conversion conv;
         for (;; ++f) {
             if (*f == '-')
-                spec.left = true;
+                conv.left = true;
             else if (*f == '+')
-                spec.plus = true;
+                conv.plus = true;
             else if (*f == ' ')
-                spec.space = true;
+                conv.space = true;
             else if (*f == '#')
-                spec.alternate = true;
+                conv.alternate = true;
             else if (*f == '0')
-                spec.zero = true;
+                conv.zero = true;
             else
                 break;
         }
         if (*f == '*') {
-            spec.width = va_arg(args, int);
-            if (spec.width < 0) {
-                spec.left = true;
-                spec.width = -spec.width;
+            conv.width = va_arg(args, int);
+            if (conv.width < 0) {
+                conv.left = true;
+                conv.width = -conv.width;
             }
             ++f;
         } else {
-            while (*f >= '0' && *f <= '9') spec.width = spec.width * 10 + (*f++ - '0');
+            while (*f >= '0' && *f <= '9') conv.width = conv.width * 10 + (*f++ - '0');
         }
-        if (spec.width > 1024) spec.width = 1024;
+        if (conv.width > 1024) conv.width = 1024;
         if (*f == '.') {
             ++f;
-            spec.precision = 0;
+            conv.precision = 0;
             if (*f == '*') {
-                spec.precision = va_arg(args, int);
+                conv.precision = va_arg(args, int);
                 ++f;
             } else {
-                while (*f >= '0' && *f <= '9') spec.precision = spec.precision * 10 + (*f++ - '0');
+                while (*f >= '0' && *f <= '9') conv.precision = conv.precision * 10 + (*f++ - '0');
             }
-            if (spec.precision > 4096) spec.precision = 4096;
+            if (conv.precision > 4096) conv.precision = 4096;
         }
         if (*f == 'h') {
-            spec.length = Spec::kShort;
+            conv.length = Conversion::kShort;
             ++f;
         } else if (*f == 'l' && f[1] == 'l') {
-            spec.length = Spec::kLongLong;
+            conv.length = Conversion::kLongLong;
             f += 2;
         } else if (*f == 'l') {
-            spec.length = Spec::kLong;
+            conv.length = Conversion::kLong;
             ++f;
         } else if (*f == 'I' && f[1] == '6' && f[2] == '4') {
-            spec.length = Spec::kLongLong;
+            conv.length = Conversion::kLongLong;
             f += 3;
         } else if (*f == 'z') {
-            spec.length = Spec::kSize;
+            conv.length = Conversion::kSize;
             ++f;
         }
         auto unsignedArg = [&]() -> uint64_t {
-            switch (spec.length) {
-                case Spec::kLongLong: return va_arg(args, unsigned long long);
-                case Spec::kSize: return va_arg(args, size_t);
-                case Spec::kShort: return static_cast<uint16_t>(va_arg(args, unsigned));
+            switch (conv.length) {
+                case Conversion::kLongLong: return va_arg(args, unsigned long long);
+                case Conversion::kSize: return va_arg(args, size_t);
+                case Conversion::kShort: return static_cast<uint16_t>(va_arg(args, unsigned));
                 default: return va_arg(args, uint32_t);
             }
         };
         auto signedArg = [&]() -> int64_t {
-            switch (spec.length) {
-                case Spec::kLongLong: return va_arg(args, long long);
-                case Spec::kSize: return static_cast<int64_t>(va_arg(args, size_t));
-                case Spec::kShort: return static_cast<int16_t>(va_arg(args, int));
+            switch (conv.length) {
+                case Conversion::kLongLong: return va_arg(args, long long);
+                case Conversion::kSize: return static_cast<int64_t>(va_arg(args, size_t));
+                case Conversion::kShort: return static_cast<int16_t>(va_arg(args, int));
                 default: return va_arg(args, int32_t);
             }
         };
@@ -281,15 +281,15 @@ size_t Format(Ch* out, size_t size, const Ch* format, va_list args) {
             case 'D': {
                 int64_t value = signedArg();
                 uint64_t magnitude = value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
-                EmitInteger(sink, spec, magnitude, value < 0, 10, false);
+                EmitInteger(sink, conv, magnitude, value < 0, 10, false);
                 break;
             }
-            case 'u': EmitInteger(sink, spec, unsignedArg(), false, 10, false); break;
-            case 'x': EmitInteger(sink, spec, unsignedArg(), false, 16, false); break;
-            case 'X': EmitInteger(sink, spec, unsignedArg(), false, 16, true); break;
-            case 'o': EmitInteger(sink, spec, unsignedArg(), false, 8, false); break;
+            case 'u': EmitInteger(sink, conv, unsignedArg(), false, 10, false); break;
+            case 'x': EmitInteger(sink, conv, unsignedArg(), false, 16, false); break;
+            case 'X': EmitInteger(sink, conv, unsignedArg(), false, 16, true); break;
+            case 'o': EmitInteger(sink, conv, unsignedArg(), false, 8, false); break;
             case 'p': {
-                Spec pointer = spec;
+                Conversion pointer = conv;
                 pointer.precision = static_cast<int>(sizeof(void*) * 2);
                 EmitInteger(sink, pointer, reinterpret_cast<uintptr_t>(va_arg(args, void*)), false, 16, true);
                 break;
@@ -297,26 +297,26 @@ size_t Format(Ch* out, size_t size, const Ch* format, va_list args) {
             case 'c': {
                 char16_t c = static_cast<char16_t>(va_arg(args, int));
                 if constexpr (sizeof(Ch) == 1) c = static_cast<unsigned char>(c);
-                int pad = spec.width > 1 ? spec.width - 1 : 0;
-                if (!spec.left) sink.Fill(u' ', pad);
+                int pad = conv.width > 1 ? conv.width - 1 : 0;
+                if (!conv.left) sink.Fill(u' ', pad);
                 sink.Put(c);
-                if (spec.left) sink.Fill(u' ', pad);
+                if (conv.left) sink.Fill(u' ', pad);
                 break;
             }
             case 's':
             case 'S': {
                 bool wide = (*f == 's') == (sizeof(Ch) == 2);
-                if (spec.length == Spec::kShort) wide = false;
-                if (spec.length == Spec::kLong) wide = true;
+                if (conv.length == Conversion::kShort) wide = false;
+                if (conv.length == Conversion::kLong) wide = true;
                 if (wide) {
-                    EmitString(sink, spec, va_arg(args, const char16_t*));
+                    EmitString(sink, conv, va_arg(args, const char16_t*));
                 } else {
-                    EmitString(sink, spec, va_arg(args, const char*));
+                    EmitString(sink, conv, va_arg(args, const char*));
                 }
                 break;
             }
-            case 'r': EmitReal(sink, spec, va_arg(args, double)); break;
-            case 'f': EmitFixed(sink, spec, va_arg(args, double)); break;
+            case 'r': EmitReal(sink, conv, va_arg(args, double)); break;
+            case 'f': EmitFixed(sink, conv, va_arg(args, double)); break;
             case '%': sink.Put(u'%'); break;
             default:
                 // Not a conversion: copy the text as it stands.

@@ -73,17 +73,17 @@ std::vector<std::string> Conversions(const ResourceBytes& text) {
             ++i;
             continue;
         }
-        std::string spec = "%";
+        std::string conversion = "%";
         uint32_t j = i + 1;
         while (j < text.size) {
             char c = static_cast<char>(text.data[j]);
-            spec += c;
+            conversion += c;
             ++j;
             bool modifier = c == '-' || c == '+' || c == ' ' || c == '#' || c == '.' || c == '*' ||
                             (c >= '0' && c <= '9') || c == 'h' || c == 'l' || c == 'I' || c == 'z';
             if (!modifier) break;
         }
-        found.push_back(spec);
+        found.push_back(conversion);
         i = j - 1;
     }
     return found;
