@@ -101,8 +101,13 @@ TEST_F(Languages, CheckFindsMissingAndMismatchedModules) {
     EXPECT_NE(shown.find("String 6710 contains an incorrect number of strings"), std::string::npos) << shown;
 #endif
     EXPECT_EQ(GetLastVelmoraErrorCode(), 13u);
+    // A module made for another version of the library.
+    EXPECT_EQ(CheckVelmoraLanguage(0x0413, 0), 0);
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 13u);
+
     // A module that fails its check is never selected.
     EXPECT_EQ(SetVelmoraLanguage(0x0410), 0);
+    EXPECT_EQ(SetVelmoraLanguage(0x0413), 0);
     EXPECT_EQ(GetCurrentLanguage(), kEnglishUs);
 }
 
