@@ -1,0 +1,2 @@
+list(APPEND VELMORA_SOURCES
+  src/dib/progress.cpp)
