@@ -1,0 +1,3 @@
+list(APPEND VELMORA_SOURCES
+  src/tiff/exact_fraction.cpp
+  src/tiff/exports.cpp)
