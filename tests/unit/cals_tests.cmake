@@ -1,0 +1,1 @@
+list(APPEND UNIT_TESTS unit/cals_test.cpp)
