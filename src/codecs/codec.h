@@ -27,6 +27,7 @@ struct CodecPage {
     uint16_t predictor = 1;        // 1: none; 2: horizontal differencing
     uint32_t t4Options = 0;
     uint32_t t6Options = 0;
+    bool endCodeRequired = false;  // LZW: a strip that runs out of codes before its end code fails
 };
 
 // One strip or tile to decode.

@@ -90,6 +90,22 @@ bool FileWriteTime(const std::u16string& path, uint64_t* time, uint32_t* error);
 bool CreateTempFile(const std::u16string& directory, const std::u16string& prefix, std::u16string* path,
                     uint32_t* error);
 bool CreateDirectories(const std::u16string& path, uint32_t* error);
+// The absolute, normalised form of `path` (relative to the current directory;
+// "." and ".." components resolved by name, as GetFullPathName does).
+bool FullPathName(const std::u16string& path, std::u16string* full, uint32_t* error);
+// True when `path` names an existing directory.
+bool IsDirectory(const std::u16string& path);
+
+// ---- Component-object-model streams ------------------------------------------
+// Only Windows has IStream; elsewhere every call fails with error 120 and the
+// reference calls do nothing. `mode` receives the STGM_* bits of the stream.
+bool ComStreamStat(IStream* stream, uint64_t* size, std::u16string* name, uint32_t* mode, uint32_t* error);
+bool ComStreamRead(IStream* stream, void* buffer, uint32_t size, uint32_t* done, uint32_t* error);
+bool ComStreamWrite(IStream* stream, const void* buffer, uint32_t size, uint32_t* done, uint32_t* error);
+bool ComStreamSeek(IStream* stream, uint64_t offset, uint32_t* error);
+bool ComStreamSetSize(IStream* stream, uint64_t size, uint32_t* error);
+void ComStreamAddRef(IStream* stream);
+void ComStreamRelease(IStream* stream);
 
 // ---- Run-time loading ---------------------------------------------------------
 using ModuleHandleT = void*;
@@ -104,6 +120,39 @@ void UnloadModule(ModuleHandleT module);
 bool ReadUserSetting(const std::u16string& keyPath, const std::u16string& name, std::u16string* value);
 bool WriteUserSetting(const std::u16string& keyPath, const std::u16string& name, const std::u16string& value,
                       uint32_t* error);
+
+// ---- Page-granular memory -----------------------------------------------------
+// For images too large for one global block. The system's memory page size:
+size_t MemoryPageSize();
+// Committed memory backed by the paging file: a mapping object and a
+// writable view of `bytes`, zero-filled. `*mapping` receives the object (0
+// where the system needs none). Null with an error code on failure.
+void* MapPagedMemory(size_t bytes, uintptr_t* mapping, uint32_t* error);
+void UnmapPagedMemory(uintptr_t mapping, void* view, size_t bytes);
+// Memory reserved and committed at once, zero-filled; `bytes` is a multiple of
+// the page size. Null with an error code on failure.
+void* ReserveMemory(size_t bytes, uint32_t* error);
+void ReleaseMemory(void* memory, size_t bytes);
+
+// ---- Display palettes ---------------------------------------------------------
+// What a palette device offers: its palette size, the number of entries the
+// system reserves, and the system palette's entries (red, green, blue), of
+// which `systemCount` were read (0 when they were not read, or when there
+// were no more than the reserved ones).
+struct DisplayPaletteInfo {
+    uint32_t size;
+    uint32_t reserved;
+    uint32_t systemCount;
+    uint8_t system[256][3];
+};
+// Reads the palette capabilities of `dc` (null: the screen, whose device
+// context is taken for the call and released). False when the device has
+// no palette, and on systems without GDI.
+bool ReadDisplayPalette(HDC dc, DisplayPaletteInfo* info);
+// A GDI logical palette (version 0x300, flags 0) of `count` entries given as
+// red, green, blue triples; null with an error code on failure (and always
+// on systems without GDI).
+HPALETTE CreateLogicalPalette(const uint8_t* rgb, uint32_t count, uint32_t* error);
 
 // ---- Pointer checks ----------------------------------------------------------
 // Whether memory a caller passed can be read or written. Windows probes the

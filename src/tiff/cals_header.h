@@ -14,11 +14,11 @@ constexpr size_t kCalsHeaderSize = 2048;
 constexpr size_t kCalsRecordSize = 128;
 
 struct CalsHeader {
-    uint32_t width = 0;             // pels per line
-    uint32_t height = 0;            // lines
-    uint16_t density = 0;           // dots per inch; 0 when not given
-    uint16_t lineDirection = 270;   // from "rorient:", second value
-    uint16_t rotation = 0;          // from "rorient:", first value
+    uint32_t width = 0;            // pels per line
+    uint32_t height = 0;           // lines
+    uint16_t density = 0;          // dots per inch; 0 when not given
+    uint16_t lineDirection = 270;  // from "rorient:", second value
+    uint16_t rotation = 0;         // from "rorient:", first value
 };
 
 // What the page's orientation means in TIFF terms.

@@ -48,7 +48,8 @@ Fraction FractionFromDouble(double value, ErrorRecord* record) {
         ++decimals;
         scale *= 10;
     }
-    if (integerDigits + decimals > kMaxDecimals) decimals = integerDigits >= kMaxDecimals ? 0 : kMaxDecimals - integerDigits;
+    if (integerDigits + decimals > kMaxDecimals)
+        decimals = integerDigits >= kMaxDecimals ? 0 : kMaxDecimals - integerDigits;
     uint32_t denominator = 1;
     for (int i = 0; i < decimals; ++i) denominator *= 10;
     double numerator = std::floor(value * denominator);
@@ -77,9 +78,8 @@ bool UnitLengthInMillimetres(uint32_t unit, Fraction* length) {
     // millimeter, foot, chain, rod, furlong, link, micrometer, decimeter,
     // dekameter, point.
     static const Fraction kLengths[] = {
-        {254, 10},    {10, 1},       {9144, 10},   {1000, 1},  {1609344, 1}, {1000000, 1},
-        {1, 1},       {3048, 10},    {201168, 10}, {50292, 10}, {201168, 1}, {201168, 1000},
-        {1, 1000},    {100, 1},      {10000, 1},   {127, 360},
+        {254, 10},    {10, 1},     {9144, 10},  {1000, 1},      {1609344, 1}, {1000000, 1}, {1, 1},     {3048, 10},
+        {201168, 10}, {50292, 10}, {201168, 1}, {201168, 1000}, {1, 1000},    {100, 1},     {10000, 1}, {127, 360},
     };
     if (unit < 2 || unit > 17) return false;
     *length = Reduce(kLengths[unit - 2]);

@@ -28,6 +28,7 @@ import sys
 RESOURCE_TYPE_RAW_DATA = 10
 RESOURCE_TYPE_COMPACT_STRING = 262
 MESSAGE_TABLE_ID = 1
+EXTENSION_TABLE_ID = 42
 BUILT_IN_LANGUAGE = 1033
 STRINGS_PER_BLOCK = 16
 MAX_STRING_LENGTH = 32767        # the two-byte length form holds 15 bits
@@ -163,6 +164,30 @@ def compact_blocks(strings):
     return blocks
 
 
+def parse_extensions(path, strings):
+    """Returns [(string id, document type)] in file order."""
+    rows = []
+    for line_no, line in read_lines(path):
+        fields = line.split()
+        if len(fields) != 2:
+            fail_at(path, line_no, "expected <string id> TAB <document type>")
+        string_id = parse_number(fields[0], path, line_no, "string id", 0xFFFF)
+        doc_type = parse_number(fields[1], path, line_no, "document type", 0xFFFF)
+        if string_id == 0:
+            fail_at(path, line_no, "string id 0 is reserved for the end of the table")
+        if string_id not in strings:
+            fail_at(path, line_no, "string id %d is not in the strings file" % string_id)
+        rows.append((string_id, doc_type))
+    return rows
+
+
+def extension_table(rows):
+    out = bytearray()
+    for string_id, doc_type in rows + [(0, 0)]:
+        out += struct.pack("<HH", string_id, doc_type)
+    return bytes(out)
+
+
 def message_table(rows):
     out = bytearray()
     for code, string_id in rows + [(0, 0)]:
@@ -177,10 +202,12 @@ def cpp_bytes(data):
     return "\n".join(lines) if lines else "    0x00,"
 
 
-def write_source(out_path, strings, rows):
+def write_source(out_path, strings, rows, extensions):
     resources = [((RESOURCE_TYPE_COMPACT_STRING, block_id), data)
                  for block_id, data in compact_blocks(strings).items()]
     resources.append(((RESOURCE_TYPE_RAW_DATA, MESSAGE_TABLE_ID), message_table(rows)))
+    if extensions is not None:
+        resources.append(((RESOURCE_TYPE_RAW_DATA, EXTENSION_TABLE_ID), extension_table(extensions)))
     resources.sort(key=lambda r: r[0])
 
     parts = [
@@ -241,6 +268,7 @@ def main(argv):
     src = sub.add_parser("source", help="write the C++ file of built-in resources")
     src.add_argument("--strings", required=True)
     src.add_argument("--messages", required=True)
+    src.add_argument("--extensions", help="the extension-to-document-type table")
     src.add_argument("--out", required=True)
     lang = sub.add_parser("language", help="write a language module data file")
     lang.add_argument("--strings", required=True)
@@ -253,7 +281,8 @@ def main(argv):
         strings = parse_strings(args.strings)
         if args.command == "source":
             rows = parse_messages(args.messages, strings)
-            write_source(args.out, strings, rows)
+            extensions = parse_extensions(args.extensions, strings) if args.extensions else None
+            write_source(args.out, strings, rows, extensions)
         else:
             language = parse_number(args.language, "--language", 0, "language id", 0xFFFF)
             version = parse_number(args.language_version, "--language-version", 0,

@@ -1,10 +1,20 @@
 // velmora: the command-line face of the library. It is a host like any
 // other and calls only the library's exported C interface.
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
+
+#if defined(_WIN32)
+#include <io.h>
+#define isatty _isatty
+#define fileno _fileno
+#else
+#include <unistd.h>
+#endif
 
 #include "velmora/velmora.h"
 
@@ -20,15 +30,31 @@ struct Command {
 int RunVersion(int argc, char** argv);
 int RunError(int argc, char** argv);
 
+int RunInfo(int argc, char** argv);
+int RunRender(int argc, char** argv);
+
 const Command kCommands[] = {
     {"version", "velmora version", "Print the library's version.", RunVersion},
     {"error", "velmora error CODE", "Print the library's message for an error code (decimal, or hexadecimal with 0x).",
      RunError},
+    {"info", "velmora info FILE [--json]",
+     "Describe a document: its type, its pages and, per page, size, colour, compression,\n"
+     "photometric interpretation, resolution and tiling. --json prints one JSON object.",
+     RunInfo},
+    {"render", "velmora render FILE [--page N] -o OUT.bmp",
+     "Decode one page (the first by default) and save it as a Windows bitmap.\n"
+     "Shows progress on standard error when that is a terminal.",
+     RunRender},
 };
 
 void PrintUsage(FILE* out) {
     std::fprintf(out, "usage: velmora COMMAND [ARGUMENTS]\n\ncommands:\n");
-    for (const Command& command : kCommands) std::fprintf(out, "  %-24s %s\n", command.usage, command.summary);
+    for (const Command& command : kCommands) {
+        const char* summary = command.summary;
+        const char* end = std::strchr(summary, '\n');
+        std::fprintf(out, "  %-42s %.*s\n", command.usage, static_cast<int>(end ? end - summary : std::strlen(summary)),
+                     summary);
+    }
     std::fprintf(out, "\n'velmora COMMAND --help' describes one command.\n");
 }
 
@@ -78,6 +104,237 @@ int RunError(int argc, char** argv) {
         return Fail("cannot build the message");
     }
     std::printf("%s\n", message);
+    return 0;
+}
+
+const char* DocumentTypeName(LONG type) {
+    switch (type) {
+        case 0: return "BMP";
+        case 1: return "GIF";
+        case 2: return "JPEG";
+        case 4: return "PCX";
+        case 5: return "PNG";
+        case 6: return "TIFF";
+        case 9: return "PDF";
+        case 11: return "icon";
+        case 12: return "cursor";
+        case 13: return "CALS";
+        case 14: return "portable anymap";
+        case 15: return "working TIFF";
+        case 17: return "working PDF";
+        default: return "unknown";
+    }
+}
+
+const char* CompressionName(WORD code) {
+    switch (code) {
+        case 0: return "none";
+        case 1: return "PackBits";
+        case 2: return "CCITT Group 4";
+        case 4: return "CCITT Group 3";
+        case 5: return "LZW";
+        case 6: return "JPEG (old style)";
+        case 7: return "JPEG";
+        case 8: return "CCITT modified Huffman (word-aligned)";
+        case 9: return "ThunderScan";
+        case 10: return "CCITT modified Huffman";
+        default: return "other";
+    }
+}
+
+const char* PhotometricName(LONG value) {
+    switch (value) {
+        case 0: return "min-is-white";
+        case 1: return "min-is-black";
+        case 2: return "RGB";
+        case 3: return "palette";
+        case 4: return "mask";
+        case 5: return "separated";
+        case 6: return "YCbCr";
+        case 8: return "CIELab";
+        default: return "absent";
+    }
+}
+
+struct ColourKind {
+    const char* name;
+    int bits;
+};
+
+ColourKind ColourOf(LONG type) {
+    static const ColourKind kKinds[] = {{"black and white", 1}, {"2-colour palette", 1}, {"16 greys", 4},
+                                        {"16-colour palette", 4}, {"256 greys", 8}, {"256-colour palette", 8},
+                                        {"RGB", 24},             {"YCbCr", 24},        {"other", 0}};
+    return type >= 0 && type <= 8 ? kKinds[type] : ColourKind{"unknown", 0};
+}
+
+const char* UnitName(WORD unit) {
+    switch (unit) {
+        case 2: return "inch";
+        case 3: return "centimeter";
+        default: return "unit";
+    }
+}
+
+struct PageFacts {
+    DWORD width = 0, length = 0;
+    LONG colour = -1, photometric = -1;
+    WORD compression = 3;
+    DWORD tiled = 0;
+    VelmoraResolutionScale resolution = {};
+};
+
+// Reads what the interface says of a page; false at the end of the document
+// (or on an error, which then is the library's last error).
+bool ReadPage(HGLOBAL tiff, DWORD page, PageFacts* facts) {
+    if (!GetVelmoraTIFFSize(tiff, page, &facts->width, &facts->length)) return false;
+    facts->colour = GetVelmoraTIFFColorType(tiff, page);
+    facts->photometric = GetVelmoraTIFFPhotoInt(tiff, page);
+    GetVelmoraTIFFCompression(tiff, page, &facts->compression);
+    IsVelmoraTIFFTiled(tiff, page, &facts->tiled);
+    GetVelmoraTIFFResolution(tiff, page, &facts->resolution);
+    return true;
+}
+
+double Value(DWORD numerator, DWORD denominator) {
+    return denominator == 0 ? 0.0 : static_cast<double>(numerator) / denominator;
+}
+
+std::string JsonString(const char* text) {
+    std::string out = "\"";
+    for (const char* c = text; *c != '\0'; ++c) {
+        if (*c == '"' || *c == '\\') out += '\\';
+        if (static_cast<unsigned char>(*c) < 0x20) {
+            char escape[8];
+            std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned char>(*c));
+            out += escape;
+            continue;
+        }
+        out += *c;
+    }
+    return out + "\"";
+}
+
+int RunInfo(int argc, char** argv) {
+    const char* path = nullptr;
+    bool json = false;
+    for (int i = 0; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--json") == 0) {
+            json = true;
+        } else if (path == nullptr) {
+            path = argv[i];
+        } else {
+            path = nullptr;
+            break;
+        }
+    }
+    if (path == nullptr) {
+        std::fprintf(stderr, "usage: velmora info FILE [--json]\n");
+        return 2;
+    }
+    LONG type = GetVelmoraDocumentType(path);
+    if (type < 0) return Fail(path);
+
+    std::vector<PageFacts> pages;
+    if (type == 6) {
+        HGLOBAL tiff = OpenVelmoraTIFF(path, 0x80000000u, 0);
+        if (tiff == nullptr) return Fail(path);
+        PageFacts facts;
+        while (ReadPage(tiff, static_cast<DWORD>(pages.size() + 1), &facts)) pages.push_back(facts);
+        DWORD code = GetLastVelmoraErrorCode();
+        CloseVelmoraTIFF(tiff);
+        if (code != VELMORA_ERROR_IFD_NOT_FOUND) return Fail(path);
+    }
+
+    if (json) {
+        std::printf("{\"file\": %s, \"type\": %s, \"typeId\": %ld, \"pages\": [", JsonString(path).c_str(),
+                    JsonString(DocumentTypeName(type)).c_str(), static_cast<long>(type));
+        for (size_t i = 0; i < pages.size(); ++i) {
+            const PageFacts& p = pages[i];
+            ColourKind colour = ColourOf(p.colour);
+            std::printf("%s\n  {\"page\": %zu, \"width\": %lu, \"length\": %lu, \"bits\": %d, \"colour\": %s, "
+                        "\"compression\": %s, \"photometric\": %s, \"xResolution\": %g, \"yResolution\": %g, "
+                        "\"resolutionUnit\": %s, \"layout\": %s}",
+                        i == 0 ? "" : ",", i + 1, static_cast<unsigned long>(p.width),
+                        static_cast<unsigned long>(p.length), colour.bits, JsonString(colour.name).c_str(),
+                        JsonString(CompressionName(p.compression)).c_str(),
+                        JsonString(PhotometricName(p.photometric)).c_str(),
+                        Value(p.resolution.xNumerator, p.resolution.xDenominator),
+                        Value(p.resolution.yNumerator, p.resolution.yDenominator),
+                        JsonString(UnitName(p.resolution.unit)).c_str(), JsonString(p.tiled ? "tiles" : "strips").c_str());
+        }
+        std::printf("%s]}\n", pages.empty() ? "" : "\n");
+        return 0;
+    }
+    std::printf("%s: %s", path, DocumentTypeName(type));
+    if (type == 6) std::printf(", %zu page%s", pages.size(), pages.size() == 1 ? "" : "s");
+    std::printf("\n");
+    for (size_t i = 0; i < pages.size(); ++i) {
+        const PageFacts& p = pages[i];
+        ColourKind colour = ColourOf(p.colour);
+        std::printf("  page %zu: %lu x %lu, %s (%d bit%s), %s, %s, %g x %g per %s, %s\n", i + 1,
+                    static_cast<unsigned long>(p.width), static_cast<unsigned long>(p.length), colour.name, colour.bits,
+                    colour.bits == 1 ? "" : "s", CompressionName(p.compression), PhotometricName(p.photometric),
+                    Value(p.resolution.xNumerator, p.resolution.xDenominator),
+                    Value(p.resolution.yNumerator, p.resolution.yDenominator), UnitName(p.resolution.unit),
+                    p.tiled ? "tiles" : "strips");
+    }
+    return 0;
+}
+
+// Draws a progress bar on standard error.
+BOOL VELMORA_CALLBACK ShowProgress(DWORD percent, UINT_PTR) {
+    if (percent > 100) return TRUE;
+    const int width = 40;
+    int filled = static_cast<int>(percent) * width / 100;
+    std::fprintf(stderr, "\r[%.*s%*s] %3lu%%", filled, "========================================", width - filled, "",
+                 static_cast<unsigned long>(percent));
+    std::fflush(stderr);
+    return TRUE;
+}
+
+int RunRender(int argc, char** argv) {
+    const char* path = nullptr;
+    const char* out = nullptr;
+    unsigned long page = 1;
+    for (int i = 0; i < argc; ++i) {
+        if (std::strcmp(argv[i], "-o") == 0 && i + 1 < argc) {
+            out = argv[++i];
+        } else if (std::strcmp(argv[i], "--page") == 0 && i + 1 < argc) {
+            char* end = nullptr;
+            page = std::strtoul(argv[++i], &end, 10);
+            if (*end != '\0' || page == 0 || page > 0xFFFFFFFFul) {
+                std::fprintf(stderr, "velmora: not a page number: %s\n", argv[i]);
+                return 2;
+            }
+        } else if (path == nullptr) {
+            path = argv[i];
+        } else {
+            path = nullptr;
+            break;
+        }
+    }
+    if (path == nullptr || out == nullptr) {
+        std::fprintf(stderr, "usage: velmora render FILE [--page N] -o OUT.bmp\n");
+        return 2;
+    }
+    HGLOBAL tiff = OpenVelmoraTIFF(path, 0x80000000u, 0);
+    if (tiff == nullptr) return Fail(path);
+    bool terminal = isatty(fileno(stderr)) != 0;
+    HGLOBAL dib = ReadVelmoraOpenTIFFDIBProgress(tiff, static_cast<DWORD>(page), terminal ? ShowProgress : nullptr, 0);
+    if (terminal) std::fprintf(stderr, "\r%50s\r", "");
+    if (dib == nullptr) {
+        int result = Fail(path);
+        CloseVelmoraTIFF(tiff);
+        return result;
+    }
+    CloseVelmoraTIFF(tiff);
+    auto* header = static_cast<const BITMAPINFOHEADER*>(GlobalLock(dib));
+    const void* bits = header != nullptr ? GetVelmoraDIBData(header) : nullptr;
+    BOOL saved = header != nullptr && bits != nullptr && SaveVelmoraBMPDIB(out, bits, header);
+    GlobalUnlock(dib);
+    GlobalFree(dib);
+    if (!saved) return Fail(out);
     return 0;
 }
 

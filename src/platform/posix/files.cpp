@@ -2,6 +2,8 @@
 // translated into the Win32 codes the library reports.
 #include <cerrno>
 #include <cstdio>
+#include <string>
+#include <vector>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -184,5 +186,74 @@ bool CreateDirectories(const std::u16string& path, uint32_t* error) {
     }
     return true;
 }
+
+bool FullPathName(const std::u16string& path, std::u16string* full, uint32_t* error) {
+    std::string text = Utf8FromWide(path);
+    if (text.empty()) {
+        *error = ERROR_INVALID_PARAMETER;
+        return false;
+    }
+    if (text[0] != '/') {
+        std::vector<char> cwd(4096);
+        while (::getcwd(cwd.data(), cwd.size()) == nullptr) {
+            if (errno != ERANGE || cwd.size() > (1u << 20)) {
+                *error = ErrorFromErrno(errno);
+                return false;
+            }
+            cwd.resize(cwd.size() * 2);
+        }
+        text = std::string(cwd.data()) + "/" + text;
+    }
+    // Resolve ".", ".." and repeated separators by name, without asking the
+    // file system (the file need not exist yet).
+    std::vector<std::string> parts;
+    size_t start = 0;
+    while (start <= text.size()) {
+        size_t end = text.find('/', start);
+        if (end == std::string::npos) end = text.size();
+        std::string part = text.substr(start, end - start);
+        if (part == "..") {
+            if (!parts.empty()) parts.pop_back();
+        } else if (!part.empty() && part != ".") {
+            parts.push_back(part);
+        }
+        start = end + 1;
+    }
+    std::string result;
+    for (const std::string& part : parts) result += "/" + part;
+    if (result.empty() || text.back() == '/') result += "/";
+    *full = WideFromUtf8(result);
+    return true;
+}
+
+bool IsDirectory(const std::u16string& path) {
+    struct stat st;
+    return ::stat(Utf8FromWide(path).c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+bool ComStreamStat(IStream*, uint64_t*, std::u16string*, uint32_t*, uint32_t* error) {
+    *error = ERROR_CALL_NOT_IMPLEMENTED;
+    return false;
+}
+bool ComStreamRead(IStream*, void*, uint32_t, uint32_t* done, uint32_t* error) {
+    *done = 0;
+    *error = ERROR_CALL_NOT_IMPLEMENTED;
+    return false;
+}
+bool ComStreamWrite(IStream*, const void*, uint32_t, uint32_t* done, uint32_t* error) {
+    *done = 0;
+    *error = ERROR_CALL_NOT_IMPLEMENTED;
+    return false;
+}
+bool ComStreamSeek(IStream*, uint64_t, uint32_t* error) {
+    *error = ERROR_CALL_NOT_IMPLEMENTED;
+    return false;
+}
+bool ComStreamSetSize(IStream*, uint64_t, uint32_t* error) {
+    *error = ERROR_CALL_NOT_IMPLEMENTED;
+    return false;
+}
+void ComStreamAddRef(IStream*) {}
+void ComStreamRelease(IStream*) {}
 
 }  // namespace velmora::platform

@@ -159,4 +159,96 @@ bool CreateDirectories(const std::u16string& path, uint32_t* error) {
     return true;
 }
 
+bool FullPathName(const std::u16string& path, std::u16string* full, uint32_t* error) {
+    // MAX_PATH first; a longer result is asked for once more in the size the
+    // system reported.
+    std::wstring buffer(MAX_PATH, L'\0');
+    DWORD length = ::GetFullPathNameW(W(path), MAX_PATH, buffer.data(), nullptr);
+    if (length >= MAX_PATH) {
+        buffer.assign(length, L'\0');
+        length = ::GetFullPathNameW(W(path), static_cast<DWORD>(buffer.size()), buffer.data(), nullptr);
+        if (length >= buffer.size()) {
+            ::SetLastError(ERROR_INSUFFICIENT_BUFFER);
+            length = 0;
+        }
+    }
+    if (length == 0) {
+        *error = ::GetLastError();
+        return false;
+    }
+    full->assign(reinterpret_cast<const char16_t*>(buffer.data()), length);
+    return true;
+}
+
+bool IsDirectory(const std::u16string& path) {
+    DWORD attributes = ::GetFileAttributesW(W(path));
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+bool ComStreamStat(IStream* stream, uint64_t* size, std::u16string* name, uint32_t* mode, uint32_t* error) {
+    STATSTG stat = {};
+    HRESULT result = stream->Stat(&stat, name != nullptr ? STATFLAG_DEFAULT : STATFLAG_NONAME);
+    if (FAILED(result)) {
+        *error = static_cast<uint32_t>(result);
+        return false;
+    }
+    *size = stat.cbSize.QuadPart;
+    if (mode != nullptr) *mode = stat.grfMode;
+    if (name != nullptr) {
+        name->clear();
+        if (stat.pwcsName != nullptr) {
+            *name = reinterpret_cast<const char16_t*>(stat.pwcsName);
+            ::CoTaskMemFree(stat.pwcsName);
+        }
+    }
+    return true;
+}
+
+bool ComStreamRead(IStream* stream, void* buffer, uint32_t size, uint32_t* done, uint32_t* error) {
+    ULONG got = 0;
+    HRESULT result = stream->Read(buffer, size, &got);
+    *done = got;
+    if (FAILED(result)) {
+        *error = static_cast<uint32_t>(result);
+        return false;
+    }
+    return true;
+}
+
+bool ComStreamWrite(IStream* stream, const void* buffer, uint32_t size, uint32_t* done, uint32_t* error) {
+    ULONG put = 0;
+    HRESULT result = stream->Write(buffer, size, &put);
+    *done = put;
+    if (FAILED(result)) {
+        *error = static_cast<uint32_t>(result);
+        return false;
+    }
+    return true;
+}
+
+bool ComStreamSeek(IStream* stream, uint64_t offset, uint32_t* error) {
+    LARGE_INTEGER to;
+    to.QuadPart = static_cast<LONGLONG>(offset);
+    HRESULT result = stream->Seek(to, STREAM_SEEK_SET, nullptr);
+    if (FAILED(result)) {
+        *error = static_cast<uint32_t>(result);
+        return false;
+    }
+    return true;
+}
+
+bool ComStreamSetSize(IStream* stream, uint64_t size, uint32_t* error) {
+    ULARGE_INTEGER to;
+    to.QuadPart = size;
+    HRESULT result = stream->SetSize(to);
+    if (FAILED(result)) {
+        *error = static_cast<uint32_t>(result);
+        return false;
+    }
+    return true;
+}
+
+void ComStreamAddRef(IStream* stream) { stream->AddRef(); }
+void ComStreamRelease(IStream* stream) { stream->Release(); }
+
 }  // namespace velmora::platform

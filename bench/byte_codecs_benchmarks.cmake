@@ -1,0 +1,1 @@
+velmora_benchmark(byte_codecs_bench)

@@ -1,0 +1,1 @@
+velmora_benchmark(fax_bench)

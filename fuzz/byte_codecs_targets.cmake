@@ -1,0 +1,3 @@
+velmora_fuzz_target(lzw_decoder_fuzz)
+velmora_fuzz_target(deflate_decoder_fuzz)
+velmora_fuzz_target(packbits_decoder_fuzz)

@@ -1,0 +1,9 @@
+// Deflate strips of any shape and content: a clean status, never a crash.
+#include "byte_codec_fuzz.h"
+#include "codecs/byte_decoders.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    auto decoder = velmora::CreateDeflateDecoder();
+    velmora::FuzzByteDecoder(*decoder, 8, data, size);
+    return 0;
+}

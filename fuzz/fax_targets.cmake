@@ -1,0 +1,1 @@
+velmora_fuzz_target(fax_decoder_fuzz)

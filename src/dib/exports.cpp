@@ -1,0 +1,94 @@
+// Exported functions of the DIB model: the colour type, the bits and size of
+// a packed DIB, display palettes, and saving a DIB as a BMP file.
+#include <string>
+#include <vector>
+
+#include "dib/bmp_writer.h"
+#include "dib/color_type.h"
+#include "dib/dib_layout.h"
+#include "dib/dib_validation.h"
+#include "dib/display_palette.h"
+#include "frame/error_record.h"
+#include "frame/export_call.h"
+#include "platform/platform.h"
+#include "velmora/velmora.h"
+
+using velmora::ExportCall;
+
+namespace {
+
+constexpr uint32_t kErrNoPalette = 0x02000009;
+
+// Runs the DIB check of every DIB-taking export; a refusal is published.
+bool AcceptDib(const RECT* rect, const void* bits, const BITMAPINFOHEADER* header) {
+    uint32_t error = velmora::CheckDib(rect, bits, header);
+    return error == 0 || ExportCall::Fail(error);
+}
+
+}  // namespace
+
+LONG VELMORA_API GetVelmoraDIBColorType(const void* bits, const BITMAPINFOHEADER* header) {
+    ExportCall call;
+    if (!call.Gate() || !AcceptDib(nullptr, bits, header)) return -1;
+    return velmora::DibColorType(header);
+}
+
+LPVOID VELMORA_API GetVelmoraDIBData(const BITMAPINFOHEADER* header) {
+    ExportCall call;
+    if (!call.Gate()) return nullptr;
+    uint32_t error = velmora::CheckDibHeader(header, true);
+    if (error != 0) {
+        ExportCall::Fail(error);
+        return nullptr;
+    }
+    return const_cast<uint8_t*>(velmora::PackedBits(header));
+}
+
+DWORD VELMORA_API GetVelmoraDIBSize(const BITMAPINFOHEADER* header) {
+    ExportCall call;
+    if (!call.Gate()) return 0;
+    uint32_t error = velmora::CheckDibHeader(header, false);
+    uint64_t size = 0;
+    if (error == 0 && !velmora::PackedSize(header, &size)) error = velmora::kErrInvalidParameter;
+    if (error != 0) {
+        ExportCall::Fail(error);
+        return 0;
+    }
+    return static_cast<DWORD>(size);
+}
+
+HPALETTE VELMORA_API CreateVelmoraDIBPalette(const void* bits, const BITMAPINFOHEADER* header, HDC hdc, BOOL optimise) {
+    ExportCall call;
+    if (!call.Gate() || !AcceptDib(nullptr, bits, header)) return nullptr;
+#if defined(_WIN32)
+    velmora::platform::DisplayPaletteInfo device = {};
+    if (!velmora::platform::ReadDisplayPalette(hdc, &device)) {
+        ExportCall::Fail(kErrNoPalette);
+        return nullptr;
+    }
+    std::vector<velmora::PaletteColor> entries = velmora::BuildDisplayPalette(device, header, bits, optimise != 0);
+    uint32_t error = 0;
+    HPALETTE palette = entries.empty() ? nullptr
+                                       : velmora::platform::CreateLogicalPalette(
+                                             entries.front().data(), static_cast<uint32_t>(entries.size()), &error);
+    if (palette == nullptr) ExportCall::Fail(kErrNoPalette);
+    return palette;
+#else
+    // No palette displays here until the viewer has a home on this system.
+    ExportCall::Fail(velmora::kErrCallNotImplemented);
+    return nullptr;
+#endif
+}
+
+BOOL VELMORA_API SaveVelmoraBMPDIB(LPCSTR path, const void* bits, const BITMAPINFOHEADER* header) {
+    ExportCall call;
+    if (!call.Gate() || !AcceptDib(nullptr, bits, header) || !call.String(path)) return FALSE;
+    std::u16string widePath;
+    uint32_t error = 0;
+    if (!velmora::platform::NarrowToWide(path, &widePath, &error)) {
+        velmora::SetRecordError(&call.record, error, 0);
+    } else {
+        velmora::WriteBmpFile(widePath, header, bits, &call.record);
+    }
+    return call.Finish() ? TRUE : FALSE;
+}

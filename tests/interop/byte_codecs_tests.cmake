@@ -1,0 +1,1 @@
+list(APPEND INTEROP_TESTS interop/byte_codecs_test.cpp)

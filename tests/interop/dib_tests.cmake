@@ -1,0 +1,1 @@
+list(APPEND INTEROP_TESTS interop/dib_bmp_test.cpp)

@@ -1,0 +1,1 @@
+list(APPEND INTEROP_TESTS interop/fax_decoder_test.cpp)

@@ -1,0 +1,1 @@
+list(APPEND UNIT_TESTS unit/dib_model_test.cpp unit/dib_storage_test.cpp unit/dib_exports_test.cpp)
