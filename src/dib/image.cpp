@@ -274,7 +274,10 @@ uint8_t* ImageBits(HGLOBAL image, BITMAPINFOHEADER* header) {
     return PackedBits(header);
 }
 
-bool ReadImageRow(HGLOBAL image, uint32_t row, void* out, ErrorRecord* record) {
+namespace {
+
+// Copies one stored row out of the image or into it, whatever its kind.
+bool CopyImageRow(HGLOBAL image, uint32_t row, uint8_t* buffer, bool write, ErrorRecord* record) {
     if (record->failed()) return false;
     ImageLock lock(image);
     BITMAPINFOHEADER* header = lock.header();
@@ -285,33 +288,28 @@ bool ReadImageRow(HGLOBAL image, uint32_t row, void* out, ErrorRecord* record) {
     uint8_t* bits = lock.bits();
     if (bits == nullptr) {
         auto* block = static_cast<uint8_t*>(platform::MemLock(image));
-        bool done = ReadSpillRow(StoreOf(block), row, out, record);
+        bool done = write ? WriteSpillRow(StoreOf(block), row, buffer, record)
+                          : ReadSpillRow(StoreOf(block), row, buffer, record);
         platform::MemUnlock(image);
         return done;
     }
     size_t stride = static_cast<size_t>(RowStride(header));
-    std::memcpy(out, bits + stride * row, stride);
+    if (write) {
+        std::memcpy(bits + stride * row, buffer, stride);
+    } else {
+        std::memcpy(buffer, bits + stride * row, stride);
+    }
     return true;
 }
 
+}  // namespace
+
+bool ReadImageRow(HGLOBAL image, uint32_t row, void* out, ErrorRecord* record) {
+    return CopyImageRow(image, row, static_cast<uint8_t*>(out), false, record);
+}
+
 bool WriteImageRow(HGLOBAL image, uint32_t row, const void* in, ErrorRecord* record) {
-    if (record->failed()) return false;
-    ImageLock lock(image);
-    BITMAPINFOHEADER* header = lock.header();
-    if (header == nullptr || row >= static_cast<uint32_t>(header->biHeight)) {
-        SetRecordError(record, kErrInvalidParameter, 0);
-        return false;
-    }
-    uint8_t* bits = lock.bits();
-    if (bits == nullptr) {
-        auto* block = static_cast<uint8_t*>(platform::MemLock(image));
-        bool done = WriteSpillRow(StoreOf(block), row, in, record);
-        platform::MemUnlock(image);
-        return done;
-    }
-    size_t stride = static_cast<size_t>(RowStride(header));
-    std::memcpy(bits + stride * row, in, stride);
-    return true;
+    return CopyImageRow(image, row, static_cast<uint8_t*>(const_cast<void*>(in)), true, record);
 }
 
 HGLOBAL PackImage(HGLOBAL image, ErrorRecord* record) {
