@@ -17,7 +17,9 @@ using velmora::ExportCall;
 
 namespace {
 
+#if defined(_WIN32)
 constexpr uint32_t kErrNoPalette = 0x02000009;
+#endif
 
 // Runs the DIB check of every DIB-taking export; a refusal is published.
 bool AcceptDib(const RECT* rect, const void* bits, const BITMAPINFOHEADER* header) {
