@@ -6,6 +6,7 @@
 
 #include "codecs/byte_decoders.h"
 #include "codecs/fax_decoder.h"
+#include "codecs/strip_input.h"
 #include "dib/image.h"
 #include "dib/dib_layout.h"
 #include "dib/resolution.h"
@@ -55,12 +56,6 @@ std::unique_ptr<StripDecoder> CreateDecoder(uint16_t compression) {
         case 50000: return CreateRunLengthDecoder();
         default: return nullptr;
     }
-}
-
-// Bit order within bytes for data stored least significant bit first.
-void ReverseBits(uint8_t* bytes, size_t count) {
-    static const uint8_t kReversed[16] = {0x0, 0x8, 0x4, 0xC, 0x2, 0xA, 0x6, 0xE, 0x1, 0x9, 0x5, 0xD, 0x3, 0xB, 0x7, 0xF};
-    for (size_t i = 0; i < count; ++i) bytes[i] = static_cast<uint8_t>(kReversed[bytes[i] & 0xF] << 4 | kReversed[bytes[i] >> 4]);
 }
 
 // Where a stored pixel goes in the DIB for each orientation (TIFF 6.0
@@ -187,8 +182,8 @@ bool PageDecoder::DecodeUnit(uint32_t unit, StripDecoder* decoder, const CodecPa
         if (data == nullptr || record->failed()) return false;
         // Codecs read bits in either order; stored rows are turned here.
         if (info_->fillOrder == kFillOrderLsbFirst && info_->compression == 1) {
-            reversed_.assign(data, data + size);
-            ReverseBits(reversed_.data(), size);
+            reversed_.resize(size);
+            ReverseBitOrder(data, reversed_.data(), size);
             data = reversed_.data();
         }
         std::vector<uint8_t>& buffer = planeRows_[plane];
