@@ -1,1 +1,2 @@
 velmora_fuzz_target(tiff_directory_fuzz)
+velmora_fuzz_target(tiff_page_decode_fuzz)
