@@ -112,9 +112,14 @@ void IniFile::Set(const std::u16string& section, const std::u16string& name, con
 std::string IniFile::Serialize() const {
     std::string out;
     for (const Section& section : sections_) {
-        out += "[" + platform::Utf8FromWide(section.name) + "]\n";
+        out += '[';
+        out += platform::Utf8FromWide(section.name);
+        out += "]\n";
         for (const Entry& entry : section.entries) {
-            out += platform::Utf8FromWide(entry.name) + "=" + platform::Utf8FromWide(entry.value) + "\n";
+            out += platform::Utf8FromWide(entry.name);
+            out += '=';
+            out += platform::Utf8FromWide(entry.value);
+            out += '\n';
         }
     }
     return out;
