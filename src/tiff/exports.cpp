@@ -552,16 +552,8 @@ HGLOBAL VELMORA_API ReadVelmoraTIFFDIB(LPCSTR name, DWORD page) {
     HGLOBAL tiff = OpenVelmoraTIFF(name, kAccessRead, 0);
     if (tiff == nullptr) return nullptr;
     HGLOBAL dib = ReadVelmoraOpenTIFFDIBProgress(tiff, page, nullptr, 0);
-    // Closing after a failed read must not hide the read's error.
-    uint32_t code = velmora::LastErrorCode();
-    std::u16string message = velmora::LastErrorMessage();
+    // A successful close leaves a failed read's error in place.
     CloseVelmoraTIFF(tiff);
-    if (dib == nullptr) {
-        ErrorRecord record;
-        record.code = code;
-        message.copy(record.message, velmora::kMessageLength - 1);
-        velmora::FinishWithRecord(record);
-    }
     return dib;
 }
 

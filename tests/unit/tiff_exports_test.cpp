@@ -136,6 +136,9 @@ TEST_F(TiffExports, ReaderConvertsTurnsAndRefuses) {
     }
     EXPECT_EQ(ReadVelmoraOpenTIFFDIB(tiff_, 2), nullptr);
     EXPECT_EQ(GetLastVelmoraErrorCode(), 0x02000005u);
+    // By name: the file is closed again and the read's error stays.
+    EXPECT_EQ(ReadVelmoraTIFFDIB(path_->c_str(), 9), nullptr);
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 0x02000003u);
 
     dib = ReadVelmoraOpenTIFFDIB(tiff_, 3);
     ASSERT_NE(dib, nullptr);
