@@ -5,6 +5,7 @@
 #include <new>
 
 #include "codecs/adler32.h"
+#include "codecs/byte_order.h"
 
 namespace velmora {
 namespace {
@@ -129,15 +130,6 @@ void BuildTable(const uint8_t* lengths, unsigned count, const uint32_t* symbols,
         for (uint32_t i = c.reversed >> primary; i < size; i += 1u << (c.length - primary))
             table[Value(link) + i] = symbols[c.symbol] | c.length;
     }
-}
-
-inline uint64_t LoadLittleEndian64(const uint8_t* p) {
-    uint64_t v;
-    std::memcpy(&v, p, 8);
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-    v = __builtin_bswap64(v);
-#endif
-    return v;
 }
 
 constexpr uint32_t kHistory = 32768;    // the largest window

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "codecs/byte_order.h"
 #include "codecs/byte_decoders.h"
 #include "codecs/predictor.h"
 #include "codecs/strip_input.h"
@@ -28,24 +29,6 @@ constexpr uint32_t kNoCode = 0xFFFFFFFF;
 constexpr unsigned kMaxWidth = 12;
 constexpr size_t kArenaStart = 64 * 1024;
 constexpr size_t kCopySlack = 16;  // the arena's room for 16-byte block copies
-
-inline uint64_t LoadBigEndian64(const uint8_t* p) {
-    uint64_t v;
-    std::memcpy(&v, p, 8);
-#if !defined(__BYTE_ORDER__) || __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    v = __builtin_bswap64(v);
-#endif
-    return v;
-}
-
-inline uint64_t LoadLittleEndian64(const uint8_t* p) {
-    uint64_t v;
-    std::memcpy(&v, p, 8);
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-    v = __builtin_bswap64(v);
-#endif
-    return v;
-}
 
 // Copies `count` bytes in 16-byte blocks; the last block may copy up to 15
 // bytes more, which both buffers must have room for.

@@ -31,6 +31,7 @@ enum : uint32_t {
     kErrBadFileData = 0x02000004,
     kErrUnsupportedImageType = 0x02000005,
     kErrBadImageData = 0x02000006,
+    kErrGeneral = 0x02000009,
     kErrFunctionDisabled = 0x02000019,
     kErrUnsupportedAnnotations = 0x02000026,
 };

@@ -104,11 +104,10 @@ bool FullInitialization(void* moduleHandle, uint16_t startupLanguage, ErrorRecor
     if (record->ok()) {
         platform::OsVersion(&g_osVersionWord, &g_osPlatformId);
         if (g_osPlatformId == kNtPlatform && (g_osVersionWord >> 8) < 4) {
-            char16_t message[kMessageLength];
-            FormatText(kOsTooOld, message, kMessageLength, record, ProductName().c_str());
-            SetRecordErrorText(record, 0x02000009, nullptr);
-            record->message[0] = 0;
-            std::memcpy(record->message, message, sizeof message);
+            // The message is the whole text, with the library's general error code.
+            if (FormatText(kOsTooOld, record->message, kMessageLength, record, ProductName().c_str())) {
+                record->code = kErrGeneral;
+            }
         }
     }
 
