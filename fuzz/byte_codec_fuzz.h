@@ -1,6 +1,7 @@
 // Shared by the byte-codec fuzz targets: the first bytes of the input choose
 // the page's shape, the rest is cut into two strips, decoded into rows of
-// exactly their size (so that any stray write is caught).
+// exactly their size (so that any stray write is caught), bottom-up as in a
+// DIB or top-down and touching as in the page pipeline's strip buffers.
 #pragma once
 
 #include <cstddef>
@@ -28,6 +29,7 @@ inline void FuzzByteDecoder(StripDecoder& decoder, uint16_t compression, const u
     page.endCodeRequired = (data[3] & 32) != 0;
     if (compression == 32809) page.samplesPerPixel = 1;
     page.outputWidth = (data[3] & 64) ? page.imageWidth - data[4] % page.imageWidth : page.imageWidth;
+    const bool bottomUp = (data[3] & 128) == 0;
     page.stripCount = (page.imageLength + page.rowsPerStrip - 1) / page.rowsPerStrip;
     data += kShapeBytes;
     size -= kShapeBytes;
@@ -37,7 +39,7 @@ inline void FuzzByteDecoder(StripDecoder& decoder, uint16_t compression, const u
         static_cast<size_t>(StoredRowBytes(page.outputWidth, page.bitsPerSample, page.samplesPerPixel));
     ErrorRecord record;
     if (!decoder.Begin(page, &record)) return;
-    // The rows, bottom-up, each exactly its visible bytes.
+    // The rows, each exactly its visible bytes.
     std::vector<uint8_t> image(visible * page.imageLength);
     const uint8_t* pieces[2] = {data, data + cut};
     const size_t sizes[2] = {cut, size - cut};
@@ -50,8 +52,14 @@ inline void FuzzByteDecoder(StripDecoder& decoder, uint16_t compression, const u
         strip.index = s;
         strip.firstRow = s * page.rowsPerStrip;
         strip.rows = page.rowsPerStrip;
-        strip.topRow = image.data() + visible * (page.imageLength - 1 - strip.firstRow);
-        strip.stride = -static_cast<ptrdiff_t>(visible);
+        if (strip.firstRow >= page.imageLength) break;
+        if (bottomUp) {
+            strip.topRow = image.data() + visible * (page.imageLength - 1 - strip.firstRow);
+            strip.stride = -static_cast<ptrdiff_t>(visible);
+        } else {
+            strip.topRow = image.data() + visible * strip.firstRow;
+            strip.stride = static_cast<ptrdiff_t>(visible);
+        }
         if (!decoder.Decode(strip, &record)) break;
     }
     decoder.End();

@@ -1,6 +1,8 @@
 // Deflate strips (TIFF compression 8, and 32946 of early writers): each strip
 // is one zlib stream whose output fills the strip's rows; output past the
 // last row is still decoded, so that the stream's checksum is verified.
+// Rows that touch one another in memory are decoded in place; there, rows
+// (or the part of a row) that a stream ends short of are cleared to zero.
 #include "codecs/byte_decoders.h"
 #include "codecs/inflater.h"
 #include "codecs/predictor.h"
@@ -22,7 +24,14 @@ public:
         if (record->failed()) return false;
         if (!input_.Load(page_, strip, record)) return false;
         if (!rows_.Start(page_, strip, rowBytes_, visible_, predictor_, record)) return false;
-        bool ok = inflater_.DecodeZlibStream(input_.data(), input_.size(), this, record);
+        // Rows that follow one another in memory are decoded in place.
+        uint8_t* area = nullptr;
+        size_t areaSize = 0;
+        if (rows_.contiguous()) {
+            area = rows_.cursor();
+            areaSize = static_cast<size_t>(rows_.remaining());
+        }
+        bool ok = inflater_.DecodeZlibStream(input_.data(), input_.size(), area, areaSize, this, record);
         rows_.Close();
         return ok;
     }
@@ -33,6 +42,7 @@ private:
     bool Take(const uint8_t* bytes, size_t count, ErrorRecord* record) override {
         return rows_.Put(bytes, count, record);
     }
+    bool Settled(size_t count, ErrorRecord* record) override { return rows_.Written(count, record); }
 
     CodecPage page_;
     RowRoutine predictor_ = nullptr;

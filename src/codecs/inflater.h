@@ -23,6 +23,12 @@ public:
     // Takes the next `count` decoded bytes; false stops the decoding (with
     // the reason in the record).
     virtual bool Take(const uint8_t* bytes, size_t count, ErrorRecord* record) = 0;
+    // With an output area: the next `count` bytes of the area are decoded
+    // and final (the decoder no longer reads them). False stops the decoding.
+    virtual bool Settled(size_t count, ErrorRecord* record) {
+        (void)count;
+        return !record->failed();
+    }
 
 protected:
     ~InflateSink() = default;
@@ -39,6 +45,14 @@ public:
 
     // Decodes one zlib stream. The window's memory is kept for the next.
     bool DecodeZlibStream(const uint8_t* data, size_t size, InflateSink* sink, ErrorRecord* record);
+    // The same, with the first `areaSize` bytes of output decoded straight
+    // into `area` (whose contents are overwritten) and settled to the sink
+    // as they become final; output past the area goes to the sink's Take.
+    // Bytes of the area that the stream does not reach are cleared to
+    // zero. An area too small to pay off is left alone and all output goes
+    // to Take.
+    bool DecodeZlibStream(const uint8_t* data, size_t size, uint8_t* area, size_t areaSize, InflateSink* sink,
+                          ErrorRecord* record);
     // Frees the window.
     void Release();
 

@@ -47,6 +47,24 @@ public:
         pos_ += count;
         return pos_ < rowBytes_ || FinishRow(record);
     }
+    // True when the strip's rows follow one another in memory and are
+    // written whole, so that a decoder may write them in one run from the
+    // cursor on, `remaining()` bytes long.
+    bool contiguous() const {
+        return !done() && visible_ == rowBytes_ && strip_->stride > 0 &&
+               static_cast<size_t>(strip_->stride) == rowBytes_;
+    }
+    // Counts `count` bytes that the decoder wrote from the cursor on across
+    // contiguous rows, finishing every row they complete. False when the
+    // host cancelled (record set).
+    bool Written(size_t count, ErrorRecord* record) {
+        while (count > 0 && !done()) {
+            size_t n = count < room() ? count : room();
+            count -= n;
+            if (!Advance(n, record)) return false;
+        }
+        return true;
+    }
 
     // Appends bytes and a run of one repeated byte. Bytes past the strip's
     // last row are dropped. False when the host cancelled (record set).

@@ -69,9 +69,12 @@ Bytes Compress(const Bytes& data, int level, int strategy, int windowBits, int m
     return out;
 }
 
-testing::DecodedPage InflateRows(const Bytes& stream, uint32_t width, uint32_t rows) {
+// Rows apart (bottom-up) are decoded through the window, rows that touch in
+// place.
+testing::DecodedPage InflateRows(const Bytes& stream, uint32_t width, uint32_t rows,
+                                 testing::RowLayout layout = testing::RowLayout::kBottomUp) {
     auto decoder = CreateDeflateDecoder();
-    return testing::DecodePage(*decoder, testing::BytePage(8, width, rows, rows), {stream});
+    return testing::DecodePage(*decoder, testing::BytePage(8, width, rows, rows), {stream}, nullptr, layout);
 }
 
 TEST(DeflateInterop, EveryLevelStrategyAndWindowOfZlib) {
@@ -85,9 +88,11 @@ TEST(DeflateInterop, EveryLevelStrategyAndWindowOfZlib) {
                     SCOPED_TRACE(::testing::Message() << "input " << input << " level " << level << " strategy "
                                                       << strategy << " window " << windowBits);
                     Bytes stream = Compress(inputs[input], level, strategy, windowBits, windowBits == 12 ? 1 : 8);
-                    auto result = InflateRows(stream, width, rows);
-                    ASSERT_TRUE(result.ok) << result.record.code;
-                    ASSERT_EQ(result.rows, inputs[input]);
+                    for (auto layout : {testing::RowLayout::kBottomUp, testing::RowLayout::kTouching}) {
+                        auto result = InflateRows(stream, width, rows, layout);
+                        ASSERT_TRUE(result.ok) << result.record.code;
+                        ASSERT_EQ(result.rows, inputs[input]);
+                    }
                 }
             }
         }
@@ -110,7 +115,8 @@ TEST(DeflateInterop, FlushedStreamsAndLongStoredData) {
 
 TEST(DeflateInterop, DamagedStreamsAgreeWithZlibWhereZlibSucceeds) {
     // Any stream zlib accepts is valid here too and decodes to the same
-    // bytes; every other one gives Bad file data, never a crash.
+    // bytes; every other one gives Bad file data, never a crash. Decoding in
+    // place reaches the same verdict as decoding through the window.
     const uint32_t width = 200, rows = 50;
     Bytes data = PageLike(width, rows, 5);
     std::mt19937 random(6);
@@ -129,7 +135,14 @@ TEST(DeflateInterop, DamagedStreamsAgreeWithZlibWhereZlibSucceeds) {
                 bool zlibOk = uncompress(expected.data(), &length, damaged.data(), damaged.size()) == Z_OK &&
                               length == data.size();
                 auto result = InflateRows(damaged, width, rows);
+                auto inPlace = InflateRows(damaged, width, rows, testing::RowLayout::kTouching);
                 ASSERT_TRUE(result.guardsIntact);
+                ASSERT_TRUE(inPlace.guardsIntact);
+                ASSERT_EQ(inPlace.ok, result.ok);
+                ASSERT_EQ(inPlace.record.code, result.record.code);
+                if (result.ok) {
+                    ASSERT_EQ(inPlace.rows, result.rows);
+                }
                 if (zlibOk) {
                     ASSERT_TRUE(result.ok);
                     expected.resize(length);

@@ -22,14 +22,21 @@ struct DecodedPage {
     std::u16string message() const { return record.message; }
 };
 
+// Where the rows go: bottom-up with 4-byte aligned rows as in a DIB, or top
+// down and touching, as the page pipeline's strip buffers (guards only
+// before and after them).
+enum class RowLayout { kBottomUp, kTouching };
+
 // Decodes `strips` (each of page.rowsPerStrip rows, the last one shorter) and
 // returns the visible bytes of all rows.
 inline DecodedPage DecodePage(StripDecoder& decoder, const CodecPage& page,
-                              const std::vector<std::vector<uint8_t>>& strips, ProgressReporter* progress = nullptr) {
+                              const std::vector<std::vector<uint8_t>>& strips, ProgressReporter* progress = nullptr,
+                              RowLayout layout = RowLayout::kBottomUp) {
     DecodedPage result;
     uint32_t outputWidth = page.outputWidth == 0 ? page.imageWidth : page.outputWidth;
     size_t visible = static_cast<size_t>(StoredRowBytes(outputWidth, page.bitsPerSample, page.samplesPerPixel));
-    size_t stride = (visible + 3) & ~size_t{3};
+    const bool bottomUp = layout == RowLayout::kBottomUp;
+    size_t stride = bottomUp ? (visible + 3) & ~size_t{3} : visible;
     std::vector<uint8_t> dib(stride * page.imageLength + 64, kGuard);
     uint8_t* base = dib.data() + 32;  // guard bytes before and after the rows
     if (!decoder.Begin(page, &result.record)) return result;
@@ -42,15 +49,15 @@ inline DecodedPage DecodePage(StripDecoder& decoder, const CodecPage& page,
         strip.firstRow = i * page.rowsPerStrip;
         strip.rows = page.rowsPerStrip;
         if (strip.firstRow >= page.imageLength) break;
-        strip.topRow = base + stride * (page.imageLength - 1 - strip.firstRow);
-        strip.stride = -static_cast<ptrdiff_t>(stride);
+        strip.topRow = base + stride * (bottomUp ? page.imageLength - 1 - strip.firstRow : strip.firstRow);
+        strip.stride = bottomUp ? -static_cast<ptrdiff_t>(stride) : static_cast<ptrdiff_t>(stride);
         strip.progress = progress;
         ok = decoder.Decode(strip, &result.record);
     }
     decoder.End();
     result.ok = ok;
     for (uint32_t r = 0; r < page.imageLength; ++r) {
-        const uint8_t* row = base + stride * (page.imageLength - 1 - r);
+        const uint8_t* row = base + stride * (bottomUp ? page.imageLength - 1 - r : r);
         result.rows.insert(result.rows.end(), row, row + visible);
         for (size_t k = visible; k < stride; ++k) result.guardsIntact &= row[k] == kGuard;
     }

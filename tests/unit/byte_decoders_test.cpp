@@ -245,6 +245,24 @@ TEST(Predictor, ShortRows) {
     EXPECT_EQ(five[3], 4);
 }
 
+TEST(Predictor, EveryRowLengthGivesTheRunningSums) {
+    // The row is summed in vector blocks with a byte-wise tail; every length
+    // puts the seam somewhere else.
+    uint32_t seed = 12345;
+    for (unsigned samples = 1; samples <= 4; ++samples) {
+        for (size_t bytes = 0; bytes <= 260; ++bytes) {
+            Bytes row(bytes);
+            for (auto& b : row) b = static_cast<uint8_t>((seed = seed * 1103515245 + 12345) >> 16);
+            Bytes expected = row;
+            if (bytes >= 2 * samples)
+                for (size_t i = samples; i < bytes; ++i)
+                    expected[i] = static_cast<uint8_t>(expected[i] + expected[i - samples]);
+            UndoHorizontalDifferencing(row.data(), row.size(), samples);
+            ASSERT_EQ(row, expected) << samples << " samples, " << bytes << " bytes";
+        }
+    }
+}
+
 TEST(Predictor, SelectionErrors) {
     struct Case {
         uint16_t predictor, bits, samples;

@@ -47,6 +47,23 @@ public:
         else
             Code(0xC0 + symbol - 280, 8);
     }
+    // A length/distance pair in the fixed code (RFC 1951 sections 3.2.5, 3.2.6).
+    void FixedMatch(unsigned length, unsigned distance) {
+        static const unsigned kLengthBase[29] = {3,  4,  5,  6,  7,  8,  9,  10, 11,  13,  15,  17,  19,  23, 27,
+                                                 31, 35, 43, 51, 59, 67, 83, 99, 115, 131, 163, 195, 227, 258};
+        unsigned code = 28;
+        while (kLengthBase[code] > length) --code;
+        FixedLiteral(257 + code);
+        Bits(length - kLengthBase[code], code == 28 ? 0 : code < 8 ? 0 : (code - 4) / 4);
+        unsigned dcode = 0, base = 1;
+        for (unsigned next = 1; dcode < 29; ++dcode, base = next) {
+            unsigned extra = dcode < 4 ? 0 : (dcode - 2) / 2;
+            next = base + (1u << extra);
+            if (distance < next) break;
+        }
+        Code(dcode, 5);
+        Bits(distance - base, dcode < 4 ? 0 : (dcode - 2) / 2);
+    }
     void Stored(const Bytes& data, bool final, uint16_t complementXor = 0) {
         Bits(final, 1);
         Bits(0, 2);
@@ -223,6 +240,80 @@ TEST(DeflateDecoder, DamagedStreamsFailWithoutHarm) {
         auto result = Inflate(page, {damaged});
         EXPECT_TRUE(result.guardsIntact);
         if (!result.ok) EXPECT_EQ(result.record.code, kErrBadFileData);
+    }
+}
+
+TEST(DeflateDecoder, MatchesAgreeWithAModelInBothRowLayouts) {
+    // Random fixed-code streams of literal runs and matches of every length,
+    // with distances near and far - past a small window, before the stream's
+    // first byte (zeros) - and output that falls short of the strip's rows
+    // or runs past them. Rows that touch are decoded in place, rows apart
+    // through the window; both must give the bytes of a plain model, with
+    // the predictor on complete rows.
+    uint32_t seed = 99;
+    auto random = [&](uint32_t n) { return (seed = seed * 1664525 + 1013904223) % n; };
+    for (int trial = 0; trial < 60; ++trial) {
+        SCOPED_TRACE(trial);
+        const uint8_t cmf = trial % 3 == 0 ? 0x08 : trial % 3 == 1 ? 0x28 : 0x78;  // 256 B, 1 KiB, 32 KiB
+        const uint32_t window = 1u << ((cmf >> 4) + 8);
+        const uint32_t width = 500 + random(1500), rows = 1 + random(70);
+        const uint16_t samples = trial % 4 == 1 ? 3 : 1, predictor = trial % 2 == 0 ? 2 : 1;
+        const size_t target = size_t{width} * samples * rows * (50 + random(100)) / 100;
+        ZlibWriter writer(cmf);
+        writer.Bits(1, 1);
+        writer.Bits(1, 2);
+        Bytes model;
+        while (model.size() < target) {
+            if (random(3) == 0) {
+                for (uint32_t n = 1 + random(20); n > 0; --n) {
+                    uint8_t literal = static_cast<uint8_t>(random(4) == 0 ? random(256) : 'a' + random(4));
+                    writer.FixedLiteral(literal);
+                    model.push_back(literal);
+                }
+                continue;
+            }
+            const uint32_t kind = random(10);
+            unsigned length = kind < 6 ? 3 + random(30) : 3 + random(256);
+            unsigned distance = kind < 3 ? 1 + random(7) : kind < 8 ? 1 + random(3000) : 1 + random(32768);
+            writer.FixedMatch(length, distance);
+            // A distance past the window wraps around it; before the
+            // stream's first byte there are zeros.
+            unsigned d = distance > window ? ((distance - 1) & (window - 1)) + 1 : distance;
+            for (unsigned k = 0; k < length; ++k) model.push_back(model.size() >= d ? model[model.size() - d] : 0);
+        }
+        writer.FixedLiteral(256);
+        Bytes stream = writer.Finish(Adler(model));
+
+        const CodecPage page = BytePage(8, width, rows, rows, samples, predictor);
+        const size_t rowBytes = size_t{width} * samples;
+        Bytes expected(rowBytes * rows);
+        for (uint32_t r = 0; r < rows; ++r) {
+            uint8_t* row = expected.data() + r * rowBytes;
+            const size_t start = r * rowBytes;
+            const size_t have = model.size() > start ? std::min(rowBytes, model.size() - start) : 0;
+            std::copy(model.begin() + start, model.begin() + start + have, row);
+            if (have == rowBytes && predictor == 2)
+                for (size_t i = samples; i < rowBytes; ++i) row[i] = static_cast<uint8_t>(row[i] + row[i - samples]);
+        }
+        for (auto layout : {testing::RowLayout::kBottomUp, testing::RowLayout::kTouching}) {
+            // Bytes a short stream does not reach keep the guard when decoded
+            // through the window and are cleared when decoded in place.
+            Bytes want = expected;
+            if (model.size() < want.size())
+                std::fill(want.begin() + model.size(), want.end(),
+                          layout == testing::RowLayout::kBottomUp ? testing::kGuard : 0);
+            auto decoder = CreateDeflateDecoder();
+            auto result = DecodePage(*decoder, page, {stream}, nullptr, layout);
+            ASSERT_TRUE(result.ok) << result.record.code;
+            ASSERT_TRUE(result.guardsIntact);
+            ASSERT_EQ(result.rows, want) << (layout == testing::RowLayout::kBottomUp ? "bottom-up" : "touching");
+            // Cut short, the stream fails with the rows it reached.
+            Bytes cut(stream.begin(), stream.begin() + stream.size() / 2);
+            auto failed = DecodePage(*decoder, page, {cut}, nullptr, layout);
+            ASSERT_FALSE(failed.ok);
+            EXPECT_EQ(failed.record.code, kErrBadFileData);
+            EXPECT_TRUE(failed.guardsIntact);
+        }
     }
 }
 
