@@ -1,0 +1,1 @@
+velmora_benchmark(jpeg_decoder_bench)

@@ -1,0 +1,1 @@
+velmora_benchmark(jpeg_encoder_bench)

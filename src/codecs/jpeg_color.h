@@ -1,0 +1,37 @@
+// Turning the decoded component planes of a JPEG image into DIB rows:
+// upsampling of subsampled components by replication, and the colour
+// conversions of the colour kinds a frame may have.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace velmora::jpeg {
+
+enum class ColorKind : uint8_t {
+    Grey,   // one component
+    YCbCr,  // three components, JFIF YCbCr
+    Rgb,    // three components stored as RGB (Adobe transform 0)
+    Cmyk,   // four components, Adobe (inverted) CMYK
+    Ycck,   // four components, YCbCr + K (Adobe transform 2)
+};
+
+// One component's samples for a band of output rows, at the component's own
+// resolution: `rows` rows of at least ceil(width * h / hMax) samples.
+struct ComponentBand {
+    const uint8_t* samples = nullptr;  // the band's first row
+    ptrdiff_t stride = 0;              // bytes from one row to the next
+    uint8_t h = 1;                     // the component's sampling factors
+    uint8_t v = 1;
+};
+
+// Writes `rows` output rows of `width` pixels, the first one at `output`
+// and the next ones `outputStride` bytes further each (negative for a
+// bottom-up DIB): one byte per pixel for Grey, blue-green-red triples for
+// every other kind. Output row r of the band takes component row
+// r * v / vMax and column x takes component sample x * h / hMax.
+// `scratch` holds at least 4 * width bytes.
+void ConvertBand(ColorKind kind, const ComponentBand* components, uint32_t width, uint32_t rows, uint8_t hMax,
+                 uint8_t vMax, uint8_t* output, ptrdiff_t outputStride, uint8_t* scratch);
+
+}  // namespace velmora::jpeg

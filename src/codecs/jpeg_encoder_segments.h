@@ -1,0 +1,52 @@
+// The marker segments the JPEG encoder writes (ITU-T T.81 B.2 and B.3).
+#pragma once
+
+#include <cstdint>
+
+#include "codecs/jpeg_tables.h"
+#include "frame/error_record.h"
+#include "io/stream.h"
+
+namespace velmora::jpeg {
+
+enum : uint8_t {
+    kMarkerSof0 = 0xC0,
+    kMarkerSof3 = 0xC3,
+    kMarkerDht = 0xC4,
+    kMarkerSoi = 0xD8,
+    kMarkerEoi = 0xD9,
+    kMarkerSos = 0xDA,
+    kMarkerDqt = 0xDB,
+    kMarkerApp0 = 0xE0,
+    kMarkerCom = 0xFE,
+};
+
+// The components of a frame: identifiers 1, 2, 3; the first uses
+// quantisation and Huffman tables 0, the others tables 1.
+struct FrameLayout {
+    uint32_t width = 0;
+    uint32_t height = 0;
+    uint8_t components = 1;
+    uint8_t h[3] = {1, 1, 1};
+    uint8_t v[3] = {1, 1, 1};
+    uint8_t hMax = 1;
+    uint8_t vMax = 1;
+};
+
+// Writes 0xFF and the marker.
+void WriteMarker(Stream* stream, uint8_t marker, ErrorRecord* record);
+// One DQT segment with `count` 8-bit tables (identifiers 0, 1, ...), the
+// values taken from natural order into zig-zag order.
+void WriteQuantisationSegment(Stream* stream, const uint16_t (*tables)[64], uint8_t count, ErrorRecord* record);
+// SOF0 or SOF3 at 8-bit precision.
+void WriteFrameHeader(Stream* stream, uint8_t marker, const FrameLayout& frame, ErrorRecord* record);
+// One DHT segment holding one table; `tableClass` 0 for DC and lossless, 1
+// for AC.
+void WriteHuffmanSegment(Stream* stream, uint8_t tableClass, uint8_t id, const HuffmanSpec& spec, ErrorRecord* record);
+// SOS for all components of the frame; `lossless` writes the predictor
+// selection 1 and no spectral range.
+void WriteScanHeader(Stream* stream, const FrameLayout& frame, bool lossless, ErrorRecord* record);
+// A COM segment holding `text` (without a terminating zero).
+void WriteCommentSegment(Stream* stream, const char* text, ErrorRecord* record);
+
+}  // namespace velmora::jpeg

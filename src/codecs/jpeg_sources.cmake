@@ -1,0 +1,3 @@
+# JPEG: what the decoder and the encoder share.
+list(APPEND VELMORA_SOURCES
+  src/codecs/jpeg_private_segment.cpp)

@@ -1,0 +1,1 @@
+list(APPEND INTEROP_TESTS interop/jpeg_pixels_test.cpp)

@@ -1,0 +1,1 @@
+list(APPEND UNIT_TESTS unit/jpeg_color_routes_test.cpp)

@@ -1,0 +1,676 @@
+// The JPEG decoder on small streams built here segment by segment: the
+// checks of the marker layer, the repairs of known writer faults, DNL,
+// undecodable processes that still describe themselves, strict entropy
+// decoding, lossless and 12-bit frames, tables given apart from the stream,
+// the MCU observer, clipping and cancelling. Whole-image correctness
+// against libjpeg is the interop test's job.
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <initializer_list>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "codecs/jpeg_decoder.h"
+#include "codecs/jpeg_private_segment.h"
+#include "dib/image.h"
+#include "io/stream.h"
+
+namespace {
+
+using namespace velmora;
+using namespace velmora::jpeg;
+using Bytes = std::vector<uint8_t>;
+
+// Entropy-coded bits, most significant first, 0xFF followed by a stuffed
+// zero, the last byte padded with ones.
+class BitWriter {
+public:
+    void Put(uint32_t value, int count) {
+        for (int i = count - 1; i >= 0; --i) {
+            current_ = static_cast<uint8_t>((current_ << 1) | ((value >> i) & 1));
+            if (++used_ == 8) Flush();
+        }
+    }
+    // A DC difference or AC value: its category's code was written; these
+    // are the value bits (T.81 F.1.2.1).
+    void PutValue(int32_t value, int category) {
+        if (category == 0) return;
+        Put(static_cast<uint32_t>(value < 0 ? value + (1 << category) - 1 : value), category);
+    }
+    Bytes Finish() {
+        while (used_ != 0) Put(1, 1);
+        return bytes_;
+    }
+
+private:
+    void Flush() {
+        bytes_.push_back(current_);
+        if (current_ == 0xFF) bytes_.push_back(0);
+        current_ = 0;
+        used_ = 0;
+    }
+    Bytes bytes_;
+    uint8_t current_ = 0;
+    int used_ = 0;
+};
+
+int Category(int32_t value) {
+    int category = 0;
+    for (uint32_t magnitude = static_cast<uint32_t>(value < 0 ? -value : value); magnitude != 0; magnitude >>= 1) {
+        ++category;
+    }
+    return category;
+}
+
+// The tables of these streams: DC categories 0..16 as 5-bit codes (the
+// category is the code), AC symbols as 8-bit codes (the index in kAcSymbols
+// is the code).
+const uint8_t kAcSymbols[] = {0x00, 0xF0, 0x01, 0x02, 0x03, 0x04, 0x11, 0x21, 0xE1, 0x0B, 0x0A};
+int AcCode(uint8_t symbol) {
+    for (size_t i = 0; i < sizeof(kAcSymbols); ++i) {
+        if (kAcSymbols[i] == symbol) return static_cast<int>(i);
+    }
+    return -1;
+}
+
+Bytes Segment(uint8_t marker, const Bytes& data) {
+    Bytes out = {0xFF, marker, static_cast<uint8_t>((data.size() + 2) >> 8), static_cast<uint8_t>(data.size() + 2)};
+    out.insert(out.end(), data.begin(), data.end());
+    return out;
+}
+Bytes Dqt(uint8_t id, uint8_t value = 1) {
+    Bytes data = {id};
+    data.insert(data.end(), 64, value);
+    return Segment(0xDB, data);
+}
+Bytes DhtDc(uint8_t id, int categories = 17) {
+    Bytes data = {id, 0, 0, 0, 0, static_cast<uint8_t>(categories)};
+    data.insert(data.end(), 11, 0);
+    for (int i = 0; i < categories; ++i) data.push_back(static_cast<uint8_t>(i));
+    return Segment(0xC4, data);
+}
+Bytes DhtAc(uint8_t id) {
+    Bytes data = {static_cast<uint8_t>(0x10 | id), 0, 0, 0, 0, 0, 0, 0, sizeof(kAcSymbols)};
+    data.insert(data.end(), 8, 0);
+    data.insert(data.end(), kAcSymbols, kAcSymbols + sizeof(kAcSymbols));
+    return Segment(0xC4, data);
+}
+struct Comp {
+    uint8_t id, hv, tq;
+};
+Bytes Sof(uint8_t marker, uint8_t precision, uint16_t height, uint16_t width, std::initializer_list<Comp> comps) {
+    Bytes data = {precision,
+                  static_cast<uint8_t>(height >> 8),
+                  static_cast<uint8_t>(height),
+                  static_cast<uint8_t>(width >> 8),
+                  static_cast<uint8_t>(width),
+                  static_cast<uint8_t>(comps.size())};
+    for (const Comp& c : comps) data.insert(data.end(), {c.id, c.hv, c.tq});
+    return Segment(marker, data);
+}
+struct ScanComp {
+    uint8_t id, tables;
+};
+Bytes Sos(std::initializer_list<ScanComp> comps, uint8_t ss = 0, uint8_t se = 63, uint8_t ahal = 0) {
+    Bytes data = {static_cast<uint8_t>(comps.size())};
+    for (const ScanComp& c : comps) data.insert(data.end(), {c.id, c.tables});
+    data.insert(data.end(), {ss, se, ahal});
+    return Segment(0xDA, data);
+}
+Bytes Jfif(uint8_t unit, uint16_t x, uint16_t y) {
+    return Segment(0xE0, {'J', 'F', 'I', 'F', 0, 1, 2, unit, static_cast<uint8_t>(x >> 8), static_cast<uint8_t>(x),
+                          static_cast<uint8_t>(y >> 8), static_cast<uint8_t>(y), 0, 0});
+}
+Bytes Concat(std::initializer_list<Bytes> parts) {
+    Bytes out;
+    for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
+    return out;
+}
+const Bytes kSoi = {0xFF, 0xD8};
+const Bytes kEoi = {0xFF, 0xD9};
+
+// Entropy data of `blocks` grey blocks with DC values `dc` (differences
+// coded in turn) and no AC coefficients.
+Bytes DcOnlyBlocks(const std::vector<int32_t>& dc) {
+    BitWriter bits;
+    int32_t previous = 0;
+    for (int32_t value : dc) {
+        int32_t difference = value - previous;
+        previous = value;
+        int category = Category(difference);
+        bits.Put(static_cast<uint32_t>(category), 5);
+        bits.PutValue(difference, category);
+        bits.Put(static_cast<uint32_t>(AcCode(0x00)), 8);  // end of block
+    }
+    return bits.Finish();
+}
+
+// A 16x8 grey baseline stream of two flat blocks (samples 138 and 118).
+Bytes GreyStream(const Bytes& extraBeforeFrame = {}) {
+    return Concat({kSoi, extraBeforeFrame, Dqt(0), Sof(0xC0, 8, 8, 16, {{1, 0x11, 0}}), DhtDc(0), DhtAc(0),
+                   Sos({{1, 0x00}}), DcOnlyBlocks({80, -80}), kEoi});
+}
+
+struct Decoded {
+    bool ok = false;
+    uint32_t code = 0;
+    std::vector<uint8_t> pixels;  // top-down, `channels` bytes per pixel
+};
+
+Decoded DecodeTo(const Bytes& stream, uint32_t width, uint32_t height, uint32_t channels,
+                 ColorOverride color = ColorOverride::Auto) {
+    Decoded result;
+    result.pixels.assign(size_t{width} * height * channels, 0xEE);
+    JpegDecoder decoder;
+    JpegDecodeOptions options;
+    options.output = JpegOutput{result.pixels.data(), static_cast<ptrdiff_t>(width * channels), width, height};
+    options.color = color;
+    ErrorRecord record;
+    result.ok = decoder.Decode(JpegSource::Memory(stream.data(), stream.size()), options, &record);
+    result.code = record.code;
+    return result;
+}
+
+uint32_t InfoCode(const Bytes& stream, uint32_t request, JpegInfo* info) {
+    ErrorRecord record;
+    ReadJpegInfo(JpegSource::Memory(stream.data(), stream.size()), request, info, &record);
+    return record.code;
+}
+
+TEST(JpegDecoderStreams, HandBuiltBaselineDecodes) {
+    Decoded d = DecodeTo(GreyStream(), 16, 8, 1);
+    ASSERT_TRUE(d.ok) << std::hex << d.code;
+    EXPECT_EQ(d.pixels[0], 138);
+    EXPECT_EQ(d.pixels[8], 118);
+    EXPECT_EQ(d.pixels[16 * 7 + 15], 118);
+}
+
+// Every segment check: a stream with one fault and the error it must give.
+TEST(JpegDecoderStreams, MalformedSegmentsAreBadData) {
+    Bytes dc = DcOnlyBlocks({80, -80});
+    auto grey = [&](const Bytes& dqt, const Bytes& sof, const Bytes& dht, const Bytes& sos) {
+        return Concat({kSoi, dqt, sof, dht, sos, dc, kEoi});
+    };
+    Bytes dqt = Dqt(0), sof = Sof(0xC0, 8, 8, 16, {{1, 0x11, 0}}), dht = Concat({DhtDc(0), DhtAc(0)});
+    Bytes sos = Sos({{1, 0x00}});
+    Bytes overSubscribed = {0x00, 2};  // two codes of length 1: the all-ones code is taken
+    overSubscribed.insert(overSubscribed.end(), 14, 0);
+    overSubscribed.insert(overSubscribed.end(), {0, 1});
+    Bytes dhtLeftover = DhtDc(0);
+    dhtLeftover.push_back(0);
+    dhtLeftover[3] += 1;
+    Bytes dqtShort = Dqt(0);
+    dqtShort.resize(dqtShort.size() - 1);
+    dqtShort[3] -= 1;
+    const struct {
+        const char* name;
+        Bytes stream;
+    } cases[] = {
+        {"DHT class 2", grey(dqt, sof, Concat({Segment(0xC4, {0x20, 1}), dht}), sos)},
+        {"DHT identifier 4", grey(dqt, sof, Concat({DhtDc(4), dht}), sos)},
+        {"DHT over-subscribed", grey(dqt, sof, Concat({Segment(0xC4, overSubscribed), dht}), sos)},
+        {"DHT counts beyond the segment", grey(dqt, sof, Concat({Segment(0xC4, {0x00, 0, 0, 5}), dht}), sos)},
+        {"DHT not used up", grey(dqt, sof, Concat({dhtLeftover, DhtAc(0)}), sos)},
+        {"DQT precision 2", grey(Segment(0xDB, {0x20}), sof, dht, sos)},
+        {"DQT identifier 4", grey(Dqt(4), sof, dht, sos)},
+        {"DQT short", grey(dqtShort, sof, dht, sos)},
+        {"baseline at 12 bits", grey(dqt, Sof(0xC0, 12, 8, 16, {{1, 0x11, 0}}), dht, sos)},
+        {"sampling factor 5", grey(dqt, Sof(0xC0, 8, 8, 16, {{1, 0x51, 0}}), dht, sos)},
+        {"zero width", grey(dqt, Sof(0xC0, 8, 8, 0, {{1, 0x11, 0}}), dht, sos)},
+        {"frame length", grey(dqt, Segment(0xC0, {8, 0, 8, 0, 16, 1, 1, 0x11}), dht, sos)},
+        {"duplicate component", grey(dqt, Sof(0xC0, 8, 8, 16, {{1, 0x11, 0}, {1, 0x11, 0}}), dht, sos)},
+        {"differential frame outside a hierarchy", grey(dqt, Sof(0xC5, 8, 8, 16, {{1, 0x11, 0}}), dht, sos)},
+        {"second frame", grey(dqt, Concat({sof, sof}), dht, sos)},
+        {"SOS length", grey(dqt, sof, dht, Segment(0xDA, {1, 1, 0, 0, 63, 0, 0}))},
+        {"SOS without components", grey(dqt, sof, dht, Segment(0xDA, {0, 0, 63, 0}))},
+        {"SOS names no frame component", grey(dqt, sof, dht, Sos({{2, 0x00}}))},
+        {"SOS names an undefined table", grey(dqt, sof, dht, Sos({{1, 0x11}}))},
+        {"SOS table selector 4", grey(dqt, sof, dht, Sos({{1, 0x40}}))},
+        {"scan before frame", Concat({kSoi, dqt, dht, sos, sof, dc, kEoi})},
+        {"DRI length", grey(Concat({dqt, Segment(0xDD, {0, 1, 0})}), sof, dht, sos)},
+        {"segment past the end", Concat({kSoi, dqt, Bytes{0xFF, 0xE5, 0x40, 0x00, 1, 2, 3}})},
+        {"no scan", Concat({kSoi, dqt, sof, dht, kEoi})},
+    };
+    for (const auto& c : cases) {
+        Decoded d = DecodeTo(c.stream, 16, 8, 1);
+        EXPECT_FALSE(d.ok) << c.name;
+        EXPECT_EQ(d.code, kErrBadFileData) << c.name;
+    }
+    // The decoder stops after the last MCU; a whole parse meets the DNL.
+    JpegInfo info;
+    EXPECT_EQ(InfoCode(Concat({kSoi, dqt, sof, dht, sos, dc, Segment(0xDC, {0, 8, 0}), kEoi}), kInfoWhole, &info),
+              kErrBadFileData);
+    Decoded notJpeg = DecodeTo(Bytes{0xFF, 0xD9, 0xFF, 0xD8}, 16, 8, 1);
+    EXPECT_EQ(notJpeg.code, kErrUnrecognizedFormat);
+}
+
+// Progressive and lossless scan headers have rules of their own.
+TEST(JpegDecoderStreams, ScanParameterRules) {
+    auto progressive = [](const Bytes& sos) {
+        return Concat({kSoi, Dqt(0), Sof(0xC2, 8, 8, 8, {{1, 0x11, 0}, {2, 0x11, 0}, {3, 0x11, 0}}), DhtDc(0), DhtAc(0),
+                       sos, DcOnlyBlocks({0}), kEoi});
+    };
+    const struct {
+        const char* name;
+        Bytes sos;
+        bool valid;
+    } cases[] = {
+        {"DC first", Sos({{1, 0}, {2, 0}, {3, 0}}, 0, 0, 0x01), true},
+        {"DC scan with Se 5", Sos({{1, 0}}, 0, 5, 0x00), false},
+        {"AC scan of two components", Sos({{1, 0}, {2, 0}}, 1, 5, 0x00), false},
+        {"Ss beyond Se", Sos({{1, 0}}, 6, 5, 0x00), false},
+        {"Se 64", Sos({{1, 0}}, 1, 64, 0x00), false},
+        {"Al 14", Sos({{1, 0}}, 1, 5, 0x0E), false},
+        {"Ah not Al + 1", Sos({{1, 0}}, 1, 5, 0x31), false},
+        {"Ah Al + 1", Sos({{1, 0}}, 1, 5, 0x21), true},
+    };
+    for (const auto& c : cases) {
+        JpegInfo info;
+        uint32_t code = InfoCode(progressive(c.sos), 0, &info);
+        EXPECT_EQ(code, c.valid ? 0u : kErrBadFileData) << c.name;
+    }
+    auto lossless = [](uint8_t ss, uint8_t se, uint8_t ahal) {
+        return Concat({kSoi, Sof(0xC3, 8, 2, 2, {{1, 0x11, 0}}), DhtDc(0), Sos({{1, 0}}, ss, se, ahal), kEoi});
+    };
+    JpegInfo info;
+    EXPECT_EQ(InfoCode(lossless(1, 0, 0), 0, &info), 0u);
+    EXPECT_EQ(InfoCode(lossless(0, 0, 0), 0, &info), kErrBadFileData);
+    EXPECT_EQ(InfoCode(lossless(8, 0, 0), 0, &info), kErrBadFileData);
+    EXPECT_EQ(InfoCode(lossless(7, 1, 0), 0, &info), kErrBadFileData);
+    EXPECT_EQ(InfoCode(lossless(7, 0, 0x10), 0, &info), kErrBadFileData);
+    EXPECT_EQ(InfoCode(lossless(7, 0, 0x08), 0, &info), kErrBadFileData);  // point transform of every bit
+}
+
+// Writers' faults the decoder repairs, and what it reports about them.
+TEST(JpegDecoderStreams, KnownWriterFaultsAreRepaired) {
+    JpegInfo info;
+    // A JFIF density of 65499 takes the other density.
+    Bytes damaged = GreyStream(Jfif(1, 65499, 72));
+    ASSERT_EQ(InfoCode(damaged, 0, &info), 0u);
+    EXPECT_EQ(info.xDensityNumerator, 72u);
+    EXPECT_EQ(info.yDensityNumerator, 72u);
+    EXPECT_EQ(info.densityUnit, 2);
+    EXPECT_EQ(info.flags & (kHasJfif | kDamaged), kHasJfif | kDamaged);
+    EXPECT_TRUE(DecodeTo(damaged, 16, 8, 1).ok);
+
+    // JFIF counts only first (or after a comment) and with sane values.
+    ASSERT_EQ(InfoCode(GreyStream(Concat({Segment(0xFE, {'x'}), Jfif(2, 50, 40)})), 0, &info), 0u);
+    EXPECT_EQ(info.densityUnit, 3);
+    EXPECT_EQ(info.xDensityNumerator, 50u);
+    ASSERT_EQ(InfoCode(GreyStream(Concat({Segment(0xE2, {1}), Jfif(1, 300, 300)})), 0, &info), 0u);
+    EXPECT_EQ(info.flags & kHasJfif, 0u);
+    ASSERT_EQ(InfoCode(GreyStream(Jfif(3, 300, 300)), 0, &info), 0u);
+    EXPECT_EQ(info.flags & kHasJfif, 0u);
+
+    // An APP1 segment one byte too long, whose data starts like a marker.
+    Bytes app1 = {0xFF, 0xE1, 0x00, 0x05, 0xFF, 0xE9, 0xFF};
+    Bytes repaired = GreyStream(app1);
+    ASSERT_EQ(InfoCode(repaired, 0, &info), 0u);
+    EXPECT_NE(info.flags & kDamaged, 0u);
+    EXPECT_TRUE(DecodeTo(repaired, 16, 8, 1).ok);
+
+    // A JFIF thumbnail is found where its size says.
+    Bytes thumbnail = {'J', 'F', 'I', 'F', 0, 1, 2, 0, 0, 1, 0, 1, 2, 1, 10, 20, 30, 40, 50, 60};
+    Bytes withThumbnail = GreyStream(Segment(0xE0, thumbnail));
+    ASSERT_EQ(InfoCode(withThumbnail, kInfoThumbnail, &info), 0u);
+    EXPECT_EQ(info.flags & kHasThumbnail, kHasThumbnail);
+    EXPECT_EQ(info.thumbnailWidth, 2);
+    EXPECT_EQ(info.thumbnailHeight, 1);
+    ASSERT_EQ(info.thumbnailBytes, 6u);
+    EXPECT_EQ(withThumbnail[info.thumbnailOffset], 10);
+}
+
+TEST(JpegDecoderStreams, HeightFromDnl) {
+    Bytes stream = Concat({kSoi, Dqt(0), Sof(0xC0, 8, 0, 8, {{1, 0x11, 0}}), DhtDc(0), DhtAc(0), Sos({{1, 0x00}}),
+                           DcOnlyBlocks({80, -80}), Segment(0xDC, {0, 13}), kEoi});
+    JpegInfo info;
+    ASSERT_EQ(InfoCode(stream, 0, &info), 0u);
+    EXPECT_EQ(info.height, 0u);
+    ASSERT_EQ(InfoCode(stream, kInfoWhole, &info), 0u);
+    EXPECT_EQ(info.height, 13u);
+    ErrorRecord record;
+    HGLOBAL dib = DecodeJpegToDib(JpegSource::Memory(stream.data(), stream.size()), nullptr, &record);
+    ASSERT_NE(dib, nullptr) << std::hex << record.code;
+    {
+        ImageLock lock(dib);
+        EXPECT_EQ(lock.header()->biHeight, 13);
+        const uint8_t* bits = lock.bits();
+        EXPECT_EQ(bits[0], 118);       // the bottom row, from the second block
+        EXPECT_EQ(bits[8 * 12], 138);  // the top row
+    }
+    FreeImage(&dib);
+}
+
+// Arithmetic, hierarchical and two-component streams describe themselves
+// but do not decode.
+TEST(JpegDecoderStreams, UndecodableStreamsStillDescribeThemselves) {
+    Bytes arithmetic =
+        Concat({kSoi, Dqt(0), Sof(0xC9, 8, 8, 16, {{1, 0x11, 0}}), Sos({{1, 0x00}}), Bytes{0x12, 0x34, 0x56}, kEoi});
+    Bytes hierarchical = Concat({kSoi, Segment(0xDE, {8, 0, 8, 0, 16, 1, 1, 0x11, 0}), Dqt(0),
+                                 Sof(0xC1, 8, 8, 16, {{1, 0x11, 0}}), DhtDc(0), DhtAc(0), Sos({{1, 0x00}}),
+                                 DcOnlyBlocks({80, -80}), Sof(0xC5, 8, 8, 16, {{1, 0x11, 0}}), kEoi});
+    Bytes twoComponents = Concat({kSoi, Dqt(0), Sof(0xC0, 8, 8, 8, {{1, 0x11, 0}, {2, 0x11, 0}}), DhtDc(0), DhtAc(0),
+                                  Sos({{1, 0x00}, {2, 0x00}}), DcOnlyBlocks({8, 8}), kEoi});
+    const struct {
+        const Bytes* stream;
+        uint8_t process;
+    } cases[] = {{&arithmetic, kProcessArithmeticExtended},
+                 {&hierarchical, kProcessHierarchical},
+                 {&twoComponents, kProcessBaseline}};
+    for (const auto& c : cases) {
+        JpegInfo info;
+        ASSERT_EQ(InfoCode(*c.stream, kInfoWhole, &info), 0u);
+        EXPECT_EQ(info.process, c.process);
+        EXPECT_EQ(DecodeTo(*c.stream, 16, 8, 3).code, kErrUnsupportedImageType);
+        ErrorRecord record;
+        EXPECT_EQ(DecodeJpegToDib(JpegSource::Memory(c.stream->data(), c.stream->size()), nullptr, &record), nullptr);
+        EXPECT_EQ(record.code, kErrUnsupportedImageType);
+    }
+}
+
+// No concealment: values beyond the precision, runs past the block, a wrong
+// restart marker and missing data are all bad data.
+TEST(JpegDecoderStreams, StrictEntropyDecoding) {
+    auto stream = [](const Bytes& entropy, const Bytes& dri = {}) {
+        return Concat({kSoi, dri, Dqt(0), Sof(0xC0, 8, 8, 16, {{1, 0x11, 0}}), DhtDc(0), DhtAc(0), Sos({{1, 0x00}}),
+                       entropy, kEoi});
+    };
+    BitWriter category12;
+    category12.Put(12, 5);
+    category12.Put(0xFFF, 12);
+    category12.Put(0, 8);
+    BitWriter size11;  // AC size 11 at 8 bits
+    size11.Put(0, 5);
+    size11.Put(static_cast<uint32_t>(AcCode(0x0B)), 8);
+    size11.Put(0x7FF, 11);
+    BitWriter pastEnd;  // 62 zeros and a coefficient: beyond 63
+    pastEnd.Put(0, 5);
+    for (int i = 0; i < 3; ++i) pastEnd.Put(static_cast<uint32_t>(AcCode(0xF0)), 8);
+    pastEnd.Put(static_cast<uint32_t>(AcCode(0xE1)), 8);
+    pastEnd.Put(1, 1);
+    BitWriter wrongRestart;
+    Bytes first = DcOnlyBlocks({8});
+    Bytes restartWrong = Concat({first, Bytes{0xFF, 0xD3}, DcOnlyBlocks({8})});
+    Bytes restartRight = Concat({first, Bytes{0xFF, 0xD0}, DcOnlyBlocks({8})});
+    Bytes dri = Segment(0xDD, {0, 1});
+    EXPECT_TRUE(DecodeTo(stream(DcOnlyBlocks({8, 16})), 16, 8, 1).ok);
+    EXPECT_TRUE(DecodeTo(stream(restartRight, dri), 16, 8, 1).ok);
+    const struct {
+        const char* name;
+        Bytes stream;
+    } cases[] = {
+        {"DC category 12", stream(category12.Finish())},
+        {"AC size 11", stream(size11.Finish())},
+        {"run past 63", stream(pastEnd.Finish())},
+        {"wrong restart marker", stream(restartWrong, dri)},
+        {"missing restart marker", stream(DcOnlyBlocks({8, 16}), dri)},
+        {"one block of two", stream(DcOnlyBlocks({8}))},
+        {"undefined code", stream(Bytes{0xFF, 0x00, 0xFF, 0x00})},
+    };
+    for (const auto& c : cases) {
+        Decoded d = DecodeTo(c.stream, 16, 8, 1);
+        EXPECT_FALSE(d.ok) << c.name;
+        EXPECT_EQ(d.code, kErrBadFileData) << c.name;
+    }
+}
+
+// A lossless encoder written from T.81 H.1.2.1 for the round trip.
+struct LosslessImage {
+    uint32_t width, height, components;
+    int precision;
+    std::vector<uint16_t> samples;  // interleaved by pixel
+};
+
+Bytes LosslessStream(const LosslessImage& image, int predictor, int pointTransform, uint16_t restartRows) {
+    Bytes frame = {static_cast<uint8_t>(image.precision), static_cast<uint8_t>(image.height >> 8),
+                   static_cast<uint8_t>(image.height),    static_cast<uint8_t>(image.width >> 8),
+                   static_cast<uint8_t>(image.width),     static_cast<uint8_t>(image.components)};
+    Bytes scan = {static_cast<uint8_t>(image.components)};
+    for (uint32_t c = 0; c < image.components; ++c) {
+        frame.insert(frame.end(), {static_cast<uint8_t>(c + 1), 0x11, 0});
+        scan.insert(scan.end(), {static_cast<uint8_t>(c + 1), 0x00});
+    }
+    scan.insert(scan.end(), {static_cast<uint8_t>(predictor), 0, static_cast<uint8_t>(pointTransform)});
+    Bytes out = Concat({kSoi, Segment(0xC3, frame), DhtDc(0)});
+    if (restartRows != 0) {
+        uint32_t interval = restartRows * image.width;
+        out = Concat({out, Segment(0xDD, {static_cast<uint8_t>(interval >> 8), static_cast<uint8_t>(interval)})});
+    }
+    out = Concat({out, Segment(0xDA, scan)});
+    auto sample = [&](uint32_t x, uint32_t y, uint32_t c) -> int32_t {
+        return image.samples[(size_t{y} * image.width + x) * image.components + c] >> pointTransform;
+    };
+    BitWriter bits;
+    uint32_t lineStart = 0;
+    for (uint32_t y = 0; y < image.height; ++y) {
+        if (restartRows != 0 && y != 0 && y % restartRows == 0) {
+            out = Concat({out, bits.Finish(), Bytes{0xFF, static_cast<uint8_t>(0xD0 + (y / restartRows - 1) % 8)}});
+            bits = BitWriter();
+            lineStart = y;
+        }
+        for (uint32_t x = 0; x < image.width; ++x) {
+            for (uint32_t c = 0; c < image.components; ++c) {
+                int32_t prediction;
+                if (y == lineStart) {
+                    prediction = x == 0 ? 1 << (image.precision - pointTransform - 1) : sample(x - 1, y, c);
+                } else if (x == 0) {
+                    prediction = sample(x, y - 1, c);
+                } else {
+                    int32_t a = sample(x - 1, y, c), b = sample(x, y - 1, c), d = sample(x - 1, y - 1, c);
+                    const int32_t predictions[8] = {
+                        0, a, b, d, a + b - d, a + ((b - d) >> 1), b + ((a - d) >> 1), (a + b) >> 1};
+                    prediction = predictions[predictor];
+                }
+                // Differences are taken modulo 2^16 (T.81 H.1.2.1).
+                int32_t difference = static_cast<int16_t>(static_cast<uint16_t>(sample(x, y, c) - prediction));
+                int category = difference == -32768 ? 16 : Category(difference);
+                bits.Put(static_cast<uint32_t>(category), 5);
+                if (category < 16) bits.PutValue(difference, category);
+            }
+        }
+    }
+    return Concat({out, bits.Finish(), kEoi});
+}
+
+TEST(JpegDecoderStreams, LosslessRoundTrips) {
+    std::mt19937 random(9);
+    for (int precision : {8, 12, 16}) {
+        for (uint32_t components : {1u, 3u}) {
+            LosslessImage image{13, 7, components, precision, {}};
+            for (uint32_t i = 0; i < image.width * image.height * components; ++i) {
+                // Smooth ramps with noise, and a few extremes.
+                uint32_t value = (i * 37 + (random() & 15)) % (1u << precision);
+                image.samples.push_back(static_cast<uint16_t>(i % 29 == 0 ? (1u << precision) - 1 : value));
+            }
+            for (int predictor = 1; predictor <= 7; ++predictor) {
+                for (uint16_t restartRows : {0, 2}) {
+                    SCOPED_TRACE(testing::Message() << precision << " bits, " << components << " components, "
+                                                    << "predictor " << predictor << ", restart " << restartRows);
+                    Bytes stream = LosslessStream(image, predictor, 0, restartRows);
+                    Decoded d =
+                        DecodeTo(stream, image.width, image.height, components == 1 ? 1 : 3, ColorOverride::Rgb);
+                    ASSERT_TRUE(d.ok) << std::hex << d.code;
+                    for (uint32_t p = 0; p < image.width * image.height; ++p) {
+                        for (uint32_t c = 0; c < components; ++c) {
+                            uint32_t expected = image.samples[p * components + c] >> (precision - 8);
+                            uint32_t got = d.pixels[p * (components == 1 ? 1 : 3) + (components == 1 ? 0 : 2 - c)];
+                            ASSERT_EQ(got, expected) << "pixel " << p << " component " << c;
+                        }
+                    }
+                }
+            }
+        }
+    }
+    // A point transform drops the low bits.
+    LosslessImage image{5, 3, 1, 8, {}};
+    for (uint32_t i = 0; i < 15; ++i) image.samples.push_back(static_cast<uint16_t>(i * 17));
+    Decoded d = DecodeTo(LosslessStream(image, 4, 2, 0), 5, 3, 1);
+    ASSERT_TRUE(d.ok) << std::hex << d.code;
+    for (uint32_t i = 0; i < 15; ++i) EXPECT_EQ(d.pixels[i], (i * 17) & ~3u);
+}
+
+// The prediction rules on one 2x2 image, with the differences worked out by
+// hand for predictor 7: first sample from 2^(P-1), the rest of the first
+// line from the left, the first column from above, then (Ra + Rb) / 2.
+TEST(JpegDecoderStreams, LosslessPredictionByHand) {
+    BitWriter bits;
+    for (int32_t difference : {10 - 128, 20 - 10, 30 - 10, 40 - 25}) {
+        int category = Category(difference);
+        bits.Put(static_cast<uint32_t>(category), 5);
+        bits.PutValue(difference, category);
+    }
+    Bytes stream =
+        Concat({kSoi, Sof(0xC3, 8, 2, 2, {{1, 0x11, 0}}), DhtDc(0), Sos({{1, 0}}, 7, 0, 0), bits.Finish(), kEoi});
+    Decoded d = DecodeTo(stream, 2, 2, 1);
+    ASSERT_TRUE(d.ok) << std::hex << d.code;
+    EXPECT_EQ(d.pixels, (std::vector<uint8_t>{10, 20, 30, 40}));
+}
+
+TEST(JpegDecoderStreams, TwelveBitSamplesKeepTheirTopBits) {
+    Bytes dqt = {0x10};
+    for (int i = 0; i < 64; ++i) dqt.insert(dqt.end(), {0, 1});
+    // DC 800 at quantiser 1: samples 2048 + 100, or 134 in 8 bits.
+    Bytes stream = Concat({kSoi, Segment(0xDB, dqt), Sof(0xC1, 12, 8, 16, {{1, 0x11, 0}}), DhtDc(0), DhtAc(0),
+                           Sos({{1, 0x00}}), DcOnlyBlocks({800, -800}), kEoi});
+    Decoded d = DecodeTo(stream, 16, 8, 1);
+    ASSERT_TRUE(d.ok) << std::hex << d.code;
+    EXPECT_EQ(d.pixels[0], 134);
+    EXPECT_EQ(d.pixels[8], (2048 - 100) >> 4);
+}
+
+// TIFF-style tables: an abbreviated table stream first, or tables and frame
+// given directly for bare entropy-coded data.
+TEST(JpegDecoderStreams, TablesFromElsewhere) {
+    Bytes tables = Concat({kSoi, Dqt(0), DhtDc(0), DhtAc(0), kEoi});
+    Bytes image = Concat({kSoi, Sof(0xC0, 8, 8, 16, {{1, 0x11, 0}}), Sos({{1, 0x00}}), DcOnlyBlocks({80, -80}), kEoi});
+    EXPECT_EQ(DecodeTo(image, 16, 8, 1).code, kErrBadFileData);  // no tables of its own
+
+    std::vector<uint8_t> pixels(16 * 8, 0);
+    JpegDecodeOptions options;
+    options.output = JpegOutput{pixels.data(), 16, 16, 8};
+    JpegDecoder decoder;
+    ErrorRecord record;
+    ASSERT_TRUE(decoder.LoadTables(JpegSource::Memory(tables.data(), tables.size()), &record));
+    ASSERT_TRUE(decoder.Decode(JpegSource::Memory(image.data(), image.size()), options, &record)) << record.code;
+    EXPECT_EQ(pixels[0], 138);
+    EXPECT_EQ(pixels[15], 118);
+    // Tables stay for the next stream.
+    std::fill(pixels.begin(), pixels.end(), 0);
+    ASSERT_TRUE(decoder.Decode(JpegSource::Memory(image.data(), image.size()), options, &record));
+    EXPECT_EQ(pixels[0], 138);
+
+    JpegDecoder raw;
+    uint16_t ones[64];
+    std::fill(ones, ones + 64, uint16_t{1});
+    uint8_t dcCounts[16] = {0, 0, 0, 0, 17};
+    uint8_t dcValues[17];
+    for (int i = 0; i < 17; ++i) dcValues[i] = static_cast<uint8_t>(i);
+    uint8_t acCounts[16] = {0, 0, 0, 0, 0, 0, 0, sizeof(kAcSymbols)};
+    ASSERT_TRUE(raw.SetQuantTable(0, ones, &record));
+    ASSERT_TRUE(raw.SetHuffmanTable(0, 0, dcCounts, dcValues, 17, &record));
+    ASSERT_TRUE(raw.SetHuffmanTable(1, 0, acCounts, kAcSymbols, sizeof(kAcSymbols), &record));
+    JpegRawFrame frame;
+    frame.width = 16;
+    frame.height = 8;
+    Bytes entropy = DcOnlyBlocks({80, -80});
+    std::fill(pixels.begin(), pixels.end(), 0);
+    ASSERT_TRUE(raw.DecodeRaw(frame, JpegSource::Memory(entropy.data(), entropy.size()), options, &record))
+        << record.code;
+    EXPECT_EQ(pixels[0], 138);
+    EXPECT_EQ(pixels[15], 118);
+    uint8_t overSubscribed[16] = {3};
+    EXPECT_FALSE(raw.SetHuffmanTable(0, 1, overSubscribed, dcValues, 3, &record));
+    EXPECT_EQ(record.code, kErrBadFileData);
+}
+
+// The copy-mode hook sees every MCU with its first bit and the DC
+// predictors before it, reset by restart markers.
+TEST(JpegDecoderStreams, McuObserverSeesPositionsAndPredictors) {
+    struct Recorder : McuObserver {
+        struct Mcu {
+            uint32_t index;
+            uint64_t byte;
+            uint32_t bit;
+            int32_t predictor;
+        };
+        std::vector<Mcu> mcus;
+        void OnMcu(uint32_t index, uint64_t byte, uint32_t bit, const int32_t* predictors, uint32_t count) override {
+            ASSERT_EQ(count, 1u);
+            mcus.push_back({index, byte, bit, predictors[0]});
+        }
+    } recorder;
+    // Three blocks; a restart after the second. Block 1: DC 80 (category 7,
+    // 5 + 7 + 8 = 20 bits); block 2 starts at bit 20.
+    Bytes head = Concat({kSoi, Segment(0xDD, {0, 2}), Dqt(0), Sof(0xC0, 8, 8, 24, {{1, 0x11, 0}}), DhtDc(0), DhtAc(0),
+                         Sos({{1, 0x00}})});
+    Bytes first = DcOnlyBlocks({80, 96});
+    Bytes stream = Concat({head, first, Bytes{0xFF, 0xD0}, DcOnlyBlocks({-8}), kEoi});
+    std::vector<uint8_t> pixels(24 * 8);
+    JpegDecodeOptions options;
+    options.output = JpegOutput{pixels.data(), 24, 24, 8};
+    options.observer = &recorder;
+    JpegDecoder decoder;
+    ErrorRecord record;
+    ASSERT_TRUE(decoder.Decode(JpegSource::Memory(stream.data(), stream.size()), options, &record)) << record.code;
+    ASSERT_EQ(recorder.mcus.size(), 3u);
+    EXPECT_EQ(recorder.mcus[0].byte, head.size());
+    EXPECT_EQ(recorder.mcus[0].bit, 0u);
+    EXPECT_EQ(recorder.mcus[1].byte, head.size() + 2);
+    EXPECT_EQ(recorder.mcus[1].bit, 4u);
+    EXPECT_EQ(recorder.mcus[1].predictor, 80);
+    EXPECT_EQ(recorder.mcus[2].byte, head.size() + first.size() + 2);
+    EXPECT_EQ(recorder.mcus[2].bit, 0u);
+    EXPECT_EQ(recorder.mcus[2].predictor, 0);
+    EXPECT_EQ(pixels[16], 127);
+}
+
+BOOL VELMORA_CALLBACK Cancel(DWORD, UINT_PTR) { return 0; }
+
+// Output rows fewer and narrower than the image, upside down; the resolution
+// segment; a host that cancels.
+TEST(JpegDecoderStreams, ClippingResolutionAndCancel) {
+    Bytes stream = GreyStream();
+    std::vector<uint8_t> pixels(12 * 6, 0xEE);
+    JpegDecodeOptions options;
+    options.output = JpegOutput{pixels.data() + 12 * 5, -12, 10, 6};
+    JpegDecoder decoder;
+    ErrorRecord record;
+    ASSERT_TRUE(decoder.Decode(JpegSource::Memory(stream.data(), stream.size()), options, &record));
+    EXPECT_EQ(pixels[12 * 5], 138);      // image row 0 at the bottom
+    EXPECT_EQ(pixels[12 * 5 + 9], 118);  // column 9
+    EXPECT_EQ(pixels[12 * 5 + 10], 0xEE);
+    EXPECT_EQ(pixels[0], 138);
+
+    PrivateSegment resolution;
+    resolution.unit = 3;
+    resolution.xNumerator = 120;
+    resolution.yNumerator = 240;
+    uint8_t segment[kPrivateSegmentTotalSize];
+    BuildPrivateSegment(resolution, segment);
+    Bytes withResolution = GreyStream(Concat({Jfif(1, 300, 300), Bytes(segment, segment + sizeof(segment))}));
+    JpegInfo info;
+    ASSERT_EQ(InfoCode(withResolution, 0, &info), 0u);
+    EXPECT_NE(info.flags & kHasResolution, 0u);
+    EXPECT_EQ(info.densityUnit, 3);
+    EXPECT_EQ(info.xDensityNumerator, 120u);
+    HGLOBAL dib = DecodeJpegToDib(JpegSource::Memory(withResolution.data(), withResolution.size()), nullptr, &record);
+    ASSERT_NE(dib, nullptr);
+    {
+        ImageLock lock(dib);
+        EXPECT_EQ(lock.header()->biXPelsPerMeter, 12000);
+        EXPECT_EQ(lock.header()->biYPelsPerMeter, 24000);
+    }
+    FreeImage(&dib);
+
+    ProgressReporter cancel(Cancel, 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));  // the first report comes after 50 ms
+    dib = DecodeJpegToDib(JpegSource::Memory(stream.data(), stream.size()), &cancel, &record);
+    EXPECT_EQ(dib, nullptr);
+    EXPECT_EQ(record.code, kErrCancelled);
+}
+
+}  // namespace

@@ -1,0 +1,623 @@
+// The JPEG encoder on its own: its tables, its transform, the segments it
+// writes byte for byte, thumbnails and their limits, lossless scans decoded
+// by a small reference decoder, and its failures.
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <numbers>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "codecs/jpeg_encoder.h"
+#include "codecs/jpeg_encoder_color.h"
+#include "codecs/jpeg_forward_dct.h"
+#include "codecs/jpeg_huffman_encoder.h"
+#include "codecs/jpeg_tables.h"
+#include "dib_test_images.h"
+#include "frame/error_record.h"
+#include "io/stream.h"
+#include "platform/platform.h"
+
+namespace velmora::jpeg {
+namespace {
+
+using test::MakeDib;
+using test::NextRandom;
+using test::SetPixel;
+using test::TestDib;
+
+constexpr uint32_t kInvalidImageType = 0x02000013;
+constexpr uint32_t kThumbnailTooLarge = 0x0200002C;
+
+// Encodes into a memory stream; the bytes, or empty with the record set.
+std::vector<uint8_t> EncodeToBytes(const TestDib& dib, const JpegEncoderSettings& settings, ErrorRecord* record,
+                                   ProgressReporter* progress = nullptr) {
+    std::vector<uint8_t> bytes;
+    Stream* stream = OpenMemoryStream(false, record);
+    if (stream == nullptr) return bytes;
+    TestDib& image = const_cast<TestDib&>(dib);
+    EncodeJpegDib(image.header(), image.bits(), settings, stream, progress, record);
+    HGLOBAL data = CloseStream(stream, nullptr);
+    if (data != nullptr) {
+        const uint8_t* p = static_cast<const uint8_t*>(platform::MemLock(data));
+        bytes.assign(p, p + platform::MemSize(data));
+        platform::MemUnlock(data);
+        platform::MemFree(data);
+    }
+    if (record->failed()) bytes.clear();
+    return bytes;
+}
+
+struct Segment {
+    uint8_t marker;
+    std::vector<uint8_t> data;  // without marker and length
+};
+
+// The marker segments of a stream up to EOI; the entropy-coded data after
+// SOS is skipped (stuffed zeros and restart markers belong to it).
+std::vector<Segment> Segments(const std::vector<uint8_t>& bytes, std::vector<uint8_t>* entropy = nullptr) {
+    std::vector<Segment> segments;
+    size_t i = 0;
+    while (i + 1 < bytes.size()) {
+        if (bytes[i] != 0xFF) return segments;
+        uint8_t marker = bytes[i + 1];
+        i += 2;
+        if (marker == 0xD8 || marker == 0xD9) {
+            segments.push_back({marker, {}});
+            if (marker == 0xD9) break;
+            continue;
+        }
+        if (i + 2 > bytes.size()) break;
+        size_t length = size_t{bytes[i]} << 8 | bytes[i + 1];
+        if (length < 2 || i + length > bytes.size()) break;
+        segments.push_back({marker, std::vector<uint8_t>(bytes.begin() + i + 2, bytes.begin() + i + length)});
+        i += length;
+        if (marker == 0xDA) {
+            size_t start = i;
+            while (i + 1 < bytes.size() && !(bytes[i] == 0xFF && bytes[i + 1] != 0 && (bytes[i + 1] & 0xF8) != 0xD0)) {
+                ++i;
+            }
+            if (entropy != nullptr) entropy->assign(bytes.begin() + start, bytes.begin() + i);
+        }
+    }
+    return segments;
+}
+
+std::vector<uint8_t> Markers(const std::vector<Segment>& segments) {
+    std::vector<uint8_t> markers;
+    for (const Segment& s : segments) markers.push_back(s.marker);
+    return markers;
+}
+
+// A smooth colour image with some edges: what photographs and scans look like
+// to a DCT.
+TestDib ColourImage(int32_t width, int32_t height) {
+    TestDib dib = MakeDib(width, height, 24);
+    uint32_t state = 7;
+    for (int32_t y = 0; y < height; ++y) {
+        for (int32_t x = 0; x < width; ++x) {
+            uint32_t red = (x * 255) / (width > 1 ? width - 1 : 1);
+            uint32_t green = (y * 255) / (height > 1 ? height - 1 : 1);
+            uint32_t blue = ((x / 8 + y / 8) % 2) * 160 + NextRandom(&state) % 32;
+            SetPixel(dib.header(), dib.bits(), x, y, blue | green << 8 | red << 16);
+        }
+    }
+    return dib;
+}
+
+TestDib GreyImage(int32_t width, int32_t height, uint32_t seed) {
+    TestDib dib = MakeDib(width, height, 8);
+    for (uint32_t i = 0; i < 256; ++i) dib.table()[i] = RGBQUAD{uint8_t(i), uint8_t(i), uint8_t(i), 0};
+    uint32_t state = seed;
+    for (int32_t y = 0; y < height; ++y) {
+        for (int32_t x = 0; x < width; ++x) {
+            SetPixel(dib.header(), dib.bits(), x, y, (x * 3 + y * 5 + NextRandom(&state) % 24) & 0xFF);
+        }
+    }
+    return dib;
+}
+
+TEST(JpegEncoderTables, QualityScalesTheAnnexKTables) {
+    JpegEncoderSettings settings;
+    uint16_t tables[2][64];
+    settings.quality = 50;
+    MakeQuantisationTables(settings, tables);
+    for (int i = 0; i < 64; ++i) {
+        EXPECT_EQ(tables[0][i], kLuminanceQuantisation[i]) << i;
+        EXPECT_EQ(tables[1][i], kChrominanceQuantisation[i]) << i;
+    }
+    for (int32_t quality : {100, 250}) {
+        settings.quality = quality;
+        MakeQuantisationTables(settings, tables);
+        for (int i = 0; i < 128; ++i) EXPECT_EQ(tables[i / 64][i % 64], 1) << quality;
+    }
+    for (int32_t quality : {1, 0, -7}) {
+        settings.quality = quality;
+        MakeQuantisationTables(settings, tables);
+        for (int i = 0; i < 128; ++i) EXPECT_EQ(tables[i / 64][i % 64], 255) << quality;
+    }
+    // Below 50 the scale is 5000 / q: at 10, 500 % of 16 is 80.
+    settings.quality = 10;
+    MakeQuantisationTables(settings, tables);
+    EXPECT_EQ(tables[0][0], 80);
+    EXPECT_EQ(tables[0][1], 55);  // (11 x 500 + 50) / 100
+    // Caller tables are used as given, zeros raised to 1.
+    uint8_t own[128];
+    for (int i = 0; i < 128; ++i) own[i] = static_cast<uint8_t>(i * 2);
+    settings.tables = own;
+    MakeQuantisationTables(settings, tables);
+    EXPECT_EQ(tables[0][0], 1);
+    EXPECT_EQ(tables[0][5], 10);
+    EXPECT_EQ(tables[1][63], 254);
+}
+
+// Every code of a table is a prefix of no other, no code is all one bits,
+// and lengths stay within 16 (Kraft sum below 1).
+void ExpectValidCodes(const HuffmanSpec& spec) {
+    uint64_t kraft = 0;
+    uint32_t total = 0;
+    for (int length = 1; length <= 16; ++length) {
+        kraft += uint64_t{spec.counts[length - 1]} << (16 - length);
+        total += spec.counts[length - 1];
+    }
+    EXPECT_EQ(total, spec.symbolCount);
+    EXPECT_LT(kraft, uint64_t{1} << 16);
+}
+
+TEST(JpegEncoderHuffman, OptimalTablesAreLimitedTo16BitsAndFavourFrequentSymbols) {
+    // Fibonacci frequencies make the unlimited code 40 bits deep.
+    uint32_t frequencies[256] = {};
+    uint32_t a = 1, b = 1;
+    for (int i = 0; i < 40; ++i) {
+        frequencies[i * 3] = a;
+        uint32_t next = a + b;
+        a = b;
+        b = next;
+    }
+    OptimalHuffman table;
+    MakeOptimalHuffman(frequencies, &table);
+    ExpectValidCodes(table.spec);
+    EXPECT_EQ(table.spec.symbolCount, 40);
+    HuffmanCodes codes;
+    MakeHuffmanCodes(table.spec, &codes);
+    for (int i = 0; i < 256; ++i) {
+        EXPECT_EQ(codes.length[i] != 0, frequencies[i] != 0) << i;
+        // A symbol twice as frequent never has the longer code (folding
+        // the lengths may reorder symbols of close frequencies).
+        for (int j = 0; j < 256; ++j) {
+            if (frequencies[j] != 0 && frequencies[i] >= 2 * uint64_t{frequencies[j]}) {
+                EXPECT_LE(codes.length[i], codes.length[j]);
+            }
+        }
+    }
+    // The standard tables are valid too, and a table of one symbol gets a code.
+    for (const HuffmanSpec* spec :
+         {&kDcLuminanceHuffman, &kDcChrominanceHuffman, &kAcLuminanceHuffman, &kAcChrominanceHuffman}) {
+        ExpectValidCodes(*spec);
+    }
+    uint32_t single[256] = {};
+    single[7] = 1000;
+    MakeOptimalHuffman(single, &table);
+    EXPECT_EQ(table.spec.symbolCount, 1);
+    EXPECT_EQ(table.spec.counts[0], 1);
+}
+
+TEST(JpegEncoderTransform, MatchesTheDefiningSumWithinRounding) {
+    uint32_t state = 99;
+    uint16_t ones[64];
+    for (uint16_t& q : ones) q = 1;
+    DctDivisors divisors;
+    MakeDctDivisors(ones, &divisors);
+    for (int trial = 0; trial < 50; ++trial) {
+        uint8_t samples[64];
+        for (uint8_t& s : samples) s = static_cast<uint8_t>(trial < 2 ? trial * 255 : NextRandom(&state));
+        int16_t coefficients[64];
+        ForwardDctQuantise(samples, 8, divisors, coefficients);
+        for (int u = 0; u < 8; ++u) {
+            for (int v = 0; v < 8; ++v) {
+                double sum = 0;
+                for (int y = 0; y < 8; ++y) {
+                    for (int x = 0; x < 8; ++x) {
+                        sum += (samples[y * 8 + x] - 128.0) * std::cos((2 * y + 1) * u * std::numbers::pi / 16) *
+                               std::cos((2 * x + 1) * v * std::numbers::pi / 16);
+                    }
+                }
+                double exact =
+                    sum / 4 * (u == 0 ? (1 / std::numbers::sqrt2) : 1) * (v == 0 ? (1 / std::numbers::sqrt2) : 1);
+                EXPECT_NEAR(coefficients[u * 8 + v], exact, 0.51) << trial << " " << u << "," << v;
+            }
+        }
+    }
+}
+
+TEST(JpegEncoderSegments, ColourStreamOrderAndContents) {
+    TestDib dib = ColourImage(33, 17);
+    JpegEncoderSettings settings;
+    settings.writeJfif = true;
+    settings.densityUnit = 1;
+    settings.xDensity = 300;
+    settings.yDensity = 200;
+    settings.writeResolution = true;
+    settings.resolution = {PrivateSegmentKind::Resolution, 2, 300, 1, 200, 1};
+    settings.writeScale = true;
+    settings.scale = {PrivateSegmentKind::Scale, 5, 1, 2, 1, 4};
+    settings.sampling = ChromaSampling::H2V1;
+    ErrorRecord record;
+    std::vector<uint8_t> bytes = EncodeToBytes(dib, settings, &record);
+    ASSERT_TRUE(record.ok()) << record.code;
+    std::vector<Segment> segments = Segments(bytes);
+    EXPECT_EQ(Markers(segments),
+              (std::vector<uint8_t>{0xD8, 0xE0, 0xFE, 0xE3, 0xE3, 0xDB, 0xC0, 0xC4, 0xC4, 0xC4, 0xC4, 0xDA, 0xD9}));
+    ASSERT_EQ(segments.size(), 13u);
+    EXPECT_EQ(segments[1].data,
+              (std::vector<uint8_t>{'J', 'F', 'I', 'F', 0, 1, 2, 1, 300 >> 8, 300 & 255, 0, 200, 0, 0}));
+    EXPECT_EQ(std::string(segments[2].data.begin(), segments[2].data.end()), "Velmora");
+    PrivateSegment parsed;
+    ASSERT_TRUE(ParsePrivateSegment(segments[3].data.data(), segments[3].data.size(), &parsed));
+    EXPECT_EQ(parsed.kind, PrivateSegmentKind::Resolution);
+    EXPECT_EQ(parsed.xNumerator, 300u);
+    ASSERT_TRUE(ParsePrivateSegment(segments[4].data.data(), segments[4].data.size(), &parsed));
+    EXPECT_EQ(parsed.kind, PrivateSegmentKind::Scale);
+    EXPECT_EQ(parsed.yDenominator, 4u);
+    // DQT: two 65-byte tables in zig-zag order; quality 75 halves Annex K.
+    ASSERT_EQ(segments[5].data.size(), 130u);
+    EXPECT_EQ(segments[5].data[0], 0x00);
+    EXPECT_EQ(segments[5].data[65], 0x01);
+    EXPECT_EQ(segments[5].data[1], 8);         // 16 at 50 %
+    EXPECT_EQ(segments[5].data[1 + 2], 6);     // zig-zag 2 is natural 8: 12
+    EXPECT_EQ(segments[5].data[66 + 63], 50);  // 99 at 50 %, rounded up
+    EXPECT_EQ(segments[6].data, (std::vector<uint8_t>{8, 0, 17, 0, 33, 3, 1, 0x21, 0, 2, 0x11, 1, 3, 0x11, 1}));
+    // DHT: DC 0, AC 0, DC 1, AC 1, the Annex K.3 tables.
+    const HuffmanSpec* specs[] = {&kDcLuminanceHuffman, &kAcLuminanceHuffman, &kDcChrominanceHuffman,
+                                  &kAcChrominanceHuffman};
+    const uint8_t classes[] = {0x00, 0x10, 0x01, 0x11};
+    for (int t = 0; t < 4; ++t) {
+        const std::vector<uint8_t>& data = segments[7 + t].data;
+        ASSERT_EQ(data.size(), 17u + specs[t]->symbolCount);
+        EXPECT_EQ(data[0], classes[t]);
+        EXPECT_EQ(0, std::memcmp(data.data() + 1, specs[t]->counts, 16));
+        EXPECT_EQ(0, std::memcmp(data.data() + 17, specs[t]->symbols, specs[t]->symbolCount));
+    }
+    EXPECT_EQ(segments[11].data, (std::vector<uint8_t>{3, 1, 0x00, 2, 0x11, 3, 0x11, 0, 63, 0}));
+}
+
+TEST(JpegEncoderSegments, GreyImagesHaveOneComponentAndOneTable) {
+    TestDib dib = GreyImage(9, 3, 1);
+    JpegEncoderSettings settings;
+    settings.sampling = ChromaSampling::H2V2;  // ignored for grey
+    settings.writeComment = false;
+    settings.optimiseHuffman = true;
+    ErrorRecord record;
+    std::vector<Segment> segments = Segments(EncodeToBytes(dib, settings, &record));
+    ASSERT_TRUE(record.ok());
+    EXPECT_EQ(Markers(segments), (std::vector<uint8_t>{0xD8, 0xDB, 0xC0, 0xC4, 0xC4, 0xDA, 0xD9}));
+    EXPECT_EQ(segments[1].data.size(), 65u);
+    EXPECT_EQ(segments[2].data, (std::vector<uint8_t>{8, 0, 3, 0, 9, 1, 1, 0x11, 0}));
+    EXPECT_EQ(segments[3].data[0], 0x00);
+    EXPECT_EQ(segments[4].data[0], 0x10);
+
+    // A 4-bit DIB with a grey table is grey too; a colour table makes colour.
+    TestDib four = MakeDib(5, 5, 4);
+    for (uint32_t i = 0; i < 16; ++i) four.table()[i] = RGBQUAD{uint8_t(i * 17), uint8_t(i * 17), uint8_t(i * 17), 0};
+    segments = Segments(EncodeToBytes(four, settings, &record));
+    ASSERT_TRUE(record.ok());
+    EXPECT_EQ(segments[2].data[5], 1);
+    four.table()[3].rgbRed = 1;
+    segments = Segments(EncodeToBytes(four, settings, &record));
+    ASSERT_TRUE(record.ok());
+    EXPECT_EQ(segments[2].data[5], 3);
+}
+
+TEST(JpegEncoderSegments, TablesOnlyAndAbbreviatedStreamsSplitTheTables) {
+    JpegEncoderSettings settings;
+    settings.quality = 90;
+    ErrorRecord record;
+    Stream* stream = OpenMemoryStream(false, &record);
+    ASSERT_TRUE(WriteJpegTables(3, settings, stream, &record));
+    HGLOBAL data = CloseStream(stream, nullptr);
+    const uint8_t* p = static_cast<const uint8_t*>(platform::MemLock(data));
+    std::vector<uint8_t> tables(p, p + platform::MemSize(data));
+    platform::MemUnlock(data);
+    platform::MemFree(data);
+    EXPECT_EQ(Markers(Segments(tables)), (std::vector<uint8_t>{0xD8, 0xDB, 0xC4, 0xC4, 0xC4, 0xC4, 0xD9}));
+
+    TestDib dib = ColourImage(16, 16);
+    settings.omitTables = true;
+    settings.writeComment = false;
+    std::vector<uint8_t> image = EncodeToBytes(dib, settings, &record);
+    EXPECT_EQ(Markers(Segments(image)), (std::vector<uint8_t>{0xD8, 0xC0, 0xDA, 0xD9}));
+    // Tables made for the image travel with it.
+    settings.optimiseHuffman = true;
+    image = EncodeToBytes(dib, settings, &record);
+    EXPECT_EQ(Markers(Segments(image)), (std::vector<uint8_t>{0xD8, 0xC0, 0xC4, 0xC4, 0xC4, 0xC4, 0xDA, 0xD9}));
+}
+
+// ---- Thumbnails -------------------------------------------------------------
+
+struct ThumbnailCase {
+    int32_t width, height;
+    uint16_t bits;
+    bool jfxx;
+    uint32_t error;
+};
+
+class JpegEncoderThumbnails : public ::testing::TestWithParam<ThumbnailCase> {};
+
+TEST_P(JpegEncoderThumbnails, SizeAndTypeLimits) {
+    ThumbnailCase c = GetParam();
+    TestDib thumbnail = MakeDib(c.width, c.height, c.bits);
+    if (c.bits == 8) {
+        for (uint32_t i = 0; i < 256; ++i) thumbnail.table()[i] = RGBQUAD{uint8_t(i), uint8_t(i), uint8_t(255 - i), 0};
+    }
+    TestDib dib = GreyImage(8, 8, 3);
+    JpegEncoderSettings settings;
+    settings.writeJfif = true;
+    settings.thumbnail = thumbnail.header();
+    settings.jfxxThumbnail = c.jfxx;
+    ErrorRecord record;
+    std::vector<uint8_t> bytes = EncodeToBytes(dib, settings, &record);
+    EXPECT_EQ(record.code, c.error);
+    EXPECT_EQ(bytes.empty(), c.error != 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Limits, JpegEncoderThumbnails,
+                         ::testing::Values(ThumbnailCase{255, 85, 24, false, 0},   // 3 x 21675 + 14 = 65039
+                                           ThumbnailCase{147, 148, 24, false, 0},  // 65283
+                                           ThumbnailCase{148, 148, 24, false, kThumbnailTooLarge},  // 65726
+                                           ThumbnailCase{256, 1, 24, false, kThumbnailTooLarge},
+                                           ThumbnailCase{1, 256, 8, false, kThumbnailTooLarge},
+                                           ThumbnailCase{255, 253, 8, false, 0},  // 64515 + 776 = 65291
+                                           ThumbnailCase{255, 255, 8, false, kThumbnailTooLarge},  // 65801
+                                           ThumbnailCase{400, 300, 24, true, 0},  // a JPEG has no pixel limit
+                                           ThumbnailCase{16, 16, 8, true, kInvalidImageType},  // a colour palette
+                                           ThumbnailCase{16, 16, 16, false, kInvalidImageType},
+                                           ThumbnailCase{16, 16, 32, true, kInvalidImageType}));
+
+TEST(JpegEncoderThumbnailLayout, RgbInsideJfifAndPaletteInJfxx) {
+    TestDib dib = GreyImage(8, 8, 3);
+    TestDib rgb = MakeDib(2, 2, 24);
+    SetPixel(rgb.header(), rgb.bits(), 0, 0, 0x112233);  // red 0x11, green 0x22, blue 0x33
+    SetPixel(rgb.header(), rgb.bits(), 1, 1, 0xAABBCC);
+    JpegEncoderSettings settings;
+    settings.writeJfif = true;
+    settings.thumbnail = rgb.header();
+    ErrorRecord record;
+    std::vector<Segment> segments = Segments(EncodeToBytes(dib, settings, &record));
+    ASSERT_TRUE(record.ok());
+    ASSERT_EQ(segments[1].marker, 0xE0);
+    EXPECT_EQ(segments[1].data, (std::vector<uint8_t>{'J', 'F',  'I',  'F',  0, 1, 2, 0, 0, 1, 0,    1,    2,
+                                                      2,   0x11, 0x22, 0x33, 0, 0, 0, 0, 0, 0, 0xAA, 0xBB, 0xCC}));
+    EXPECT_EQ(segments[2].marker, 0xFE);
+
+    TestDib indexed = MakeDib(3, 2, 4, 2);
+    indexed.table()[0] = RGBQUAD{1, 2, 3, 0};
+    indexed.table()[1] = RGBQUAD{4, 5, 6, 0};
+    SetPixel(indexed.header(), indexed.bits(), 1, 0, 1);
+    SetPixel(indexed.header(), indexed.bits(), 2, 1, 1);
+    settings.thumbnail = indexed.header();
+    segments = Segments(EncodeToBytes(dib, settings, &record));
+    ASSERT_TRUE(record.ok());
+    EXPECT_EQ(Markers(segments)[2], 0xE0);
+    EXPECT_EQ(segments[1].data.size(), 14u);
+    EXPECT_EQ(segments[1].data[12], 0);
+    const std::vector<uint8_t>& jfxx = segments[2].data;
+    ASSERT_EQ(jfxx.size(), 5u + 3 + 768 + 6);
+    EXPECT_EQ(std::vector<uint8_t>(jfxx.begin(), jfxx.begin() + 14),
+              (std::vector<uint8_t>{'J', 'F', 'X', 'X', 0, 0x11, 3, 2, 3, 2, 1, 6, 5, 4}));
+    EXPECT_EQ(jfxx[14], 0);  // entries beyond the table are zero
+    EXPECT_EQ(std::vector<uint8_t>(jfxx.end() - 6, jfxx.end()), (std::vector<uint8_t>{0, 1, 0, 0, 0, 1}));
+
+    // JFXX mode with a grey ramp: a whole grey JPEG inside the segment.
+    TestDib ramp = GreyImage(20, 10, 4);
+    settings.thumbnail = ramp.header();
+    settings.jfxxThumbnail = true;
+    segments = Segments(EncodeToBytes(dib, settings, &record));
+    ASSERT_TRUE(record.ok());
+    const std::vector<uint8_t>& jpeg = segments[2].data;
+    ASSERT_GT(jpeg.size(), 6u);
+    EXPECT_EQ(std::vector<uint8_t>(jpeg.begin(), jpeg.begin() + 8),
+              (std::vector<uint8_t>{'J', 'F', 'X', 'X', 0, 0x10, 0xFF, 0xD8}));
+    std::vector<Segment> inner = Segments(std::vector<uint8_t>(jpeg.begin() + 6, jpeg.end()));
+    EXPECT_EQ(Markers(inner), (std::vector<uint8_t>{0xD8, 0xDB, 0xC0, 0xC4, 0xC4, 0xDA, 0xD9}));
+    EXPECT_EQ(jpeg[jpeg.size() - 1], 0xD9);
+}
+
+// ---- Lossless ---------------------------------------------------------------
+
+// A reference decoder of what the encoder writes for lossless frames: DHT
+// tables of class 0, SOF3, one interleaved scan with predictor 1.
+class LosslessDecoder {
+public:
+    bool Decode(const std::vector<uint8_t>& bytes, std::vector<std::vector<uint8_t>>* planes, uint32_t* width,
+                uint32_t* height) {
+        std::vector<uint8_t> entropy;
+        std::vector<Segment> segments = Segments(bytes, &entropy);
+        uint32_t components = 0;
+        for (const Segment& s : segments) {
+            if (s.marker == 0xC4) {
+                const uint8_t* d = s.data.data();
+                Table& t = tables_[d[0] & 3];
+                int index = 0;
+                uint32_t code = 0;
+                for (int length = 1; length <= 16; ++length) {
+                    for (int n = 0; n < d[length]; ++n) t.entries.push_back({length, code++, d[17 + index++]});
+                    code <<= 1;
+                }
+            } else if (s.marker == 0xC3) {
+                *height = uint32_t{s.data[1]} << 8 | s.data[2];
+                *width = uint32_t{s.data[3]} << 8 | s.data[4];
+                components = s.data[5];
+            } else if (s.marker == 0xDA) {
+                if (s.data[1 + 2 * components] != 1) return false;  // predictor
+            }
+        }
+        if (components == 0) return false;
+        data_ = entropy;
+        planes->assign(components, std::vector<uint8_t>(size_t{*width} * *height));
+        for (uint32_t y = 0; y < *height; ++y) {
+            for (uint32_t x = 0; x < *width; ++x) {
+                for (uint32_t c = 0; c < components; ++c) {
+                    std::vector<uint8_t>& p = (*planes)[c];
+                    int predicted = x > 0 ? p[y * *width + x - 1] : y > 0 ? p[(y - 1) * *width] : 128;
+                    int category = Symbol(tables_[c == 0 ? 0 : 1]);
+                    if (category < 0) return false;
+                    int difference = 0;
+                    if (category > 0) {
+                        int bits = static_cast<int>(Bits(category));
+                        difference = bits < (1 << (category - 1)) ? bits - (1 << category) + 1 : bits;
+                    }
+                    p[y * *width + x] = static_cast<uint8_t>(predicted + difference);
+                }
+            }
+        }
+        return true;
+    }
+
+private:
+    struct Entry {
+        int length;
+        uint32_t code;
+        uint8_t symbol;
+    };
+    struct Table {
+        std::vector<Entry> entries;
+    };
+    uint32_t Bit() {
+        if (bitsLeft_ == 0) {
+            current_ = position_ < data_.size() ? data_[position_] : 0xFF;
+            position_ += current_ == 0xFF ? 2 : 1;
+            bitsLeft_ = 8;
+        }
+        return (current_ >> --bitsLeft_) & 1;
+    }
+    uint32_t Bits(int count) {
+        uint32_t value = 0;
+        while (count-- > 0) value = value << 1 | Bit();
+        return value;
+    }
+    int Symbol(const Table& table) {
+        uint32_t code = 0;
+        for (int length = 1; length <= 16; ++length) {
+            code = code << 1 | Bit();
+            for (const Entry& e : table.entries) {
+                if (e.length == length && e.code == code) return e.symbol;
+            }
+        }
+        return -1;
+    }
+    Table tables_[4];
+    std::vector<uint8_t> data_;
+    size_t position_ = 0;
+    uint32_t current_ = 0;
+    int bitsLeft_ = 0;
+};
+
+TEST(JpegEncoderLossless, GreyComesBackExactlyAndColourAsItsYCbCr) {
+    for (int32_t width : {1, 13, 64}) {
+        TestDib grey = GreyImage(width, 7, width);
+        // Large steps reach the longest categories.
+        SetPixel(grey.header(), grey.bits(), 0, 1, 255);
+        SetPixel(grey.header(), grey.bits(), 0, 2, 0);
+        JpegEncoderSettings settings;
+        settings.process = JpegProcess::Lossless;
+        ErrorRecord record;
+        std::vector<uint8_t> bytes = EncodeToBytes(grey, settings, &record);
+        ASSERT_TRUE(record.ok());
+        EXPECT_EQ(Markers(Segments(bytes)), (std::vector<uint8_t>{0xD8, 0xFE, 0xC3, 0xC4, 0xDA, 0xD9}));
+        LosslessDecoder decoder;
+        std::vector<std::vector<uint8_t>> planes;
+        uint32_t w = 0, h = 0;
+        ASSERT_TRUE(decoder.Decode(bytes, &planes, &w, &h));
+        ASSERT_EQ(w, uint32_t(width));
+        ASSERT_EQ(planes.size(), 1u);
+        DibRows rows = RowsFromTop(grey.header(), grey.bits());
+        for (uint32_t y = 0; y < h; ++y) {
+            ASSERT_EQ(0, std::memcmp(planes[0].data() + y * w, rows.top + rows.stride * y, w)) << width << " " << y;
+        }
+    }
+    TestDib colour = ColourImage(19, 6);
+    JpegEncoderSettings settings;
+    settings.process = JpegProcess::Lossless;
+    settings.sampling = ChromaSampling::H2V2;  // lossless frames stay 1x1
+    ErrorRecord record;
+    std::vector<uint8_t> bytes = EncodeToBytes(colour, settings, &record);
+    ASSERT_TRUE(record.ok());
+    LosslessDecoder decoder;
+    std::vector<std::vector<uint8_t>> planes;
+    uint32_t w = 0, h = 0;
+    ASSERT_TRUE(decoder.Decode(bytes, &planes, &w, &h));
+    ASSERT_EQ(planes.size(), 3u);
+    DibRows rows = RowsFromTop(colour.header(), colour.bits());
+    for (uint32_t y = 0; y < h; ++y) {
+        uint8_t yy[19], cb[19], cr[19];
+        ConvertToYCbCr(rows.top + rows.stride * y, false, 19, yy, cb, cr);
+        EXPECT_EQ(0, std::memcmp(planes[0].data() + y * w, yy, w));
+        EXPECT_EQ(0, std::memcmp(planes[1].data() + y * w, cb, w));
+        EXPECT_EQ(0, std::memcmp(planes[2].data() + y * w, cr, w));
+    }
+}
+
+// ---- Failures ---------------------------------------------------------------
+
+TEST(JpegEncoderFailures, RefusedInputsAndStreamErrors) {
+    ErrorRecord record;
+    JpegEncoderSettings settings;
+    uint8_t pixels[64] = {};
+    JpegRows rows;
+    rows.top = pixels;
+    rows.stride = 8;
+    rows.width = 8;
+    rows.height = 8;
+    rows.planarConfiguration = 2;
+    Stream* stream = OpenMemoryStream(true, &record);
+    EXPECT_FALSE(EncodeJpegRows(rows, settings, stream, nullptr, &record));
+    EXPECT_EQ(record.code, 0x02000005u);
+    ErrorRecord sizeRecord;
+    EXPECT_EQ(StreamSize(stream, &sizeRecord), 0u);  // nothing written
+
+    // Too wide for a frame header.
+    record = ErrorRecord();
+    rows.planarConfiguration = 1;
+    rows.width = 65536;
+    rows.stride = 0;
+    EXPECT_FALSE(EncodeJpegRows(rows, settings, stream, nullptr, &record));
+    EXPECT_EQ(record.code, 0x02000005u);
+
+    TestDib wide = MakeDib(4, 4, 16);
+    record = ErrorRecord();
+    EXPECT_FALSE(EncodeJpegDib(wide.header(), nullptr, settings, stream, nullptr, &record));
+    EXPECT_EQ(record.code, kInvalidImageType);
+    CloseStream(stream, nullptr);
+
+    // A read-only stream refuses the first write; that error ends the encode.
+    TestDib dib = ColourImage(40, 40);
+    record = ErrorRecord();
+    Stream* readOnly = OpenFixedMemoryStream(pixels, sizeof pixels, &record);
+    EXPECT_FALSE(EncodeJpegDib(dib.header(), dib.bits(), settings, readOnly, nullptr, &record));
+    EXPECT_EQ(record.code, 5u);
+    CloseStream(readOnly, nullptr);
+}
+
+BOOL VELMORA_CALLBACK CancelAtOnce(DWORD percent, UINT_PTR user) {
+    *reinterpret_cast<uint32_t*>(user) = percent;
+    return 0;
+}
+
+TEST(JpegEncoderFailures, CancelledProgressEndsTheEncode) {
+    TestDib dib = ColourImage(40, 64);
+    JpegEncoderSettings settings;
+    settings.optimiseHuffman = true;
+    uint32_t reported = 12345;
+    ErrorRecord record;
+    ProgressReporter progress(CancelAtOnce, reinterpret_cast<UINT_PTR>(&reported));
+    // The reporter calls the host once 50 ms have passed since it was made.
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    EXPECT_TRUE(EncodeToBytes(dib, settings, &record, &progress).empty());
+    EXPECT_EQ(record.code, 1223u);
+    EXPECT_EQ(reported, 0u);  // after the first of 16 MCU rows (two passes of 8)
+}
+
+}  // namespace
+}  // namespace velmora::jpeg

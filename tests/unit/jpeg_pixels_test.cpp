@@ -1,0 +1,274 @@
+// The JPEG sample pipeline against exact arithmetic: the integer inverse
+// DCT against the double-precision transform at both precisions, its range
+// limiting at and beyond the clamps, and the band conversion against a
+// per-pixel rendering of its rules. Bit-exactness with libjpeg is checked
+// in tests/interop.
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "codecs/jpeg_color.h"
+#include "codecs/jpeg_idct.h"
+#include "jpeg_pixels_reference.h"
+
+namespace velmora::jpeg {
+namespace {
+
+using velmora::testing::RealisticBlock;
+using velmora::testing::ReferenceIdct;
+using velmora::testing::ScaledTable;
+
+// Runs the transform of the given precision into a buffer with spare
+// columns and checks that only the block's 8x8 samples were written.
+std::vector<int> Transform(bool twelveBit, const std::vector<int16_t>& block, const std::vector<uint16_t>& table) {
+    constexpr int stride = 11;
+    constexpr uint16_t sentinel = 0xBEEF;
+    std::vector<int> samples(64);
+    if (twelveBit) {
+        std::vector<uint16_t> out(8 * stride, sentinel);
+        InverseDct12(block.data(), table.data(), out.data(), stride);
+        for (int i = 0; i < 8 * stride; ++i) {
+            if (i % stride < 8) {
+                samples[i / stride * 8 + i % stride] = out[i];
+            } else {
+                EXPECT_EQ(out[i], sentinel);
+            }
+        }
+    } else {
+        // Bottom-up, as into a DIB: the first row is the last in memory.
+        std::vector<uint8_t> out(8 * stride, 0xEE);
+        InverseDct8(block.data(), table.data(), out.data() + 7 * stride, -stride);
+        for (int i = 0; i < 8 * stride; ++i) {
+            if (i % stride < 8) {
+                samples[(7 - i / stride) * 8 + i % stride] = out[i];
+            } else {
+                EXPECT_EQ(out[i], 0xEE);
+            }
+        }
+    }
+    return samples;
+}
+
+TEST(JpegIdct, WithinOneOfTheExactTransformAtBothPrecisions) {
+    std::mt19937 random(1180);
+    const std::vector<uint16_t> ones(64, 1);
+    for (bool twelveBit : {false, true}) {
+        const int maxSample = twelveBit ? 4095 : 255;
+        const int limit = twelveBit ? 65535 : 255;
+        const std::vector<std::vector<uint16_t>> tables = {
+            ones, ScaledTable(velmora::testing::kLuminanceTable, 50, limit),
+            ScaledTable(velmora::testing::kChrominanceTable, 100, limit),
+            ScaledTable(velmora::testing::kLuminanceTable, twelveBit ? 800 : 400, limit)};
+        int worst = 0;
+        for (const auto& table : tables) {
+            for (int n = 0; n < 3000; ++n) {
+                const std::vector<int16_t> block = RealisticBlock(random, table, maxSample);
+                double dequantised[64], exact[64];
+                for (int i = 0; i < 64; ++i) dequantised[i] = double(block[i]) * table[i];
+                ReferenceIdct(dequantised, exact);
+                const std::vector<int> samples = Transform(twelveBit, block, table);
+                for (int i = 0; i < 64; ++i) {
+                    const int expected = static_cast<int>(
+                        std::clamp(std::round(exact[i] + (maxSample + 1) / 2), 0.0, double(maxSample)));
+                    worst = std::max(worst, std::abs(samples[i] - expected));
+                }
+            }
+        }
+        EXPECT_LE(worst, 1) << (twelveBit ? "12-bit" : "8-bit");
+    }
+}
+
+// A block with only a DC term has one sample value, floor((dc + 4) / 8)
+// around the level shift; the range limiting clamps it, and beyond
+// +-512 (8-bit) or +-8192 (12-bit) it wraps as its window of the row sum
+// does. Blocks with AC terms in the first row only take the column pass
+// shortcut and must still be the exact transform within one.
+TEST(JpegIdct, RangeLimitingAtAndBeyondTheClamps) {
+    struct Case {
+        int dc;
+        uint16_t quantiser;
+        int sample8;
+        int sample12;
+    };
+    const Case cases[] = {
+        {0, 1, 128, 2048},     {-1024, 1, 0, 1920},   {-1025, 1, 0, 1920},  {-1032, 1, 0, 1919},
+        {1016, 1, 255, 2175},  {1012, 1, 255, 2175},  {1011, 1, 254, 2174}, {1024, 1, 255, 2176},
+        {4088, 1, 255, 2559},  {4092, 1, 0, 2560},    {-4096, 1, 0, 1536},  {-4104, 1, 255, 1535},
+        {16376, 1, 127, 4095}, {16380, 1, 128, 4095}, {-16384, 1, 128, 0},  {-16396, 1, 127, 0},
+        {32767, 1, 128, 4095}, {-32768, 1, 128, 0},   {16383, 4, 128, 0},   {-13109, 5, 127, 4095},
+    };
+    for (const Case& c : cases) {
+        std::vector<int16_t> block(64, 0);
+        const std::vector<uint16_t> table(64, c.quantiser);
+        block[0] = static_cast<int16_t>(c.dc);
+        const std::vector<int> samples8 = Transform(false, block, table);
+        const std::vector<int> samples12 = Transform(true, block, table);
+        for (int i = 0; i < 64; ++i) {
+            ASSERT_EQ(samples8[i], c.sample8) << "dc " << c.dc;
+            ASSERT_EQ(samples12[i], c.sample12) << "dc " << c.dc;
+        }
+    }
+    // Dequantised values far beyond what real samples give: the result is
+    // defined (no overflow), whatever it is.
+    std::vector<int16_t> extreme(64, -32768);
+    const std::vector<uint16_t> largest(64, 65535);
+    Transform(false, extreme, largest);
+    Transform(true, extreme, largest);
+
+    std::mt19937 random(7);
+    for (int n = 0; n < 200; ++n) {
+        const std::vector<uint16_t> table = ScaledTable(velmora::testing::kLuminanceTable, 50);
+        std::vector<int16_t> firstRow = RealisticBlock(random, table, 255);
+        std::fill(firstRow.begin() + 8, firstRow.end(), 0);
+        double dequantised[64], exact[64];
+        for (int i = 0; i < 64; ++i) dequantised[i] = double(firstRow[i]) * table[i];
+        ReferenceIdct(dequantised, exact);
+        const std::vector<int> shortcut = Transform(false, firstRow, table);
+        for (int i = 0; i < 64; ++i) {
+            ASSERT_LE(std::abs(shortcut[i] - std::clamp(std::round(exact[i] + 128), 0.0, 255.0)), 1);
+        }
+        // Rows identical in a block with no vertical frequency.
+        for (int i = 8; i < 64; ++i) ASSERT_EQ(shortcut[i], shortcut[i % 8]);
+    }
+}
+
+// ---- Band conversion ------------------------------------------------------------
+
+struct Plane {
+    std::vector<uint8_t> samples;
+    uint32_t width = 0;
+    uint8_t h = 1, v = 1;
+};
+
+int Clamp(double value) { return static_cast<int>(std::clamp(std::round(value), 0.0, 255.0)); }
+
+// The output pixel as the rules of the conversion state them, with the
+// JFIF colour equations in double precision.
+void ReferencePixel(ColorKind kind, const std::vector<Plane>& planes, uint32_t x, uint32_t row, uint8_t hMax,
+                    uint8_t vMax, int* bgr) {
+    int s[4] = {};
+    for (size_t i = 0; i < planes.size(); ++i) {
+        const Plane& p = planes[i];
+        s[i] = p.samples[size_t{row * p.v / vMax} * p.width + x * p.h / hMax];
+    }
+    auto ycc = [&](int* rgb) {
+        rgb[0] = Clamp(s[0] + 1.402 * (s[2] - 128));
+        rgb[1] = Clamp(s[0] - 0.34414 * (s[1] - 128) - 0.71414 * (s[2] - 128));
+        rgb[2] = Clamp(s[0] + 1.772 * (s[1] - 128));
+    };
+    int rgb[3];
+    switch (kind) {
+        case ColorKind::Grey: bgr[0] = s[0]; return;
+        case ColorKind::YCbCr: ycc(rgb); break;
+        case ColorKind::Rgb: std::copy(s, s + 3, rgb); break;
+        case ColorKind::Cmyk:
+            for (int c = 0; c < 3; ++c) rgb[c] = s[c] * s[3] / 255;
+            break;
+        case ColorKind::Ycck:
+            ycc(rgb);
+            for (int c = 0; c < 3; ++c) rgb[c] = (255 - rgb[c]) * s[3] / 255;
+            break;
+    }
+    bgr[0] = rgb[2];
+    bgr[1] = rgb[1];
+    bgr[2] = rgb[0];
+}
+
+// Converts `rows` rows of random planes bottom-up (negative stride) and
+// compares with the reference; the bytes between the rows must survive.
+void CheckConversion(ColorKind kind, const std::vector<std::pair<uint8_t, uint8_t>>& factors, uint32_t width,
+                     uint32_t rows, std::mt19937& random) {
+    uint8_t hMax = 1, vMax = 1;
+    for (auto [h, v] : factors) hMax = std::max(hMax, h), vMax = std::max(vMax, v);
+    std::vector<Plane> planes(factors.size());
+    std::vector<ComponentBand> bands(factors.size());
+    for (size_t i = 0; i < factors.size(); ++i) {
+        Plane& p = planes[i];
+        p.h = factors[i].first;
+        p.v = factors[i].second;
+        p.width = (width * p.h + hMax - 1) / hMax;
+        const uint32_t planeRows = (rows * p.v + vMax - 1) / vMax;
+        p.samples.resize(size_t{p.width} * planeRows);
+        for (auto& s : p.samples) s = static_cast<uint8_t>(random());
+        bands[i] = {p.samples.data(), static_cast<ptrdiff_t>(p.width), p.h, p.v};
+    }
+    const uint32_t bytesPerPixel = kind == ColorKind::Grey ? 1 : 3;
+    const ptrdiff_t stride = ptrdiff_t{width} * bytesPerPixel + 5;
+    std::vector<uint8_t> output(stride * rows, 0xEE), scratch(4 * size_t{width});
+    ConvertBand(kind, bands.data(), width, rows, hMax, vMax, output.data() + (rows - 1) * stride, -stride,
+                scratch.data());
+
+    int mismatches = 0;
+    for (uint32_t row = 0; row < rows; ++row) {
+        const uint8_t* out = output.data() + (rows - 1 - row) * stride;
+        for (uint32_t x = 0; x < width; ++x) {
+            int expected[3];
+            ReferencePixel(kind, planes, x, row, hMax, vMax, expected);
+            for (uint32_t c = 0; c < bytesPerPixel; ++c) {
+                if (std::abs(out[x * bytesPerPixel + c] - expected[c]) > 1 && mismatches++ < 5) {
+                    ADD_FAILURE() << "kind " << int(kind) << " width " << width << " row " << row << " x " << x
+                                  << " channel " << c << ": " << int(out[x * bytesPerPixel + c]) << " vs "
+                                  << expected[c];
+                }
+            }
+        }
+        for (ptrdiff_t i = ptrdiff_t{width} * bytesPerPixel; i < stride; ++i) {
+            ASSERT_EQ(out[i], 0xEE) << "row padding overwritten, kind " << int(kind) << " width " << width;
+        }
+    }
+}
+
+TEST(JpegColor, BandsMatchThePerPixelRulesForEveryKindAndSampling) {
+    std::mt19937 random(601);
+    using Factors = std::vector<std::pair<uint8_t, uint8_t>>;
+    const Factors three[] = {
+        {{1, 1}, {1, 1}, {1, 1}}, {{2, 1}, {1, 1}, {1, 1}}, {{2, 2}, {1, 1}, {1, 1}}, {{4, 1}, {1, 1}, {1, 1}},
+        {{1, 2}, {1, 1}, {1, 1}}, {{4, 2}, {2, 1}, {1, 2}}, {{3, 1}, {2, 1}, {1, 1}},  // 3:2 does not divide
+        {{1, 1}, {2, 2}, {1, 1}},  // the luma subsampled, a chroma plane full size
+    };
+    // Widths around the piece size of the conversion and not multiples of
+    // any factor.
+    const uint32_t widths[] = {1, 3, 7, 127, 128, 129, 257, 383};
+    for (const Factors& f : three) {
+        for (uint32_t width : widths) {
+            CheckConversion(ColorKind::YCbCr, f, width, 9, random);
+            CheckConversion(ColorKind::Rgb, f, width, 5, random);
+        }
+    }
+    for (uint32_t width : widths) {
+        CheckConversion(ColorKind::Grey, {{1, 1}}, width, 3, random);
+        CheckConversion(ColorKind::Grey, {{1, 2}}, width, 3, random);
+        CheckConversion(ColorKind::Cmyk, {{1, 1}, {1, 1}, {1, 1}, {1, 1}}, width, 4, random);
+        CheckConversion(ColorKind::Cmyk, {{2, 2}, {1, 1}, {1, 2}, {2, 2}}, width, 4, random);
+        CheckConversion(ColorKind::Ycck, {{2, 2}, {1, 1}, {1, 1}, {2, 2}}, width, 5, random);
+        CheckConversion(ColorKind::Ycck, {{1, 1}, {1, 1}, {1, 1}, {1, 1}}, width, 2, random);
+    }
+}
+
+// The darkening by K must be exact (rounded down) for every pair, not only
+// within one: it is an integer rule, and the division by 255 is the part
+// a vectorised build could get wrong.
+TEST(JpegColor, CmykIsExactForEveryInkAndBlackPair) {
+    std::vector<uint8_t> ink(256), black(256 * 256);
+    for (int i = 0; i < 256; ++i) ink[i] = static_cast<uint8_t>(i);
+    for (int k = 0; k < 256; ++k) std::fill(black.begin() + k * 256, black.begin() + (k + 1) * 256, uint8_t(k));
+    std::vector<uint8_t> reversed(ink.rbegin(), ink.rend()), output(256 * 256 * 3), scratch(4 * 256);
+    // c, m and y run through all values (y backwards); row k has black k.
+    const ComponentBand bands[4] = {
+        {ink.data(), 0, 1, 1}, {ink.data(), 0, 1, 1}, {reversed.data(), 0, 1, 1}, {black.data(), 256, 1, 1}};
+    ConvertBand(ColorKind::Cmyk, bands, 256, 256, 1, 1, output.data(), 256 * 3, scratch.data());
+    for (int k = 0; k < 256; ++k) {
+        for (int c = 0; c < 256; ++c) {
+            const uint8_t* pixel = &output[(k * 256 + c) * 3];
+            ASSERT_EQ(pixel[2], c * k / 255) << c << " " << k;
+            ASSERT_EQ(pixel[1], c * k / 255) << c << " " << k;
+            ASSERT_EQ(pixel[0], (255 - c) * k / 255) << c << " " << k;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace velmora::jpeg

@@ -1,0 +1,1 @@
+list(APPEND UNIT_TESTS unit/jpeg_pixels_test.cpp)
