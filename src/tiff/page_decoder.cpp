@@ -11,6 +11,7 @@
 #include "dib/dib_layout.h"
 #include "dib/resolution.h"
 #include "io/stream.h"
+#include "tiff/jpeg_strip_decoder.h"
 #include "tiff/page_format.h"
 
 namespace velmora {
@@ -45,15 +46,16 @@ private:
     uint32_t imageRows_ = 0;
 };
 
-std::unique_ptr<StripDecoder> CreateDecoder(uint16_t compression) {
-    switch (compression) {
+std::unique_ptr<StripDecoder> CreateDecoder(TiffFile* tiff, const TiffPageInfo& info) {
+    switch (info.compression) {
         case 1: return std::make_unique<CopyDecoder>();
-        case 2: case 3: case 4: case 32771: return CreateFaxDecoder(compression);
+        case 2: case 3: case 4: case 32771: return CreateFaxDecoder(info.compression);
         case 5: return CreateLzwDecoder();
         case 8: case 32946: return CreateDeflateDecoder();
         case 32773: return CreatePackBitsDecoder();
         case 32809: return CreateThunderScanDecoder();
         case 50000: return CreateRunLengthDecoder();
+        case 6: case 7: return CreateTiffJpegDecoder(tiff, info);
         default: return nullptr;
     }
 }
@@ -275,7 +277,7 @@ bool PageDecoder::Run(ErrorRecord* record) {
         ImageLock lock(dib);
         dib_ = RowsFromTop(lock.header(), lock.bits());
 
-        std::unique_ptr<StripDecoder> decoder = CreateDecoder(info.compression);
+        std::unique_ptr<StripDecoder> decoder = CreateDecoder(tiff_, info);
         CodecPage page;
         page.imageWidth = format_.kind == SampleKind::kYcbcr ? codedWidth : unitWidth_;
         page.outputWidth = page.imageWidth;

@@ -89,6 +89,40 @@ uint8_t Clamp(double v) {
     return static_cast<uint8_t>(r < 0 ? 0 : r > 255 ? 255 : r);
 }
 
+// JPEG pages come out of the JPEG decoder as finished pixels: grey, or
+// blue-green-red triples whatever the photometric interpretation (the
+// decoder turns YCbCr into RGB itself), eight bits per sample.
+bool ChooseJpegFormat(TiffFile* tiff, const TiffPageInfo& info, PageFormat* format, ErrorRecord* record) {
+    uint16_t photometric = info.photometric;
+    if (photometric == kPhotometricPalette || photometric == kPhotometricMask) {
+        StreamFail(GetTiffStream(tiff), kErrBadFileData, record);
+        return false;
+    }
+    const uint16_t samples = info.samplesPerPixel;
+    if (photometric == kPhotometricAbsent) photometric = samples >= 3 ? kPhotometricRgb : kPhotometricMinIsBlack;
+    const bool planar = info.planarConfiguration == kPlanarSeparate && samples > 1;
+    if (info.bitsPerSample != 8 || info.bitsPerSampleDiffer || planar) return Unsupported(tiff, record);
+    format->sourceBits = 8;
+    switch (photometric) {
+        case kPhotometricMinIsWhite:
+        case kPhotometricMinIsBlack:
+            if (samples != 1) return Unsupported(tiff, record);
+            format->kind = SampleKind::kIndex;
+            format->dibBits = 8;
+            GreyRamp(format, 8, photometric == kPhotometricMinIsWhite);
+            return true;
+        case kPhotometricRgb:
+        case kPhotometricYcbcr:
+            if (samples != 3) return Unsupported(tiff, record);
+            format->kind = SampleKind::kRgb;
+            format->dibBits = 24;
+            format->pixelSamples = 3;
+            format->blueFirst = true;
+            return true;
+        default: return Unsupported(tiff, record);
+    }
+}
+
 }  // namespace
 
 bool ChoosePageFormat(TiffFile* tiff, const TiffPageInfo& info, PageFormat* format, ErrorRecord* record) {
@@ -98,14 +132,7 @@ bool ChoosePageFormat(TiffFile* tiff, const TiffPageInfo& info, PageFormat* form
         SetRecordError(record, kErrUnknownImageType, 0);
         return false;
     }
-    // JPEG pages are read by the JPEG decoder, which this reader does not have.
-    if (info.compression == kJpegOld || info.compression == kJpeg) {
-        if (info.photometric == kPhotometricPalette || info.photometric == kPhotometricMask) {
-            StreamFail(GetTiffStream(tiff), kErrBadFileData, record);
-            return false;
-        }
-        return Unsupported(tiff, record);
-    }
+    if (info.compression == kJpegOld || info.compression == kJpeg) return ChooseJpegFormat(tiff, info, format, record);
     if (info.compression == 4 && (info.t6Options & kT6Uncompressed)) return Unsupported(tiff, record);
     if (info.bitsPerSampleDiffer || info.sampleFormat > 1) return Unsupported(tiff, record);
 

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """The velmora program on files made by the peers: `info --json` describes
-every page as libtiff does, and `render` writes a bitmap Pillow reads back
-with the page's pixels."""
+every page as libtiff does, `render` writes a bitmap Pillow reads back with
+the page's pixels, and JPEG files (alone and in TIFF pages) decode as djpeg
+decodes them."""
 import json
 import os
 import shutil
@@ -14,6 +15,38 @@ from PIL import Image, ImageChops
 
 def run(*args):
     return subprocess.run(args, check=True, capture_output=True, text=True).stdout
+
+
+def check_jpeg(velmora, tmp, colour):
+    """A progressive JPEG file and a JPEG-compressed TIFF page."""
+    failures = 0
+    ppm = os.path.join(tmp, "colour.ppm")
+    Image.open(colour).convert("RGB").save(ppm)
+    jpeg = os.path.join(tmp, "colour.jpg")
+    run("cjpeg", "-progressive", "-sample", "2x1", "-outfile", jpeg, ppm)
+    info = json.loads(run(velmora, "info", jpeg, "--json"))
+    page = info["pages"][0]
+    if (info["type"], page["width"], page["length"], page["compression"], page["sampling"]) != \
+            ("JPEG", 180, 97, "JPEG (Progressive DCT, Huffman coding)", "2x1"):
+        print("info:", info)
+        failures += 1
+    out = os.path.join(tmp, "jpeg.bmp")
+    reference = os.path.join(tmp, "jpeg.ppm")
+    run(velmora, "render", jpeg, "-o", out)
+    run("djpeg", "-dct", "int", "-nosmooth", "-outfile", reference, jpeg)
+    if ImageChops.difference(Image.open(out).convert("RGB"), Image.open(reference)).getbbox() is not None:
+        print("render of the JPEG file differs from djpeg")
+        failures += 1
+    page = os.path.join(tmp, "jpeg.tif")
+    run("tiffcp", "-c", "jpeg:r", "-r", "32", colour, page)
+    info = json.loads(run(velmora, "info", page, "--json"))
+    run(velmora, "render", page, "-o", out)
+    theirs = Image.open(page).convert("RGB")
+    if info["pages"][0]["compression"] != "JPEG" or \
+            ImageChops.difference(Image.open(out).convert("RGB"), theirs).getbbox() is not None:
+        print("the JPEG page differs from Pillow's decoding:", info)
+        failures += 1
+    return failures
 
 
 def main():
@@ -62,7 +95,9 @@ def main():
         if missing.returncode == 0 or "IFD not found." not in missing.stderr:
             print("render of a missing page:", missing.returncode, missing.stderr)
             failures += 1
-    print("%d passed, %d failed" % (6 - failures, failures))
+        if shutil.which("cjpeg") and shutil.which("djpeg"):
+            failures += check_jpeg(velmora, tmp, colour)
+    print("%d passed, %d failed" % (9 - failures, failures))
     return 1 if failures else 0
 
 

@@ -4,7 +4,8 @@
 // both byte orders, classic and BigTIFF, one strip, many strips with an
 // uneven last strip, tiles with uneven edges, all eight orientations, and
 // 1, 2, 4, 8 and 16-bit grey, palette, RGB chunky and planar (with and
-// without alpha), CMYK and subsampled YCbCr pages.
+// without alpha), CMYK and subsampled YCbCr pages, and JPEG-compressed grey
+// and RGB pages.
 #include <tiffio.h>
 #include <unistd.h>
 
@@ -310,6 +311,14 @@ std::vector<Variant> Corpus() {
             if (c.predictor == 2 && LayoutOf(kind).bits != 8) continue;  // the predictor is for 8-bit samples
             for (const Placement& p : placements) add(Variant{kind, c.compression, c.t4Options, c.predictor, p.rows, p.tile});
         }
+    }
+    // JPEG pages stored as grey or RGB samples (no colour transform, no
+    // subsampling) decode exactly as libtiff decodes them through libjpeg.
+    for (Kind kind : {Kind::kGrey8, Kind::kRgb}) {
+        for (const Placement& p : {placements[0], placements[1], placements[3]}) {
+            add(Variant{kind, COMPRESSION_JPEG, 0, 1, p.rows, p.tile});
+        }
+        add(Variant{kind, COMPRESSION_JPEG, 0, 1, 16, 0, 6});
     }
     for (Kind kind : {Kind::kYcbcr22, Kind::kYcbcr21}) {
         for (uint32_t rows : {0u, 16u}) add(Variant{kind, COMPRESSION_NONE, 0, 1, rows, 0});

@@ -39,10 +39,12 @@ const Command kCommands[] = {
      RunError},
     {"info", "velmora info FILE [--json]",
      "Describe a document: its type, its pages and, per page, size, colour, compression,\n"
-     "photometric interpretation, resolution and tiling. --json prints one JSON object.",
+     "photometric interpretation, resolution and tiling (for JPEG files: the JPEG process\n"
+     "and the sampling). --json prints one JSON object.",
      RunInfo},
     {"render", "velmora render FILE [--page N] -o OUT.bmp",
-     "Decode one page (the first by default) and save it as a Windows bitmap.\n"
+     "Decode one page of a TIFF or JPEG file (the first by default) and save it as a\n"
+     "Windows bitmap.\n"
      "Shows progress on standard error when that is a terminal.",
      RunRender},
 };
@@ -176,6 +178,35 @@ const char* UnitName(WORD unit) {
     }
 }
 
+const char* JpegProcessName(BYTE process) {
+    static const char* const kNames[] = {"JPEG (Baseline)",
+                                         "JPEG (Extended DCT, Huffman coding)",
+                                         "JPEG (Progressive DCT, Huffman coding)",
+                                         "JPEG (Lossless, Huffman coding)",
+                                         "JPEG (Hierarchical)",
+                                         "JPEG (Extended DCT, arithmetic coding)",
+                                         "JPEG (Progressive DCT, arithmetic coding)",
+                                         "JPEG (Lossless, arithmetic coding)"};
+    return process < 8 ? kNames[process] : "JPEG";
+}
+
+// A JPEG file as a JPEG handle: a movable block holding the whole stream.
+// Null with errno set when the file cannot be read.
+HGLOBAL LoadJpeg(const char* path) {
+    FILE* file = std::fopen(path, "rb");
+    if (file == nullptr) return nullptr;
+    std::vector<unsigned char> bytes;
+    unsigned char chunk[65536];
+    size_t got;
+    while ((got = std::fread(chunk, 1, sizeof chunk, file)) > 0) bytes.insert(bytes.end(), chunk, chunk + got);
+    std::fclose(file);
+    HGLOBAL block = GlobalAlloc(GMEM_MOVEABLE, bytes.empty() ? 1 : bytes.size());
+    if (block == nullptr) return nullptr;
+    std::memcpy(GlobalLock(block), bytes.data(), bytes.size());
+    GlobalUnlock(block);
+    return block;
+}
+
 struct PageFacts {
     DWORD width = 0, length = 0;
     LONG colour = -1, photometric = -1;
@@ -215,6 +246,42 @@ std::string JsonString(const char* text) {
     return out + "\"";
 }
 
+int ShowJpegInfo(const char* path, bool json) {
+    HGLOBAL jpeg = LoadJpeg(path);
+    if (jpeg == nullptr) {
+        std::fprintf(stderr, "velmora: %s: %s\n", path, std::strerror(errno));
+        return 1;
+    }
+    VelmoraJPEGInfo info = {};
+    info.size = VELMORA_JPEG_INFO_SIZE_V1;
+    info.request = VELMORA_JPEG_INFO_WHOLE;
+    BOOL ok = GetVelmoraJPEGInfoProgress(jpeg, nullptr, 0, &info);
+    int result = ok ? 0 : Fail(path);
+    CloseVelmoraJPEG(jpeg);
+    if (!ok) return result;
+    const char* colour = info.components == 1 ? "256 greys" : info.components == 4 ? "CMYK" : "RGB";
+    const int bits = info.components == 1 ? 8 : 24;
+    const int samplingH = info.components == 1 ? 1 : info.mcuWidth / 8;
+    const int samplingV = info.components == 1 ? 1 : info.mcuHeight / 8;
+    const double x = Value(info.xDensityNumerator, info.xDensityDenominator);
+    const double y = Value(info.yDensityNumerator, info.yDensityDenominator);
+    if (json) {
+        std::printf("{\"file\": %s, \"type\": \"JPEG\", \"typeId\": 2, \"pages\": [\n  {\"page\": 1, "
+                    "\"width\": %u, \"length\": %u, \"bits\": %d, \"colour\": %s, \"compression\": %s, "
+                    "\"components\": %u, \"precision\": %u, \"sampling\": \"%dx%d\", \"restartInterval\": %u, "
+                    "\"xResolution\": %g, \"yResolution\": %g, \"resolutionUnit\": %s}\n]}\n",
+                    JsonString(path).c_str(), info.width, info.height, bits, JsonString(colour).c_str(),
+                    JsonString(JpegProcessName(info.process)).c_str(), info.components, info.precision, samplingH,
+                    samplingV, info.restartInterval, x, y, JsonString(UnitName(info.densityUnit)).c_str());
+        return 0;
+    }
+    std::printf("%s: JPEG\n  page 1: %u x %u, %s (%d bits), %s, %u component%s of %u bits, sampling %dx%d, "
+                "%g x %g per %s\n",
+                path, info.width, info.height, colour, bits, JpegProcessName(info.process), info.components,
+                info.components == 1 ? "" : "s", info.precision, samplingH, samplingV, x, y, UnitName(info.densityUnit));
+    return 0;
+}
+
 int RunInfo(int argc, char** argv) {
     const char* path = nullptr;
     bool json = false;
@@ -235,6 +302,7 @@ int RunInfo(int argc, char** argv) {
     LONG type = GetVelmoraDocumentType(path);
     if (type < 0) return Fail(path);
 
+    if (type == 2) return ShowJpegInfo(path, json);
     std::vector<PageFacts> pages;
     if (type == 6) {
         HGLOBAL tiff = OpenVelmoraTIFF(path, 0x80000000u, 0);
@@ -318,17 +386,33 @@ int RunRender(int argc, char** argv) {
         std::fprintf(stderr, "usage: velmora render FILE [--page N] -o OUT.bmp\n");
         return 2;
     }
-    HGLOBAL tiff = OpenVelmoraTIFF(path, 0x80000000u, 0);
-    if (tiff == nullptr) return Fail(path);
-    bool terminal = isatty(fileno(stderr)) != 0;
-    HGLOBAL dib = ReadVelmoraOpenTIFFDIBProgress(tiff, static_cast<DWORD>(page), terminal ? ShowProgress : nullptr, 0);
-    if (terminal) std::fprintf(stderr, "\r%50s\r", "");
-    if (dib == nullptr) {
-        int result = Fail(path);
+    const bool terminal = isatty(fileno(stderr)) != 0;
+    const VelmoraProgressProc progress = terminal ? ShowProgress : nullptr;
+    HGLOBAL dib = nullptr;
+    if (GetVelmoraDocumentType(path) == 2) {
+        if (page != 1) {
+            std::fprintf(stderr, "velmora: %s has one page\n", path);
+            return 2;
+        }
+        HGLOBAL jpeg = LoadJpeg(path);
+        if (jpeg == nullptr) {
+            std::fprintf(stderr, "velmora: %s: %s\n", path, std::strerror(errno));
+            return 1;
+        }
+        dib = ReadVelmoraJPEGDIBProgress(jpeg, progress, 0);
+        if (terminal) std::fprintf(stderr, "\r%50s\r", "");
+        int result = dib == nullptr ? Fail(path) : 0;
+        CloseVelmoraJPEG(jpeg);
+        if (dib == nullptr) return result;
+    } else {
+        HGLOBAL tiff = OpenVelmoraTIFF(path, 0x80000000u, 0);
+        if (tiff == nullptr) return Fail(path);
+        dib = ReadVelmoraOpenTIFFDIBProgress(tiff, static_cast<DWORD>(page), progress, 0);
+        if (terminal) std::fprintf(stderr, "\r%50s\r", "");
+        int result = dib == nullptr ? Fail(path) : 0;
         CloseVelmoraTIFF(tiff);
-        return result;
+        if (dib == nullptr) return result;
     }
-    CloseVelmoraTIFF(tiff);
     auto* header = static_cast<const BITMAPINFOHEADER*>(GlobalLock(dib));
     const void* bits = header != nullptr ? GetVelmoraDIBData(header) : nullptr;
     BOOL saved = header != nullptr && bits != nullptr && SaveVelmoraBMPDIB(out, bits, header);

@@ -1,0 +1,231 @@
+// The JPEG exports as a host uses them, on streams cjpeg and jpegtran make
+// at test time: describing a stream, decoding it, and cutting rectangles of
+// MCUs out of it, which must show exactly the pixels of the same region of
+// the whole image.
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "codecs/jpeg_handle.h"
+#include "io/stream.h"
+#include "platform/platform.h"
+#include "velmora/velmora.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes ReadAll(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+bool Shell(const std::string& command) { return std::system(command.c_str()) == 0; }
+
+// A host's JPEG handle: a movable block holding the stream.
+HGLOBAL HostBlock(const Bytes& bytes) {
+    HGLOBAL block = velmora::platform::MemAlloc(GMEM_MOVEABLE, bytes.size());
+    std::memcpy(velmora::platform::MemLock(block), bytes.data(), bytes.size());
+    velmora::platform::MemUnlock(block);
+    return block;
+}
+
+struct Pixels {
+    int width = 0, height = 0, bytesPerPixel = 0;
+    Bytes rows;  // top row first, as the DIB stores each pixel
+};
+
+Pixels Decode(HGLOBAL jpeg) {
+    Pixels pixels;
+    HGLOBAL dib = ReadVelmoraJPEGDIBProgress(jpeg, nullptr, 0);
+    if (dib == nullptr) return pixels;
+    auto* header = static_cast<const BITMAPINFOHEADER*>(velmora::platform::MemLock(dib));
+    const auto* bits = static_cast<const uint8_t*>(GetVelmoraDIBData(header));
+    pixels.width = header->biWidth;
+    pixels.height = header->biHeight;
+    pixels.bytesPerPixel = header->biBitCount / 8;
+    const int stride = (pixels.width * pixels.bytesPerPixel + 3) / 4 * 4;
+    for (int y = pixels.height - 1; y >= 0; --y) {
+        pixels.rows.insert(pixels.rows.end(), bits + y * stride,
+                           bits + y * stride + pixels.width * pixels.bytesPerPixel);
+    }
+    velmora::platform::MemUnlock(dib);
+    velmora::platform::MemFree(dib);
+    return pixels;
+}
+
+bool SameRegion(const Pixels& whole, const RECT& r, const Pixels& part) {
+    if (part.width != r.right - r.left || part.height != r.bottom - r.top) return false;
+    const int n = whole.bytesPerPixel;
+    for (int y = 0; y < part.height; ++y) {
+        const uint8_t* a = whole.rows.data() + ((r.top + y) * whole.width + r.left) * n;
+        const uint8_t* b = part.rows.data() + y * part.width * n;
+        if (std::memcmp(a, b, static_cast<size_t>(part.width) * n) != 0) return false;
+    }
+    return true;
+}
+
+class JpegExports : public ::testing::Test {
+protected:
+    void SetUp() override {
+        for (const char* tool : {"/usr/bin/cjpeg", "/usr/bin/djpeg", "/usr/bin/jpegtran", "/usr/bin/convert"}) {
+            if (access(tool, X_OK) != 0) GTEST_SKIP() << tool << " is not installed";
+        }
+        char pattern[] = "/tmp/velmora-jpeg-exports-XXXXXX";
+        directory_ = mkdtemp(pattern);
+        ASSERT_TRUE(Shell("/usr/bin/convert -size 165x99 -seed 3 plasma:green-yellow -depth 8 " + Path("source.ppm") +
+                          " 2>/dev/null"));
+    }
+    void TearDown() override {
+        if (!directory_.empty()) Shell("rm -rf '" + directory_ + "'");
+    }
+    std::string Path(const std::string& name) const { return directory_ + "/" + name; }
+    Bytes Make(const std::string& options) {
+        const std::string out = Path("made.jpg");
+        EXPECT_TRUE(Shell("/usr/bin/cjpeg " + options + " -outfile " + out + " " + Path("source.ppm")));
+        return ReadAll(out);
+    }
+
+    std::string directory_;
+};
+
+TEST_F(JpegExports, InformationRecordAndItsChecks) {
+    HGLOBAL jpeg = HostBlock(Make("-quality 80 -sample 2x1 -restart 2"));
+    VelmoraJPEGInfo info = {};
+    info.size = VELMORA_JPEG_INFO_SIZE_V1;
+    info.request = VELMORA_JPEG_INFO_WHOLE;
+    ASSERT_TRUE(GetVelmoraJPEGInfoProgress(jpeg, nullptr, 0, &info)) << std::hex << GetLastVelmoraErrorCode();
+    EXPECT_EQ(info.width, 165);
+    EXPECT_EQ(info.height, 99);
+    EXPECT_EQ(info.components, 3);
+    EXPECT_EQ(info.precision, 8);
+    EXPECT_EQ(info.process, VELMORA_JPEG_BASELINE);
+    EXPECT_EQ(info.mcuWidth, 16);
+    EXPECT_EQ(info.mcuHeight, 8);
+    EXPECT_NE(info.restartInterval, 0);
+    EXPECT_EQ(info.flags & (VELMORA_JPEG_HAS_JFIF | VELMORA_JPEG_SINGLE_TABLES),
+              VELMORA_JPEG_HAS_JFIF | VELMORA_JPEG_SINGLE_TABLES);
+    EXPECT_EQ(info.densityUnit, VELMORA_UNIT_NONE);
+
+    VelmoraJPEGInfo bad = info;
+    bad.size = VELMORA_JPEG_INFO_SIZE_V1 - 1;
+    EXPECT_FALSE(GetVelmoraJPEGInfoProgress(jpeg, nullptr, 0, &bad));
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    bad = info;
+    bad.request = 4;
+    EXPECT_FALSE(GetVelmoraJPEGInfoProgress(jpeg, nullptr, 0, &bad));
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    EXPECT_FALSE(GetVelmoraJPEGInfoProgress(jpeg, nullptr, 0, nullptr));
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 998u);
+    EXPECT_FALSE(GetVelmoraJPEGInfoProgress(nullptr, nullptr, 0, &info));
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 6u);
+    EXPECT_TRUE(CloseVelmoraJPEG(jpeg));
+    EXPECT_FALSE(CloseVelmoraJPEG(jpeg));
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 6u);
+
+    // A block that holds no JPEG stream.
+    HGLOBAL other = HostBlock(Bytes(64, 0x42));
+    info.request = 0;
+    EXPECT_FALSE(GetVelmoraJPEGInfoProgress(other, nullptr, 0, &info));
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 0x02000002u);
+    EXPECT_TRUE(CloseVelmoraJPEG(other));
+}
+
+// A handle the library made over a stream keeps what it read: a question
+// with fewer request bits is answered from an earlier, wider one. A
+// progressive stream from cjpeg redefines its Huffman tables between scans,
+// which only a read to the end sees.
+TEST_F(JpegExports, LibraryHandlesAnswerFromTheirRecord) {
+    const Bytes bytes = Make("-quality 60 -progressive");
+    velmora::ErrorRecord record;
+    velmora::Stream* stream = velmora::OpenFixedMemoryStream(bytes.data(), static_cast<uint32_t>(bytes.size()), &record);
+    ASSERT_NE(stream, nullptr);
+    HGLOBAL jpeg = velmora::jpeg::CreateJpegHandle(stream, bytes.size(), &record);
+    ASSERT_NE(jpeg, nullptr);
+    VelmoraJPEGInfo info = {};
+    info.size = VELMORA_JPEG_INFO_SIZE_V1;
+    info.request = 0;
+    ASSERT_TRUE(GetVelmoraJPEGInfoProgress(jpeg, nullptr, 0, &info));
+    EXPECT_EQ(info.process, VELMORA_JPEG_PROGRESSIVE);
+    EXPECT_NE(info.flags & VELMORA_JPEG_SINGLE_TABLES, 0u);  // nothing seen after the first scan yet
+    info.request = VELMORA_JPEG_INFO_WHOLE;
+    ASSERT_TRUE(GetVelmoraJPEGInfoProgress(jpeg, nullptr, 0, &info));
+    EXPECT_EQ(info.flags & VELMORA_JPEG_SINGLE_TABLES, 0u);
+    info.request = 0;
+    ASSERT_TRUE(GetVelmoraJPEGInfoProgress(jpeg, nullptr, 0, &info));
+    EXPECT_EQ(info.flags & VELMORA_JPEG_SINGLE_TABLES, 0u);
+    EXPECT_EQ(info.request, 0);
+
+    // Such a stream cannot be cut: its coefficients depend on tables that
+    // change on the way.
+    const RECT rect = {0, 0, 16, 16};
+    DWORD cut = 0;
+    EXPECT_EQ(GetVelmoraJPEGMCUDataProgress(jpeg, &rect, nullptr, 0, &cut), nullptr);
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 0x02000005u);
+
+    DWORD size = 0;
+    VelmoraJPEGMCURequest whole = {VELMORA_JPEG_MCU_REQUEST_SIZE_V1, VELMORA_JPEG_MCU_MODE1, nullptr, 0, nullptr};
+    HGLOBAL copy = GetVelmoraJPEGMCUData(jpeg, &whole, &size);
+    ASSERT_NE(copy, nullptr);
+    ASSERT_EQ(size, bytes.size());
+    EXPECT_EQ(std::memcmp(velmora::platform::MemLock(copy), bytes.data(), size), 0);
+    velmora::platform::MemUnlock(copy);
+    velmora::platform::MemFree(copy);
+    EXPECT_TRUE(CloseVelmoraJPEG(jpeg));
+}
+
+// Rectangles of MCUs out of sequential streams of every sampling: each copy is a stream
+// djpeg reads and our decoder shows exactly the region of the whole image.
+TEST_F(JpegExports, CopiedRectanglesShowTheSamePixels) {
+    const struct {
+        const char* name;
+        const char* options;
+        int mcuWidth, mcuHeight;
+    } kStreams[] = {
+        {"4:2:0", "-quality 75", 16, 16},
+        {"4:2:2 with restarts", "-quality 90 -sample 2x1 -restart 1", 16, 8},
+        {"4:4:4 optimised", "-quality 95 -sample 1x1 -optimize", 8, 8},
+        {"grey", "-quality 50 -grayscale", 8, 8},
+    };
+    for (const auto& kind : kStreams) {
+        SCOPED_TRACE(kind.name);
+        const Bytes bytes = Make(kind.options);
+        HGLOBAL jpeg = HostBlock(bytes);
+        const Pixels whole = Decode(jpeg);
+        ASSERT_EQ(whole.width, 165) << std::hex << GetLastVelmoraErrorCode();
+        const int w = kind.mcuWidth, h = kind.mcuHeight;
+        const RECT rects[] = {
+            {0, 0, w, h}, {w, h, 4 * w, 3 * h}, {0, 0, 165 / w * w, 99 / h * h}, {2 * w, 0, 3 * w, 99 / h * h}};
+        for (const RECT& rect : rects) {
+            for (WORD mode : {WORD{VELMORA_JPEG_MCU_MODE1}, WORD{VELMORA_JPEG_MCU_MODE2}}) {
+                VelmoraJPEGMCURequest request = {VELMORA_JPEG_MCU_REQUEST_SIZE_V1, mode, &rect, 0, nullptr};
+                DWORD size = 0;
+                HGLOBAL copy = GetVelmoraJPEGMCUData(jpeg, &request, &size);
+                ASSERT_NE(copy, nullptr) << std::hex << GetLastVelmoraErrorCode();
+                EXPECT_TRUE(SameRegion(whole, rect, Decode(copy))) << rect.left << "," << rect.top << " mode " << mode;
+                std::ofstream(Path("copy.jpg"), std::ios::binary)
+                    .write(static_cast<const char*>(velmora::platform::MemLock(copy)), size);
+                velmora::platform::MemUnlock(copy);
+                EXPECT_TRUE(Shell("/usr/bin/djpeg -outfile /dev/null " + Path("copy.jpg")));
+                CloseVelmoraJPEG(copy);
+            }
+        }
+        // Unaligned, empty and outside rectangles.
+        for (const RECT& rect : {RECT{1, 0, w + 1, h}, RECT{0, 0, 0, h}, RECT{0, 0, 176, h}, RECT{-w, 0, w, h}}) {
+            DWORD size = 0;
+            EXPECT_EQ(GetVelmoraJPEGMCUDataProgress(jpeg, &rect, nullptr, 0, &size), nullptr);
+            EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+        }
+        CloseVelmoraJPEG(jpeg);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,1 @@
+list(APPEND INTEROP_TESTS interop/jpeg_exports_test.cpp)

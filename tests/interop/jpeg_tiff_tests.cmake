@@ -1,0 +1,1 @@
+list(APPEND INTEROP_TESTS interop/jpeg_tiff_test.cpp)
