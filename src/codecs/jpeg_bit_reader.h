@@ -14,6 +14,26 @@
 
 namespace velmora::jpeg {
 
+// One Huffman symbol from a reader's filled buffer, or -1 for a code that
+// names none: short codes through the lookahead table, longer ones by
+// their per-length largest code (T.81 F.2.2.3).
+template <typename Reader>
+inline int DecodeSymbol(Reader& reader, const HuffmanTable& table) {
+    uint32_t entry = table.lookup[reader.Peek(kLookaheadBits)];
+    if (entry != 0) {
+        reader.Skip(static_cast<int>(entry >> 8));
+        return static_cast<int>(entry & 0xFF);
+    }
+    for (int length = kLookaheadBits + 1; length <= 16; ++length) {
+        int32_t code = static_cast<int32_t>(reader.Peek(length));
+        if (code <= table.maxCode[length]) {
+            reader.Skip(length);
+            return table.values[(code + table.valueOffset[length]) & 0xFF];
+        }
+    }
+    return -1;
+}
+
 class BitReader {
 public:
     BitReader(JpegInput* input, ErrorRecord* record) : in_(input), record_(record) {}
@@ -69,21 +89,7 @@ public:
     }
     // One Huffman symbol, or -1 for a code that names none. The caller
     // filled beforehand.
-    inline int Decode(const HuffmanTable& table) {
-        uint32_t entry = table.lookup[Peek(kLookaheadBits)];
-        if (entry != 0) {
-            Skip(static_cast<int>(entry >> 8));
-            return static_cast<int>(entry & 0xFF);
-        }
-        for (int length = kLookaheadBits + 1; length <= 16; ++length) {
-            int32_t code = static_cast<int32_t>(Peek(length));
-            if (code <= table.maxCode[length]) {
-                Skip(length);
-                return table.values[(code + table.valueOffset[length]) & 0xFF];
-            }
-        }
-        return -1;
-    }
+    inline int Decode(const HuffmanTable& table) { return DecodeSymbol(*this, table); }
 
     // True when the decoder used bits past the end of the segment.
     bool Overrun() const { return count_ < padded_; }
@@ -153,21 +159,7 @@ public:
         Skip(n);
         return value < (1 << (n - 1)) ? value - (1 << n) + 1 : value;
     }
-    inline int Decode(const HuffmanTable& table) {
-        uint32_t entry = table.lookup[Peek(kLookaheadBits)];
-        if (entry != 0) {
-            Skip(static_cast<int>(entry >> 8));
-            return static_cast<int>(entry & 0xFF);
-        }
-        for (int length = kLookaheadBits + 1; length <= 16; ++length) {
-            int32_t code = static_cast<int32_t>(Peek(length));
-            if (code <= table.maxCode[length]) {
-                Skip(length);
-                return table.values[(code + table.valueOffset[length]) & 0xFF];
-            }
-        }
-        return -1;
-    }
+    inline int Decode(const HuffmanTable& table) { return DecodeSymbol(*this, table); }
 
 private:
     BitReader* reader_;

@@ -143,10 +143,11 @@ bool JpegDecoder::ReadInfo(const JpegSource& source, uint32_t request, JpegInfo*
     return true;
 }
 
-bool JpegDecoder::Decode(const JpegSource& source, const JpegDecodeOptions& options, ErrorRecord* record) {
-    if (!CheckState(state_, record)) return false;
+// A whole stream: the segments up to the first scan, then the frame.
+static bool DecodeStream(DecoderState* state, const JpegSource& source, const JpegDecodeOptions& options,
+                         CoefficientConsumer* consumer, CoefficientImage* image, ErrorRecord* record) {
     JpegInput input(source);
-    MarkerReader markers(&input, &state_->tables, state_->segment, 0, record);
+    MarkerReader markers(&input, &state->tables, state->segment, 0, record);
     if (!markers.ReadStart()) return false;
     ScanHeader scan;
     MarkerEvent event = markers.Next(&scan);
@@ -155,7 +156,11 @@ bool JpegDecoder::Decode(const JpegSource& source, const JpegDecodeOptions& opti
         SetBadData(record);
         return false;
     }
-    return DecodeFrame(&markers, &input, state_->tables, scan, options, record);
+    return DecodeFrame(&markers, &input, state->tables, scan, options, record, consumer, image);
+}
+
+bool JpegDecoder::Decode(const JpegSource& source, const JpegDecodeOptions& options, ErrorRecord* record) {
+    return CheckState(state_, record) && DecodeStream(state_, source, options, nullptr, nullptr, record);
 }
 
 bool JpegDecoder::DecodeRaw(const JpegRawFrame& raw, const JpegSource& source, const JpegDecodeOptions& options,
@@ -217,19 +222,9 @@ bool JpegDecoder::ReadCoefficients(const JpegSource& source, CoefficientConsumer
     const uint64_t start = source.stream != nullptr ? StreamTell(source.stream) : 0;
     if (!ReadInfo(source, kInfoWhole, &image.info, record)) return false;
     if (source.stream != nullptr) StreamSeek64(source.stream, start, record);
-    JpegInput input(source);
-    MarkerReader markers(&input, &state_->tables, state_->segment, 0, record);
-    if (!markers.ReadStart()) return false;
-    ScanHeader scan;
-    MarkerEvent event = markers.Next(&scan);
-    if (record->failed()) return false;
-    if (event != MarkerEvent::Scan) {
-        SetBadData(record);
-        return false;
-    }
     JpegDecodeOptions options;
     options.output.height = image.info.height;  // for a frame whose height a DNL segment gives
-    return DecodeFrame(&markers, &input, state_->tables, scan, options, record, consumer, &image);
+    return DecodeStream(state_, source, options, consumer, &image, record);
 }
 
 bool ReadJpegCoefficients(const JpegSource& source, CoefficientConsumer* consumer, ErrorRecord* record) {
