@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The main job: builds the library and the velmora program and runs it.
-# With no arguments it shows the version and the message of an error code;
-# any arguments are passed to velmora as they are.
+# With no arguments it makes a sample two-page TIFF, describes it and
+# converts its colour page into a Windows bitmap (in build/sample/); any
+# arguments are passed to velmora as they are.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/install-deps.sh" main
@@ -14,4 +15,9 @@ if (($# > 0)); then
   exec "$build/velmora" "$@"
 fi
 "$build/velmora" version
-"$build/velmora" error 0x02000003
+sample="$root/build/sample"
+mkdir -p "$sample"
+"$build/velmora" sample "$sample/sample.tif"
+"$build/velmora" info "$sample/sample.tif"
+"$build/velmora" render "$sample/sample.tif" --page 2 -o "$sample/page2.bmp"
+echo "converted page 2 of $sample/sample.tif into $sample/page2.bmp"

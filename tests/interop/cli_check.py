@@ -95,9 +95,20 @@ def main():
         if missing.returncode == 0 or "IFD not found." not in missing.stderr:
             print("render of a missing page:", missing.returncode, missing.stderr)
             failures += 1
+        sample = os.path.join(tmp, "sample.tif")
+        run(velmora, "sample", sample)
+        info = json.loads(run(velmora, "info", sample, "--json"))
+        out = os.path.join(tmp, "sample.bmp")
+        run(velmora, "render", sample, "--page", "2", "-o", out)
+        theirs = Image.open(sample)
+        theirs.seek(1)
+        if [(p["width"], p["length"], p["bits"]) for p in info["pages"]] != [(320, 200, 8), (320, 200, 24)] or \
+                ImageChops.difference(Image.open(out).convert("RGB"), theirs.convert("RGB")).getbbox() is not None:
+            print("the sample document:", info)
+            failures += 1
         if shutil.which("cjpeg") and shutil.which("djpeg"):
             failures += check_jpeg(velmora, tmp, colour)
-    print("%d passed, %d failed" % (9 - failures, failures))
+    print("%d passed, %d failed" % (10 - failures, failures))
     return 1 if failures else 0
 
 
