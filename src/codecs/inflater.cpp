@@ -387,7 +387,7 @@ bool StreamDecoder::Deliver(bool all, ErrorRecord* record) {
         checked_ = out_;
     }
     uint8_t* settle = out_;
-    if (!all) settle = out_ - base_ > kHistory ? out_ - kHistory : base_;
+    if (!all) settle = static_cast<size_t>(out_ - base_) > kHistory ? out_ - kHistory : base_;
     if (settle <= emitted_) return true;
     size_t n = static_cast<size_t>(settle - emitted_);
     emitted_ = settle;
