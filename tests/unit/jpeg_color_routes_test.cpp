@@ -76,7 +76,7 @@ TEST(JpegColorRoutes, RandomBandsConvertAlikeForEveryKindAndSampling) {
                 for (auto& sample : planes.back()) sample = static_cast<uint8_t>(random());
                 bands.push_back({planes.back().data(), static_cast<ptrdiff_t>(across), h, v});
             }
-            const ptrdiff_t stride = ptrdiff_t{width} * 3 + 5;
+            const ptrdiff_t stride = static_cast<ptrdiff_t>(width) * 3 + 5;
             std::vector<uint8_t> expected(stride * rows, 0xEE), scratch(4 * size_t{width});
             ConvertBandBy(ColorRoute::Portable, s.kind, bands.data(), width, rows, hMax, vMax,
                           expected.data() + (rows - 1) * stride, -stride, scratch.data());

@@ -196,7 +196,7 @@ void CheckConversion(ColorKind kind, const std::vector<std::pair<uint8_t, uint8_
         bands[i] = {p.samples.data(), static_cast<ptrdiff_t>(p.width), p.h, p.v};
     }
     const uint32_t bytesPerPixel = kind == ColorKind::Grey ? 1 : 3;
-    const ptrdiff_t stride = ptrdiff_t{width} * bytesPerPixel + 5;
+    const ptrdiff_t stride = static_cast<ptrdiff_t>(width) * bytesPerPixel + 5;
     std::vector<uint8_t> output(stride * rows, 0xEE), scratch(4 * size_t{width});
     ConvertBand(kind, bands.data(), width, rows, hMax, vMax, output.data() + (rows - 1) * stride, -stride,
                 scratch.data());
