@@ -215,7 +215,7 @@ void CheckConversion(ColorKind kind, const std::vector<std::pair<uint8_t, uint8_
                 }
             }
         }
-        for (ptrdiff_t i = ptrdiff_t{width} * bytesPerPixel; i < stride; ++i) {
+        for (ptrdiff_t i = static_cast<ptrdiff_t>(width) * bytesPerPixel; i < stride; ++i) {
             ASSERT_EQ(out[i], 0xEE) << "row padding overwritten, kind " << int(kind) << " width " << width;
         }
     }
