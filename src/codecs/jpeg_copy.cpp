@@ -5,6 +5,7 @@
 
 #include "codecs/jpeg_coefficients.h"
 #include "codecs/jpeg_encoder_segments.h"
+#include "codecs/jpeg_encoder_thumbnail.h"
 #include "codecs/jpeg_huffman_encoder.h"
 #include "codecs/jpeg_private_segment.h"
 #include "codecs/jpeg_tables.h"
@@ -16,26 +17,6 @@ namespace {
 
 constexpr uint8_t kMarkerSof1 = 0xC1;
 constexpr uint8_t kMarkerApp14 = 0xEE;
-
-// A segment built in memory: marker, length, data.
-class Segment {
-public:
-    explicit Segment(uint8_t marker) : bytes_{0xFF, marker, 0, 0} {}
-    void Put8(uint32_t value) { bytes_.push_back(static_cast<uint8_t>(value)); }
-    void Put16(uint32_t value) {
-        Put8(value >> 8);
-        Put8(value);
-    }
-    void Write(Stream* stream, ErrorRecord* record) {
-        const size_t length = bytes_.size() - 2;
-        bytes_[2] = static_cast<uint8_t>(length >> 8);
-        bytes_[3] = static_cast<uint8_t>(length);
-        StreamWrite(stream, bytes_.data(), static_cast<uint32_t>(bytes_.size()), record);
-    }
-
-private:
-    std::vector<uint8_t> bytes_;
-};
 
 // Where a component's blocks of the rectangle are.
 struct ComponentWindow {
@@ -69,28 +50,26 @@ bool ForEachBlock(const std::vector<ComponentWindow>& windows, uint32_t mcusWide
     return true;
 }
 
+// JFIF with the stream's density. Densities that JFIF cannot hold as whole
+// numbers are left out (unit 0, aspect 1:1); the library's own segment keeps
+// the exact values.
 void WriteJfif(const JpegInfo& info, Stream* stream, ErrorRecord* record) {
-    Segment segment(kMarkerApp0);
-    for (char c : {'J', 'F', 'I', 'F', '\0'}) segment.Put8(static_cast<uint8_t>(c));
-    segment.Put8(1);
-    segment.Put8(2);
-    // Densities that JFIF cannot hold as whole numbers are left out (unit 0,
-    // aspect 1:1); the library's own segment below keeps the exact values.
+    JpegEncoderSettings jfif;
     const bool whole = info.xDensityDenominator == 1 && info.yDensityDenominator == 1 && info.xDensityNumerator > 0 &&
                        info.xDensityNumerator <= 0xFFFF && info.yDensityNumerator > 0 &&
                        info.yDensityNumerator <= 0xFFFF && info.densityUnit >= 2;
-    segment.Put8(whole ? info.densityUnit - 1 : 0);
-    segment.Put16(whole ? info.xDensityNumerator : 1);
-    segment.Put16(whole ? info.yDensityNumerator : 1);
-    segment.Put8(0);
-    segment.Put8(0);
-    segment.Write(stream, record);
+    if (whole) {
+        jfif.densityUnit = static_cast<uint8_t>(info.densityUnit - 1);
+        jfif.xDensity = static_cast<uint16_t>(info.xDensityNumerator);
+        jfif.yDensity = static_cast<uint16_t>(info.yDensityNumerator);
+    }
+    WriteJfifSegments(jfif, stream, record);
 }
 
 // The Adobe segment with the stream's colour transform, so that RGB and
 // CMYK data keep their meaning.
 void WriteAdobe(const JpegInfo& info, Stream* stream, ErrorRecord* record) {
-    Segment segment(kMarkerApp14);
+    SegmentBytes segment(kMarkerApp14);
     for (char c : {'A', 'd', 'o', 'b', 'e'}) segment.Put8(static_cast<uint8_t>(c));
     segment.Put16(100);  // version
     segment.Put16(0);    // flags
@@ -189,7 +168,7 @@ bool McuCopier::Consume(const CoefficientImage& image, ErrorRecord* record) {
     if (image.info.flags & kHasResolution) WriteResolution(image.info, stream, record);
 
     // The quantisation tables the components use, as they were.
-    Segment dqt(kMarkerDqt);
+    SegmentBytes dqt(kMarkerDqt);
     bool wideTables = false;
     for (uint8_t t = 0; t < 4; ++t) {
         const bool used = std::any_of(image.components, image.components + count,
@@ -209,7 +188,7 @@ bool McuCopier::Consume(const CoefficientImage& image, ErrorRecord* record) {
     }
     dqt.Write(stream, record);
 
-    Segment sof(image.precision == 8 && !wideTables ? uint8_t{kMarkerSof0} : kMarkerSof1);
+    SegmentBytes sof(image.precision == 8 && !wideTables ? uint8_t{kMarkerSof0} : kMarkerSof1);
     sof.Put8(image.precision);
     sof.Put16(request.bottom - request.top);
     sof.Put16(request.right - request.left);
@@ -225,7 +204,7 @@ bool McuCopier::Consume(const CoefficientImage& image, ErrorRecord* record) {
         WriteHuffmanSegment(stream, 0, set, *specs[set][0], record);
         WriteHuffmanSegment(stream, 1, set, *specs[set][1], record);
     }
-    Segment sos(kMarkerSos);
+    SegmentBytes sos(kMarkerSos);
     sos.Put8(count);
     for (const ComponentWindow& w : windows) {
         sos.Put8(w.component->id);

@@ -3,35 +3,6 @@
 #include <cstring>
 
 namespace velmora::jpeg {
-namespace {
-
-// Builds one segment in place: marker, length (filled in at the end), data.
-// The largest segment built this way is a DHT of 256 symbols.
-class SegmentBytes {
-public:
-    explicit SegmentBytes(uint8_t marker) {
-        bytes_[0] = 0xFF;
-        bytes_[1] = marker;
-        size_ = 4;
-    }
-    void Put8(uint32_t value) { bytes_[size_++] = static_cast<uint8_t>(value); }
-    void Put16(uint32_t value) {
-        Put8(value >> 8);
-        Put8(value);
-    }
-    void Write(Stream* stream, ErrorRecord* record) {
-        bytes_[2] = static_cast<uint8_t>((size_ - 2) >> 8);
-        bytes_[3] = static_cast<uint8_t>(size_ - 2);
-        StreamWrite(stream, bytes_, static_cast<uint32_t>(size_), record);
-    }
-
-private:
-    uint8_t bytes_[4 + 1 + 16 + 256];
-    size_t size_;
-};
-
-}  // namespace
-
 void WriteMarker(Stream* stream, uint8_t marker, ErrorRecord* record) {
     const uint8_t bytes[2] = {0xFF, marker};
     StreamWrite(stream, bytes, 2, record);

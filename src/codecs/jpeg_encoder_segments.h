@@ -33,6 +33,32 @@ struct FrameLayout {
     uint8_t vMax = 1;
 };
 
+// Builds one segment in place: marker, length (filled in at Write), data.
+// The largest segments built this way are a DHT of 256 symbols and a DQT of
+// four tables of 16-bit values.
+class SegmentBytes {
+public:
+    explicit SegmentBytes(uint8_t marker) {
+        bytes_[0] = 0xFF;
+        bytes_[1] = marker;
+        size_ = 4;
+    }
+    void Put8(uint32_t value) { bytes_[size_++] = static_cast<uint8_t>(value); }
+    void Put16(uint32_t value) {
+        Put8(value >> 8);
+        Put8(value);
+    }
+    void Write(Stream* stream, ErrorRecord* record) {
+        bytes_[2] = static_cast<uint8_t>((size_ - 2) >> 8);
+        bytes_[3] = static_cast<uint8_t>(size_ - 2);
+        StreamWrite(stream, bytes_, static_cast<uint32_t>(size_), record);
+    }
+
+private:
+    uint8_t bytes_[4 + 4 * (1 + 2 * 64)];
+    size_t size_;
+};
+
 // Writes 0xFF and the marker.
 void WriteMarker(Stream* stream, uint8_t marker, ErrorRecord* record);
 // One DQT segment with `count` 8-bit tables (identifiers 0, 1, ...), the
