@@ -917,10 +917,20 @@ typedef struct VelmoraJPEGMCURequest {
  * returns a new JPEG stream holding only the MCUs inside it, cut out
  * losslessly without decoding. The rectangle's edges must be multiples of
  * the MCU size and lie inside the image. *size receives the byte count; the
- * caller frees the block with GlobalFree. Returns NULL on failure: 6, 87 for
- * a wrong size or mode or a rectangle that is empty, unaligned or outside,
- * 998, 0x02000005 for a stream that cannot be cut (arithmetic coding,
- * hierarchical, tables changing between scans).
+ * caller frees the block with GlobalFree.
+ * Mode 1 keeps the stream's own entropy-coded data and Huffman tables where
+ * it can: the MCUs are cut out of a sequential stream bit for bit, and only
+ * the first DC difference of a component in some MCUs (the first of each
+ * row, those after a restart marker) is coded again. Progressive streams,
+ * and sequential ones whose tables cannot code a difference the copy needs,
+ * are coded again with the standard tables of T.81 Annex K. Mode 2 always
+ * codes the MCUs again, with Huffman tables made for the copy, which gives
+ * the smallest stream. Either way the copy decodes to exactly the pixels of
+ * the same region of the whole image.
+ * Returns NULL on failure: 6, 87 for a wrong size or mode or a rectangle
+ * that is empty, unaligned or outside, 998, 0x02000004 for malformed data,
+ * 0x02000005 for a stream that cannot be cut (lossless, arithmetic coding,
+ * hierarchical, tables changing between scans), 1223 when cancelled.
  */
 VELMORA_EXPORT HGLOBAL VELMORA_API GetVelmoraJPEGMCUData(HGLOBAL jpeg, const VelmoraJPEGMCURequest *request, DWORD *size);
 

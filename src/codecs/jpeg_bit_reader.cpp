@@ -16,12 +16,15 @@ void BitReader::FillSlowly() {
         }
         if (byte == 0xFF) {
             uint8_t next = 0;
-            // Fill bytes (0xFF 0xFF ...) may precede a marker.
+            uint32_t extra = 0;  // bytes after this one that carry no data
+            // Fill bytes (0xFF 0xFF ...) may precede a marker, and are
+            // tolerated before a stuffed zero byte too.
             do {
                 if (!in_->ReadByte(&next, record_)) {
                     marker_ = kEndOfData;
                     break;
                 }
+                ++extra;
             } while (next == 0xFF);
             if (marker_ != 0) continue;
             if (next != 0) {
@@ -30,9 +33,10 @@ void BitReader::FillSlowly() {
             }
             // Bytes loaded more than 8 bytes ago are used up: settle them.
             while (ffHead_ != ffTail_ && ffLoaded_[ffHead_ & 15] + 8 < loaded_) {
+                stuffed_ += ffExtra_[ffHead_ & 15];
                 ++ffHead_;
-                ++stuffed_;
             }
+            ffExtra_[ffTail_ & 15] = extra;
             ffLoaded_[ffTail_++ & 15] = loaded_;
         }
         bits_ |= static_cast<uint64_t>(byte) << (56 - count_);
@@ -70,8 +74,8 @@ void BitReader::BitPosition(uint64_t* byteOffset, uint32_t* bitOffset) {
     uint64_t byte = bitsUsed / 8;
     // Every 0xFF byte before this one carried a stuffed zero byte after it.
     while (ffHead_ != ffTail_ && ffLoaded_[ffHead_ & 15] < byte) {
+        stuffed_ += ffExtra_[ffHead_ & 15];
         ++ffHead_;
-        ++stuffed_;
     }
     *byteOffset = segmentStart_ + byte + stuffed_;
     *bitOffset = static_cast<uint32_t>(bitsUsed % 8);

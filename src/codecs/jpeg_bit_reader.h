@@ -118,10 +118,12 @@ private:
     int padded_ = 0;
     uint32_t marker_ = 0;
     // For BitPosition: bytes of segment data loaded (stuffing removed), the
-    // loaded indices of 0xFF data bytes whose stuffed zero is not yet
-    // accounted for, and the stuffed bytes accounted for.
+    // loaded indices of 0xFF data bytes whose stuffed zero (and any fill
+    // bytes before it) are not yet accounted for, how many bytes those are,
+    // and the bytes without data accounted for.
     uint64_t loaded_ = 0;
     uint64_t ffLoaded_[16] = {};
+    uint32_t ffExtra_[16] = {};
     uint32_t ffHead_ = 0, ffTail_ = 0;
     uint64_t stuffed_ = 0;
     uint64_t segmentStart_ = 0;

@@ -44,6 +44,7 @@ bool DecodeFrame(MarkerReader* markers, JpegInput* input, const DecoderTables& t
     FrameDecoder decoder(frame, tables, options, kind, record);
     if (consumer != nullptr) decoder.KeepCoefficients();
     if (!decoder.Begin(scan)) return false;
+    if (options.observer != nullptr && !decoder.streaming()) return true;
     BitReader reader(input, record);
     for (;;) {
         if (!decoder.DecodeScan(&reader, scan, markers->restartInterval)) return false;

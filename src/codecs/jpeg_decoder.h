@@ -128,7 +128,8 @@ enum class ColorOverride : uint8_t {
 // for one component, 3 for the others), the first at `topRow`, each next one
 // `stride` bytes further (negative for bottom-up DIBs). Pixels beyond the
 // image are left alone; image pixels beyond these rows are decoded but not
-// written.
+// written. With no `topRow` nothing is transformed: a decode for an observer
+// only entropy-decodes.
 struct JpegOutput {
     uint8_t* topRow = nullptr;
     ptrdiff_t stride = 0;
@@ -136,15 +137,35 @@ struct JpegOutput {
     uint32_t height = 0;
 };
 
-// Called, when set, before every MCU of a sequential Huffman scan is
-// decoded: the MCU's index in the scan, the position of its first bit (the
-// byte's offset from the start of the source and the bit within it, 0 = the
-// most significant) and the DC predictors of the scan's components before it
-// (already reset at a restart marker). Copy mode builds its MCU index on it.
+struct Frame;
+struct DecoderTables;
+struct ScanHeader;
+
+// Where one MCU's entropy-coded bits lie: from the start position to the end
+// position, each as a byte offset from the start of the source and a bit
+// within that byte (0 = the most significant). The end is where the next
+// MCU would begin were there no restart marker between them.
+struct McuSpan {
+    uint64_t startByte = 0;
+    uint32_t startBit = 0;
+    uint64_t endByte = 0;
+    uint32_t endBit = 0;
+};
+
+// Watches the entropy decoding of a sequential Huffman frame whose first
+// scan holds every component (the frames decoded as they stream in); other
+// frames are not decoded at all when an observer is set (the decode ends at
+// once, successfully, with no call made). Copy mode builds its MCU index on
+// it. Either call returns false to end the decode there, successfully.
 class McuObserver {
 public:
     virtual ~McuObserver() = default;
-    virtual void OnMcu(uint32_t mcuIndex, uint64_t byteOffset, uint32_t bitOffset, const int32_t* dcPredictors,
+    // Before the scan's first MCU: the frame, the tables in force and the scan.
+    virtual bool OnScan(const Frame& frame, const DecoderTables& tables, const ScanHeader& scan) = 0;
+    // After each MCU: its index in the scan, its bits, and the DC predictors
+    // of the scan's components before it (already reset by a restart marker
+    // in front of it) and after it.
+    virtual bool OnMcu(uint32_t mcuIndex, const McuSpan& span, const int32_t* before, const int32_t* after,
                        uint32_t componentCount) = 0;
 };
 

@@ -349,24 +349,25 @@ bool FrameDecoder::DecodeStreamingScan(BitReader* reader, const ScanHeader& scan
         ac[i] = &tables_.ac[scan.acTable[i]];
         parts[i] = &component_[scan.componentIndex[i]];
     }
+    McuObserver* observer = options_.observer;
+    if (observer != nullptr && !observer->OnScan(frame_, tables_, scan)) return true;
     uint32_t mcuIndex = 0, expected = 0, sinceRestart = 0;
-    int32_t predictors[kMaxScanComponents];
+    McuSpan span;
+    int32_t before[kMaxScanComponents], after[kMaxScanComponents];
     std::memset(flatValues_, 0xFF, sizeof(flatValues_));
     for (uint32_t row = 0; row < mcusHigh_; ++row) {
         // Rows below the output are not needed unless someone records the MCUs.
-        if (options_.observer == nullptr && uint64_t{row} * mcuPixelsHigh_ >= outRows_) return true;
+        const bool transform = uint64_t{row} * mcuPixelsHigh_ < outRows_;
+        if (observer == nullptr && !transform) return true;
         for (uint32_t column = 0; column < mcusWide_; ++column, ++mcuIndex) {
             if (restartInterval != 0 && sinceRestart == restartInterval) {
                 if (!Restart(reader, &expected, scan)) return false;
                 sinceRestart = 0;
             }
             ++sinceRestart;
-            if (options_.observer != nullptr) {
-                uint64_t byteOffset = 0;
-                uint32_t bitOffset = 0;
-                reader->BitPosition(&byteOffset, &bitOffset);
-                for (uint32_t i = 0; i < scan.count; ++i) predictors[i] = parts[i]->predictor;
-                options_.observer->OnMcu(mcuIndex, byteOffset, bitOffset, predictors, scan.count);
+            if (observer != nullptr) {
+                reader->BitPosition(&span.startByte, &span.startBit);
+                for (uint32_t i = 0; i < scan.count; ++i) before[i] = parts[i]->predictor;
             }
             for (uint32_t i = 0; i < scan.count; ++i) {
                 Component& c = *parts[i];
@@ -378,7 +379,9 @@ bool FrameDecoder::DecodeStreamingScan(BitReader* reader, const ScanHeader& scan
                                                    maxAcSize_, &hasAc)) {
                             return Fail();
                         }
-                        if (hasAc || frame_.precision != 8) {
+                        if (!transform) {
+                            std::memset(block, 0, sizeof(block));
+                        } else if (hasAc || frame_.precision != 8) {
                             TransformBlock(block, c.quant, out, c.bandStride);
                             std::memset(block, 0, sizeof(block));
                         } else {
@@ -387,6 +390,12 @@ bool FrameDecoder::DecodeStreamingScan(BitReader* reader, const ScanHeader& scan
                         }
                     }
                 }
+            }
+            if (observer != nullptr) {
+                if (reader->Overrun()) return Fail();
+                reader->BitPosition(&span.endByte, &span.endBit);
+                for (uint32_t i = 0; i < scan.count; ++i) after[i] = parts[i]->predictor;
+                if (!observer->OnMcu(mcuIndex, span, before, after, scan.count)) return true;
             }
         }
         if (reader->Overrun()) return Fail();

@@ -13,6 +13,8 @@ bool BuildHuffmanTable(const uint8_t* counts, const uint8_t* values, size_t valu
     std::memset(table->acFast, 0, sizeof(table->acFast));
     std::memset(table->values, 0, sizeof(table->values));
     std::memcpy(table->values, values, valueCount);
+    std::memcpy(table->counts, counts, sizeof(table->counts));
+    table->valueCount = static_cast<uint16_t>(valueCount);
 
     uint32_t code = 0;
     int32_t index = 0;

@@ -24,6 +24,10 @@ struct HuffmanTable {
     int32_t maxCode[17];
     int32_t valueOffset[17];
     uint8_t values[256];
+    // The table as its DHT segment gave it: codes per length 1..16 and the
+    // number of symbols, so that it can be written out again.
+    uint8_t counts[16];
+    uint16_t valueCount;
 };
 
 // Builds `table` from 16 code counts and their `valueCount` symbols. False

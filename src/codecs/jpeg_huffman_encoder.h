@@ -65,6 +65,11 @@ public:
     // Codes one lossless difference (H.1.2.2): the category's code, then its
     // extra bits; category 16 has none.
     void EncodeDifference(int32_t difference, const HuffmanCodes& table);
+    // Writes `count` (0..24) bits as they are, the most significant first.
+    void PutBits(uint32_t bits, uint32_t count) {
+        Reserve();
+        Put(bits, count);
+    }
     // Pads the last byte with one bits and writes what is buffered.
     void Finish();
 

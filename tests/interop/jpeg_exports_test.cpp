@@ -146,7 +146,8 @@ TEST_F(JpegExports, InformationRecordAndItsChecks) {
 TEST_F(JpegExports, LibraryHandlesAnswerFromTheirRecord) {
     const Bytes bytes = Make("-quality 60 -progressive");
     velmora::ErrorRecord record;
-    velmora::Stream* stream = velmora::OpenFixedMemoryStream(bytes.data(), static_cast<uint32_t>(bytes.size()), &record);
+    velmora::Stream* stream =
+        velmora::OpenFixedMemoryStream(bytes.data(), static_cast<uint32_t>(bytes.size()), &record);
     ASSERT_NE(stream, nullptr);
     HGLOBAL jpeg = velmora::jpeg::CreateJpegHandle(stream, bytes.size(), &record);
     ASSERT_NE(jpeg, nullptr);
@@ -184,16 +185,35 @@ TEST_F(JpegExports, LibraryHandlesAnswerFromTheirRecord) {
 
 // Rectangles of MCUs out of sequential streams of every sampling: each copy is a stream
 // djpeg reads and our decoder shows exactly the region of the whole image.
+// The segments of a stream with marker `marker`, each from its marker on.
+std::vector<Bytes> Segments(const Bytes& stream, uint8_t marker) {
+    std::vector<Bytes> found;
+    for (size_t at = 2; at + 4 <= stream.size() && stream[at] == 0xFF;) {
+        const size_t length = size_t{stream[at + 2]} << 8 | stream[at + 3];
+        if (stream[at + 1] == marker) found.emplace_back(stream.begin() + at, stream.begin() + at + 2 + length);
+        if (stream[at + 1] == 0xDA) break;
+        at += 2 + length;
+    }
+    return found;
+}
+
+// Copies keep the source's Huffman tables when their MCUs are spliced out of
+// the source's entropy-coded data: mode 1 of sequential streams whose tables
+// can code every DC difference the copy needs (cjpeg's standard tables can).
+// Progressive streams and mode 2 are coded again; every copy must show
+// exactly the pixels of its region, whatever way it was made.
 TEST_F(JpegExports, CopiedRectanglesShowTheSamePixels) {
     const struct {
         const char* name;
         const char* options;
         int mcuWidth, mcuHeight;
+        bool spliced;
     } kStreams[] = {
-        {"4:2:0", "-quality 75", 16, 16},
-        {"4:2:2 with restarts", "-quality 90 -sample 2x1 -restart 1", 16, 8},
-        {"4:4:4 optimised", "-quality 95 -sample 1x1 -optimize", 8, 8},
-        {"grey", "-quality 50 -grayscale", 8, 8},
+        {"4:2:0", "-quality 75", 16, 16, true},
+        {"4:2:2 with restarts", "-quality 90 -sample 2x1 -restart 1", 16, 8, true},
+        {"4:2:0 restarts every third MCU", "-quality 80 -restart 3B", 16, 16, true},
+        {"4:4:4 optimised", "-quality 95 -sample 1x1 -optimize", 8, 8, false},
+        {"grey", "-quality 50 -grayscale", 8, 8, true},
     };
     for (const auto& kind : kStreams) {
         SCOPED_TRACE(kind.name);
@@ -211,9 +231,14 @@ TEST_F(JpegExports, CopiedRectanglesShowTheSamePixels) {
                 HGLOBAL copy = GetVelmoraJPEGMCUData(jpeg, &request, &size);
                 ASSERT_NE(copy, nullptr) << std::hex << GetLastVelmoraErrorCode();
                 EXPECT_TRUE(SameRegion(whole, rect, Decode(copy))) << rect.left << "," << rect.top << " mode " << mode;
-                std::ofstream(Path("copy.jpg"), std::ios::binary)
-                    .write(static_cast<const char*>(velmora::platform::MemLock(copy)), size);
+                const auto* copied = static_cast<const uint8_t*>(velmora::platform::MemLock(copy));
+                const Bytes copyBytes(copied, copied + size);
                 velmora::platform::MemUnlock(copy);
+                if (kind.spliced && mode == VELMORA_JPEG_MCU_MODE1) {
+                    EXPECT_EQ(Segments(copyBytes, 0xC4), Segments(bytes, 0xC4));
+                }
+                std::ofstream(Path("copy.jpg"), std::ios::binary)
+                    .write(reinterpret_cast<const char*>(copyBytes.data()), size);
                 EXPECT_TRUE(Shell("/usr/bin/djpeg -outfile /dev/null " + Path("copy.jpg")));
                 CloseVelmoraJPEG(copy);
             }
@@ -226,6 +251,17 @@ TEST_F(JpegExports, CopiedRectanglesShowTheSamePixels) {
         }
         CloseVelmoraJPEG(jpeg);
     }
+    // cjpeg's progressive streams send new Huffman tables before each scan,
+    // which no copy can follow; the whole stream still copies.
+    HGLOBAL progressive = HostBlock(Make("-progressive"));
+    const RECT rect = {0, 0, 16, 16};
+    DWORD size = 0;
+    EXPECT_EQ(GetVelmoraJPEGMCUDataProgress(progressive, &rect, nullptr, 0, &size), nullptr);
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 0x02000005u);
+    HGLOBAL whole = GetVelmoraJPEGMCUDataProgress(progressive, nullptr, nullptr, 0, &size);
+    EXPECT_NE(whole, nullptr);
+    CloseVelmoraJPEG(whole);
+    CloseVelmoraJPEG(progressive);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 // JPEG-compressed TIFF pages that the libtiff corpus cannot check exactly:
+// pages whose strips the library's own encoder wrote, read back by libtiff;
 // YCbCr pages (libtiff smooths chroma while upsampling, the reader
 // replicates it) are compared with djpeg's decoding of the very streams the
 // strips and tiles hold; old-style JPEG pages, which no current writer
@@ -13,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <map>
 #include <string>
@@ -21,6 +23,8 @@
 #include <gtest/gtest.h>
 
 #include "../unit/tiff_builder.h"
+#include "codecs/jpeg_encoder.h"
+#include "io/stream.h"
 #include "platform/platform.h"
 #include "velmora/velmora.h"
 
@@ -322,6 +326,126 @@ TEST_F(JpegTiffPages, OldStylePagesMatchDjpeg) {
             EXPECT_LE(LargestDifference(actual, expected), 1);
             EXPECT_GE(LargestDifference(actual, expected), 0);
         }
+    }
+}
+
+// A stream the encoder writes, as bytes.
+Bytes Encoded(const std::function<bool(velmora::Stream*, velmora::ErrorRecord*)>& write) {
+    velmora::ErrorRecord record;
+    velmora::Stream* stream = velmora::OpenMemoryStream(false, &record);
+    if (!write(stream, &record)) {
+        HGLOBAL discarded = velmora::CloseStream(stream, nullptr);
+        velmora::platform::MemFree(discarded);
+        return {};
+    }
+    HGLOBAL data = velmora::CloseStream(stream, nullptr);
+    const auto* p = static_cast<const uint8_t*>(velmora::platform::MemLock(data));
+    Bytes bytes(p, p + velmora::platform::MemSize(data));
+    velmora::platform::MemUnlock(data);
+    velmora::platform::MemFree(data);
+    return bytes;
+}
+
+// Pages as a TIFF writer makes them with the encoder: the tables once in
+// JPEGTables, every 16-row strip an abbreviated stream. libtiff must decode
+// them as the library does: grey exactly (both transform with the same
+// integer IDCT), YCbCr without subsampling within 1 (colour conversion),
+// YCbCr 4:2:0 close (libtiff interpolates chroma, the library replicates).
+TEST_F(JpegTiffPages, StripsTheEncoderWritesDecodeInLibtiff) {
+    Picture source;
+    ASSERT_TRUE(Shell("/usr/bin/convert " + Path("source.ppm") + " " + Path("source2.ppm")));
+    ASSERT_TRUE(ReadPnm(Path("source2.ppm"), &source));
+    const struct {
+        const char* name;
+        uint32_t channels;
+        velmora::jpeg::ChromaSampling sampling;
+        int tolerance;
+    } kPages[] = {
+        {"grey", 1, velmora::jpeg::ChromaSampling::H1V1, 0},
+        {"YCbCr 1x1", 3, velmora::jpeg::ChromaSampling::H1V1, 1},
+        {"YCbCr 2x2", 3, velmora::jpeg::ChromaSampling::H2V2, 24},
+    };
+    constexpr uint32_t kRowsPerStrip = 16;
+    for (const auto& page : kPages) {
+        SCOPED_TRACE(page.name);
+        Bytes pixels;
+        for (size_t i = 0; i < source.pixels.size(); i += 3) {
+            if (page.channels == 3) {
+                pixels.insert(pixels.end(), source.pixels.begin() + i, source.pixels.begin() + i + 3);
+            } else {
+                pixels.push_back(source.pixels[i + 1]);
+            }
+        }
+        velmora::jpeg::JpegEncoderSettings settings;
+        settings.quality = 80;
+        settings.sampling = page.sampling;
+        settings.writeComment = false;
+        const Bytes tables = Encoded([&](velmora::Stream* stream, velmora::ErrorRecord* record) {
+            return velmora::jpeg::WriteJpegTables(static_cast<uint8_t>(page.channels), settings, stream, record);
+        });
+        ASSERT_FALSE(tables.empty());
+        settings.omitTables = true;
+
+        velmora::testing::TiffBuilder builder(false, false);
+        Bytes& bytes = builder.bytes();
+        std::vector<uint64_t> offsets, counts;
+        const size_t rowBytes = size_t{source.width} * page.channels;
+        for (uint32_t top = 0; top < source.height; top += kRowsPerStrip) {
+            velmora::jpeg::JpegRows rows;
+            rows.top = pixels.data() + top * rowBytes;
+            rows.stride = static_cast<ptrdiff_t>(rowBytes);
+            rows.width = source.width;
+            rows.height = std::min(kRowsPerStrip, source.height - top);
+            rows.bytesPerPixel = static_cast<uint8_t>(page.channels);
+            rows.redFirst = true;
+            const Bytes strip = Encoded([&](velmora::Stream* stream, velmora::ErrorRecord* record) {
+                return velmora::jpeg::EncodeJpegRows(rows, settings, stream, nullptr, record);
+            });
+            ASSERT_FALSE(strip.empty());
+            offsets.push_back(bytes.size());
+            counts.push_back(strip.size());
+            bytes.insert(bytes.end(), strip.begin(), strip.end());
+        }
+        const uint64_t tablesAt = bytes.size();
+        bytes.insert(bytes.end(), tables.begin(), tables.end());
+        Field bits = Short(258, {8, 8, 8});
+        bits.count = page.channels;
+        bits.values.resize(page.channels);
+        std::vector<Field> fields = {Long(256, {source.width}),
+                                     Long(257, {source.height}),
+                                     bits,
+                                     Short(259, {7}),
+                                     Short(262, {page.channels == 3 ? 6u : 1u}),
+                                     Field{273, 4, offsets.size(), offsets},
+                                     Short(277, {page.channels}),
+                                     Long(278, {kRowsPerStrip}),
+                                     Field{279, 4, counts.size(), counts},
+                                     Field{347, 7, tables.size(), {}, tablesAt}};
+        if (page.channels == 3) {
+            const uint64_t factor = page.sampling == velmora::jpeg::ChromaSampling::H2V2 ? 2 : 1;
+            fields.push_back(Short(530, {factor, factor}));
+        }
+        builder.AddDirectory(fields);
+        const std::string path = Path("written.tif");
+        WriteAll(path, bytes);
+
+        Picture ours;
+        uint32_t error = 0;
+        ASSERT_TRUE(ReadPage(path, page.channels, &ours, &error)) << std::hex << error;
+        TIFF* tiff = TIFFOpen(path.c_str(), "r");
+        ASSERT_NE(tiff, nullptr);
+        if (page.channels == 3) TIFFSetField(tiff, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
+        Picture theirs{source.width, source.height, page.channels, Bytes(rowBytes * source.height)};
+        for (uint32_t strip = 0; strip < offsets.size(); ++strip) {
+            ASSERT_GE(TIFFReadEncodedStrip(tiff, strip, theirs.pixels.data() + strip * kRowsPerStrip * rowBytes,
+                                           static_cast<tmsize_t>(-1)),
+                      0)
+                << strip;
+        }
+        TIFFClose(tiff);
+        const int largest = LargestDifference(ours, theirs);
+        EXPECT_GE(largest, 0);
+        EXPECT_LE(largest, page.tolerance) << largest;
     }
 }
 

@@ -587,20 +587,24 @@ TEST(JpegDecoderStreams, TablesFromElsewhere) {
     EXPECT_EQ(record.code, kErrBadFileData);
 }
 
-// The copy-mode hook sees every MCU with its first bit and the DC
-// predictors before it, reset by restart markers.
-TEST(JpegDecoderStreams, McuObserverSeesPositionsAndPredictors) {
+// The copy-mode hook sees every MCU with where its bits begin and end and
+// the DC predictors around it, reset by restart markers; it can end the
+// decode early.
+TEST(JpegDecoderStreams, McuObserverSeesSpansAndPredictors) {
     struct Recorder : McuObserver {
         struct Mcu {
             uint32_t index;
-            uint64_t byte;
-            uint32_t bit;
-            int32_t predictor;
+            McuSpan span;
+            int32_t before, after;
         };
         std::vector<Mcu> mcus;
-        void OnMcu(uint32_t index, uint64_t byte, uint32_t bit, const int32_t* predictors, uint32_t count) override {
-            ASSERT_EQ(count, 1u);
-            mcus.push_back({index, byte, bit, predictors[0]});
+        size_t stopAfter = 100;
+        bool OnScan(const Frame&, const DecoderTables&, const ScanHeader&) override { return true; }
+        bool OnMcu(uint32_t index, const McuSpan& span, const int32_t* before, const int32_t* after,
+                   uint32_t count) override {
+            EXPECT_EQ(count, 1u);
+            mcus.push_back({index, span, before[0], after[0]});
+            return mcus.size() < stopAfter;
         }
     } recorder;
     // Three blocks; a restart after the second. Block 1: DC 80 (category 7,
@@ -617,15 +621,27 @@ TEST(JpegDecoderStreams, McuObserverSeesPositionsAndPredictors) {
     ErrorRecord record;
     ASSERT_TRUE(decoder.Decode(JpegSource::Memory(stream.data(), stream.size()), options, &record)) << record.code;
     ASSERT_EQ(recorder.mcus.size(), 3u);
-    EXPECT_EQ(recorder.mcus[0].byte, head.size());
-    EXPECT_EQ(recorder.mcus[0].bit, 0u);
-    EXPECT_EQ(recorder.mcus[1].byte, head.size() + 2);
-    EXPECT_EQ(recorder.mcus[1].bit, 4u);
-    EXPECT_EQ(recorder.mcus[1].predictor, 80);
-    EXPECT_EQ(recorder.mcus[2].byte, head.size() + first.size() + 2);
-    EXPECT_EQ(recorder.mcus[2].bit, 0u);
-    EXPECT_EQ(recorder.mcus[2].predictor, 0);
+    const auto& mcus = recorder.mcus;
+    EXPECT_EQ(mcus[0].span.startByte, head.size());
+    EXPECT_EQ(mcus[0].span.startBit, 0u);
+    EXPECT_EQ(mcus[0].span.endByte, head.size() + 2);
+    EXPECT_EQ(mcus[0].span.endBit, 4u);
+    EXPECT_EQ(mcus[1].span.startByte, head.size() + 2);
+    EXPECT_EQ(mcus[1].span.startBit, 4u);
+    EXPECT_EQ(mcus[1].before, 80);
+    EXPECT_EQ(mcus[1].after, 96);
+    EXPECT_LE(mcus[1].span.endByte * 8 + mcus[1].span.endBit, (head.size() + first.size()) * 8);
+    EXPECT_GT(mcus[1].span.endByte * 8 + mcus[1].span.endBit, (head.size() + first.size() - 1) * 8);
+    EXPECT_EQ(mcus[2].span.startByte, head.size() + first.size() + 2);
+    EXPECT_EQ(mcus[2].span.startBit, 0u);
+    EXPECT_EQ(mcus[2].before, 0);
+    EXPECT_EQ(mcus[2].after, -8);
     EXPECT_EQ(pixels[16], 127);
+
+    recorder.mcus.clear();
+    recorder.stopAfter = 1;
+    ASSERT_TRUE(decoder.Decode(JpegSource::Memory(stream.data(), stream.size()), options, &record)) << record.code;
+    EXPECT_EQ(recorder.mcus.size(), 1u);
 }
 
 BOOL VELMORA_CALLBACK Cancel(DWORD, UINT_PTR) { return 0; }
