@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """The velmora program on files made by the peers: `info --json` describes
-every page as libtiff does, `render` writes a bitmap Pillow reads back with
-the page's pixels, and JPEG files (alone and in TIFF pages) decode as djpeg
-decodes them."""
+every page as libtiff does (orientations as tiffinfo reports them), `render`
+writes a bitmap Pillow reads back with the page's pixels, and JPEG files
+(alone and in TIFF pages) decode as djpeg decodes them."""
 import json
 import os
 import shutil
@@ -47,6 +47,55 @@ def check_jpeg(velmora, tmp, colour):
         print("the JPEG page differs from Pillow's decoding:", info)
         failures += 1
     return failures
+
+
+# tiffinfo's words for the eight TIFF orientations, by value.
+TIFFINFO_ORIENTATIONS = {
+    "row 0 top, col 0 lhs": 1, "row 0 top, col 0 rhs": 2, "row 0 bottom, col 0 rhs": 3,
+    "row 0 bottom, col 0 lhs": 4, "row 0 lhs, col 0 top": 5, "row 0 rhs, col 0 top": 6,
+    "row 0 rhs, col 0 bottom": 7, "row 0 lhs, col 0 bottom": 8,
+}
+ORIENTATION_NAMES = ["top-left", "top-right", "bottom-right", "bottom-left", "left-top", "right-top",
+                     "right-bottom", "left-bottom"]
+
+
+def tiffinfo_orientations(path):
+    """The orientation of every directory as tiffinfo reports it (1 when it reports none)."""
+    orientations = []
+    for line in run("tiffinfo", path).splitlines():
+        if line.startswith("TIFF Directory at offset"):
+            orientations.append(1)
+        elif line.strip().startswith("Orientation:"):
+            orientations[-1] = TIFFINFO_ORIENTATIONS[line.split(":", 1)[1].strip().rstrip(".")]
+    return orientations
+
+
+def check_orientations(velmora, tmp):
+    """Pages in the eight orientations made by ImageMagick, one page without
+    the tag and one given it by tiffset, in one file made by tiffcp."""
+    pages = []
+    for value, name in enumerate(["TopLeft", "TopRight", "BottomRight", "BottomLeft", "LeftTop", "RightTop",
+                                  "RightBottom", "LeftBottom"], 1):
+        page = os.path.join(tmp, "orient%d.tif" % value)
+        run("/usr/bin/convert", "-size", "%dx%d" % (30 + value, 20), "gradient:", "-depth", "8", "-orient", name, page)
+        pages.append(page)
+    for name, value in (("plain.tif", None), ("tagged.tif", "7")):
+        page = os.path.join(tmp, name)
+        Image.new("L", (23, 11), 128).save(page)
+        if value:
+            run("tiffset", "-s", "274", value, page)
+        pages.append(page)
+    document = os.path.join(tmp, "orientations.tif")
+    run("tiffcp", *pages, document)
+    theirs = tiffinfo_orientations(document)
+    ours = [p["orientation"] for p in json.loads(run(velmora, "info", document, "--json"))["pages"]]
+    text = run(velmora, "info", document).splitlines()[1:]
+    named = [line.rsplit("orientation ", 1)[1] for line in text]
+    if ours != theirs or theirs != [1, 2, 3, 4, 5, 6, 7, 8, 1, 7] or \
+            named != [ORIENTATION_NAMES[value - 1] for value in theirs]:
+        print("orientations: ours", ours, named, "tiffinfo", theirs)
+        return 1
+    return 0
 
 
 def main():
@@ -106,9 +155,11 @@ def main():
                 ImageChops.difference(Image.open(out).convert("RGB"), theirs.convert("RGB")).getbbox() is not None:
             print("the sample document:", info)
             failures += 1
+        if shutil.which("tiffset") and shutil.which("tiffinfo"):
+            failures += check_orientations(velmora, tmp)
         if shutil.which("cjpeg") and shutil.which("djpeg"):
             failures += check_jpeg(velmora, tmp, colour)
-    print("%d passed, %d failed" % (10 - failures, failures))
+    print("%d passed, %d failed" % (11 - failures, failures))
     return 1 if failures else 0
 
 

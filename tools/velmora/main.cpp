@@ -40,8 +40,8 @@ const Command kCommands[] = {
      RunError},
     {"info", "velmora info FILE [--json]",
      "Describe a document: its type, its pages and, per page, size, colour, compression,\n"
-     "photometric interpretation, resolution and tiling (for JPEG files: the JPEG process\n"
-     "and the sampling). --json prints one JSON object.",
+     "photometric interpretation, resolution, tiling and orientation (for JPEG files: the\n"
+     "JPEG process and the sampling). --json prints one JSON object.",
      RunInfo},
     {"render", "velmora render FILE [--page N] -o OUT.bmp",
      "Decode one page of a TIFF or JPEG file (the first by default) and save it as a\n"
@@ -222,6 +222,7 @@ struct PageFacts {
     WORD compression = 3;
     DWORD tiled = 0;
     VelmoraResolutionScale resolution = {};
+    DWORD orientation = 0;  // 0: unknown
 };
 
 // Reads what the interface says of a page; false at the end of the document
@@ -234,6 +235,28 @@ bool ReadPage(HGLOBAL tiff, DWORD page, PageFacts* facts) {
     IsVelmoraTIFFTiled(tiff, page, &facts->tiled);
     GetVelmoraTIFFResolution(tiff, page, &facts->resolution);
     return true;
+}
+
+// The TIFF Orientation values by where row 0 and column 0 lie.
+const char* OrientationName(DWORD orientation) {
+    static const char* const kNames[] = {"top-left", "top-right", "bottom-right", "bottom-left",
+                                         "left-top", "right-top", "right-bottom", "left-bottom"};
+    return orientation >= 1 && orientation <= 8 ? kNames[orientation - 1] : "unknown";
+}
+
+// Fills in each page's orientation from the document view of the file; a
+// file the document cannot describe leaves them unknown.
+void ReadOrientations(const char* path, std::vector<PageFacts>* pages) {
+    HGLOBAL document = OpenVelmoraTIFFDocument(path);
+    if (document == nullptr) return;
+    for (size_t i = 0; i < pages->size(); ++i) {
+        VelmoraTIFFDocumentIFDInfo info = {};
+        info.size = VELMORA_TIFF_DOCUMENT_IFD_INFO_SIZE_V3;
+        if (GetVelmoraTIFFDocumentIFDInfo(document, static_cast<DWORD>(i + 1), &info)) {
+            (*pages)[i].orientation = info.orientation;
+        }
+    }
+    CloseVelmoraTIFFDocument(document);
 }
 
 double Value(DWORD numerator, DWORD denominator) {
@@ -323,6 +346,7 @@ int RunInfo(int argc, char** argv) {
         DWORD code = GetLastVelmoraErrorCode();
         CloseVelmoraTIFF(tiff);
         if (code != VELMORA_ERROR_IFD_NOT_FOUND) return Fail(path);
+        ReadOrientations(path, &pages);
     }
 
     if (json) {
@@ -334,13 +358,14 @@ int RunInfo(int argc, char** argv) {
             std::printf(
                 "%s\n  {\"page\": %zu, \"width\": %lu, \"length\": %lu, \"bits\": %d, \"colour\": %s, "
                 "\"compression\": %s, \"photometric\": %s, \"xResolution\": %g, \"yResolution\": %g, "
-                "\"resolutionUnit\": %s, \"layout\": %s}",
+                "\"resolutionUnit\": %s, \"layout\": %s, \"orientation\": %s}",
                 i == 0 ? "" : ",", i + 1, static_cast<unsigned long>(p.width), static_cast<unsigned long>(p.length),
                 colour.bits, JsonString(colour.name).c_str(), JsonString(CompressionName(p.compression)).c_str(),
                 JsonString(PhotometricName(p.photometric)).c_str(),
                 Value(p.resolution.xNumerator, p.resolution.xDenominator),
                 Value(p.resolution.yNumerator, p.resolution.yDenominator),
-                JsonString(UnitName(p.resolution.unit)).c_str(), JsonString(p.tiled ? "tiles" : "strips").c_str());
+                JsonString(UnitName(p.resolution.unit)).c_str(), JsonString(p.tiled ? "tiles" : "strips").c_str(),
+                p.orientation == 0 ? "null" : std::to_string(p.orientation).c_str());
         }
         std::printf("%s]}\n", pages.empty() ? "" : "\n");
         return 0;
@@ -351,12 +376,12 @@ int RunInfo(int argc, char** argv) {
     for (size_t i = 0; i < pages.size(); ++i) {
         const PageFacts& p = pages[i];
         ColourKind colour = ColourOf(p.colour);
-        std::printf("  page %zu: %lu x %lu, %s (%d bit%s), %s, %s, %g x %g per %s, %s\n", i + 1,
+        std::printf("  page %zu: %lu x %lu, %s (%d bit%s), %s, %s, %g x %g per %s, %s, orientation %s\n", i + 1,
                     static_cast<unsigned long>(p.width), static_cast<unsigned long>(p.length), colour.name, colour.bits,
                     colour.bits == 1 ? "" : "s", CompressionName(p.compression), PhotometricName(p.photometric),
                     Value(p.resolution.xNumerator, p.resolution.xDenominator),
                     Value(p.resolution.yNumerator, p.resolution.yDenominator), UnitName(p.resolution.unit),
-                    p.tiled ? "tiles" : "strips");
+                    p.tiled ? "tiles" : "strips", OrientationName(p.orientation));
     }
     return 0;
 }

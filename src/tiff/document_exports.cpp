@@ -1,0 +1,184 @@
+// Exported functions of TIFF documents: opening a TIFF file or an open TIFF
+// as a document, its page and IFD queries, and closing it.
+#include <string>
+
+#include "frame/export_call.h"
+#include "frame/wide_text.h"
+#include "platform/platform.h"
+#include "tiff/document.h"
+#include "tiff/tiff_file.h"
+#include "velmora/velmora.h"
+
+using velmora::ExportCall;
+using velmora::TiffDocument;
+using velmora::TiffFile;
+
+namespace {
+
+constexpr WORD kOpenFlags =
+    VELMORA_TIFF_DOCUMENT_WIDE_NAME | VELMORA_TIFF_DOCUMENT_COMPANION_REPLACE | VELMORA_TIFF_DOCUMENT_COMPANION_ADD;
+constexpr WORD kCompanionFlags = VELMORA_TIFF_DOCUMENT_COMPANION_REPLACE | VELMORA_TIFF_DOCUMENT_COMPANION_ADD;
+
+// The document behind a host's handle, or null after error 6.
+TiffDocument* DocumentOf(ExportCall& call, HGLOBAL handle) {
+    if (!call.Handle(handle)) return nullptr;
+    TiffDocument* document = velmora::TiffDocumentFromHandle(handle);
+    if (document == nullptr) ExportCall::Fail(velmora::kErrInvalidHandle);
+    return document;
+}
+
+TiffFile* TiffOf(ExportCall& call, HGLOBAL handle) {
+    if (!call.Handle(handle)) return nullptr;
+    TiffFile* tiff = velmora::TiffFromHandle(handle);
+    if (tiff == nullptr) ExportCall::Fail(velmora::kErrInvalidHandle);
+    return tiff;
+}
+
+uint8_t CompanionMode(WORD flags) {
+    if (flags & VELMORA_TIFF_DOCUMENT_COMPANION_REPLACE) return velmora::kCompanionReplace;
+    if (flags & VELMORA_TIFF_DOCUMENT_COMPANION_ADD) return velmora::kCompanionAdd;
+    return velmora::kCompanionWhereMissing;
+}
+
+}  // namespace
+
+HGLOBAL VELMORA_API OpenVelmoraTIFFDocumentEx(const VelmoraOpenTIFFDocument* open) {
+    ExportCall call;
+    if (!call.Gate() || !call.Readable(open, sizeof open->size)) return nullptr;
+    if (!call.Value(open->size == VELMORA_OPEN_TIFF_DOCUMENT_SIZE_V1) || !call.Readable(open, open->size)) {
+        return nullptr;
+    }
+    const WORD flags = open->flags;
+    if (!call.Value((flags & ~kOpenFlags) == 0 && (flags & kCompanionFlags) != kCompanionFlags)) return nullptr;
+    std::u16string wide;
+    if (flags & VELMORA_TIFF_DOCUMENT_WIDE_NAME) {
+        const char16_t* name = velmora::FromHost(static_cast<const WCHAR*>(open->name));
+        if (!call.String(name)) return nullptr;
+        wide = name;
+    } else {
+        const char* name = static_cast<const char*>(open->name);
+        if (!call.String(name)) return nullptr;
+        uint32_t error = 0;
+        if (!velmora::platform::NarrowToWide(name, &wide, &error)) {
+            velmora::SetErrorCode(error);
+            return nullptr;
+        }
+    }
+    TiffDocument* document = velmora::OpenTiffDocumentFile(wide.c_str(), CompanionMode(flags), &call.record);
+    if (!call.Finish()) return nullptr;
+    return velmora::TiffDocumentHandle(document);
+}
+
+HGLOBAL VELMORA_API OpenVelmoraTIFFDocument(LPCSTR name) {
+    VelmoraOpenTIFFDocument open = {};
+    open.size = VELMORA_OPEN_TIFF_DOCUMENT_SIZE_V1;
+    open.name = name;
+    return OpenVelmoraTIFFDocumentEx(&open);
+}
+
+HGLOBAL VELMORA_API OpenVelmoraTIFFDocumentTIFF(HGLOBAL handle, LONG flags) {
+    ExportCall call;
+    TiffFile* tiff;
+    if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr) return nullptr;
+    const bool own = (flags & VELMORA_TIFF_DOCUMENT_OWN_TIFF) != 0;
+    TiffDocument* document = velmora::BuildTiffDocument(tiff, own, nullptr, &call.record);
+    if (!call.Finish()) return nullptr;
+    return velmora::TiffDocumentHandle(document);
+}
+
+BOOL VELMORA_API CloseVelmoraTIFFDocument(HGLOBAL handle) {
+    ExportCall call;
+    TiffDocument* document;
+    if (!call.Gate() || (document = DocumentOf(call, handle)) == nullptr) return 0;
+    velmora::CloseTiffDocument(document, &call.record);
+    return call.Finish();
+}
+
+HGLOBAL VELMORA_API GetVelmoraTIFFDocumentTIFF(HGLOBAL handle) {
+    ExportCall call;
+    TiffDocument* document;
+    if (!call.Gate() || (document = DocumentOf(call, handle)) == nullptr) return nullptr;
+    return velmora::TiffHandle(document->tiff);
+}
+
+DWORD VELMORA_API GetVelmoraTIFFDocumentIFDCount(HGLOBAL handle) {
+    ExportCall call;
+    TiffDocument* document;
+    if (!call.Gate() || (document = DocumentOf(call, handle)) == nullptr) return 0;
+    return document->rowCount;
+}
+
+LONG VELMORA_API GetVelmoraTIFFDocumentPageCount(HGLOBAL handle) {
+    ExportCall call;
+    TiffDocument* document;
+    if (!call.Gate() || (document = DocumentOf(call, handle)) == nullptr) return -1;
+    return static_cast<LONG>(document->pageCount);
+}
+
+BOOL VELMORA_API GetVelmoraTIFFDocumentPageNumbersOK(HGLOBAL handle) {
+    // Hosts call this right after a failed call and still expect to read
+    // that failure: the thread's error from before the call becomes the
+    // library's last error once the handle is accepted.
+    const uint32_t earlier = velmora::platform::GetSystemError();
+    ExportCall call;
+    TiffDocument* document;
+    if (!call.Gate() || (document = DocumentOf(call, handle)) == nullptr) return 0;
+    velmora::SetErrorCode(earlier);
+    return (document->flags & velmora::kDocumentPageNumbersOk) != 0 ? -1 : 0;
+}
+
+BOOL VELMORA_API GetVelmoraTIFFDocumentIFDInfo(HGLOBAL handle, DWORD ifd, VelmoraTIFFDocumentIFDInfo* info) {
+    ExportCall call;
+    TiffDocument* document;
+    if (!call.Gate() || (document = DocumentOf(call, handle)) == nullptr || !call.Readable(info, sizeof info->size)) {
+        return 0;
+    }
+    const DWORD size = info->size;
+    if (!call.Value(size == VELMORA_TIFF_DOCUMENT_IFD_INFO_SIZE_V1 || size == VELMORA_TIFF_DOCUMENT_IFD_INFO_SIZE_V2 ||
+                    size == VELMORA_TIFF_DOCUMENT_IFD_INFO_SIZE_V3) ||
+        !call.Writable(info, size)) {
+        return 0;
+    }
+    const velmora::TiffIfdRow* row = velmora::TiffDocumentRow(document, ifd);
+    if (!call.Value(row != nullptr)) return 0;
+    info->page = row->page;
+    info->width = row->width;
+    info->height = row->height;
+    info->subfileType = row->subfileType;
+    info->photometric = row->photometric;
+    if (size >= VELMORA_TIFF_DOCUMENT_IFD_INFO_SIZE_V2)
+        info->exchanged = (row->flags & velmora::kIfdExchanged) ? -1 : 0;
+    if (size >= VELMORA_TIFF_DOCUMENT_IFD_INFO_SIZE_V3) info->orientation = row->orientation;
+    return 1;
+}
+
+// Copying IFDs out of a document writes TIFF, which needs the TIFF writer.
+// Until the library has one, both functions check their arguments as they
+// will then and answer "not implemented" (120).
+
+BOOL VELMORA_API GetVelmoraTIFFDocumentIFDTIFF(HGLOBAL handle, DWORD ifd, HGLOBAL* memory, DWORD* size) {
+    ExportCall call;
+    TiffDocument* document;
+    if (!call.Gate() || (document = DocumentOf(call, handle)) == nullptr || !call.Writable(memory, sizeof *memory) ||
+        !call.Writable(size, sizeof *size)) {
+        return 0;
+    }
+    *memory = nullptr;
+    *size = 0;
+    if (!call.Value(velmora::TiffDocumentRow(document, ifd) != nullptr)) return 0;
+    ExportCall::Fail(velmora::kErrCallNotImplemented);
+    return 0;
+}
+
+BOOL VELMORA_API CopyVelmoraTIFFDocumentPage(HGLOBAL handle, DWORD page, HGLOBAL destination,
+                                             VelmoraAppendTIFF* append) {
+    ExportCall call;
+    TiffDocument* document;
+    if (!call.Gate() || (document = DocumentOf(call, handle)) == nullptr || TiffOf(call, destination) == nullptr ||
+        !call.Value(page != 0 && page <= document->pageCount)) {
+        return 0;
+    }
+    static_cast<void>(append);
+    ExportCall::Fail(velmora::kErrCallNotImplemented);
+    return 0;
+}
