@@ -4,7 +4,9 @@
 #include <emmintrin.h>
 #define VELMORA_ADLER_SSE2 1
 #endif
-// Processors with AVX2 take 32 bytes per step, chosen at run time.
+// Processors with AVX2 take 32 bytes per step, those with the AVX-512 dot
+// products of bytes 64, chosen at run time (not on Windows, where GCC does
+// not align spilled 256-bit and 512-bit registers).
 #if VELMORA_ADLER_SSE2 && defined(__x86_64__) && defined(__GNUC__) && !defined(_WIN32)
 #include <immintrin.h>
 #define VELMORA_ADLER_AVX2 1
@@ -85,7 +87,54 @@ __attribute__((target("avx2"))) size_t BlocksAvx2(const uint8_t* bytes, size_t r
     return blocks * 32;
 }
 
+#define VELMORA_AVX512_VNNI __attribute__((target("avx512f,avx512bw,avx512vnni")))
+
+// Through memory: three times per run of bytes.
+VELMORA_AVX512_VNNI inline uint32_t SumLanesAvx512(__m512i v) {
+    uint32_t lanes[16];
+    _mm512_storeu_si512(lanes, v);
+    uint32_t sum = 0;
+    for (uint32_t lane : lanes) sum += lane;
+    return sum;
+}
+
+// Blocks of 64 bytes, two per step: one dot product instruction weighs a
+// block's bytes and adds them up in fours. The two blocks of a step keep
+// separate weighted sums, so that neither waits on the other, and the
+// second block counts the first one's sum among those before it.
+VELMORA_AVX512_VNNI size_t BlocksVnni(const uint8_t* bytes, size_t run, uint32_t* a, uint32_t* b) {
+    const size_t pairs = run / 128;
+    if (pairs == 0) return 0;
+    alignas(64) static const int8_t kWeights[64] = {64, 63, 62, 61, 60, 59, 58, 57, 56, 55, 54, 53, 52, 51, 50, 49,
+                                                    48, 47, 46, 45, 44, 43, 42, 41, 40, 39, 38, 37, 36, 35, 34, 33,
+                                                    32, 31, 30, 29, 28, 27, 26, 25, 24, 23, 22, 21, 20, 19, 18, 17,
+                                                    16, 15, 14, 13, 12, 11, 10, 9,  8,  7,  6,  5,  4,  3,  2,  1};
+    const __m512i weights = _mm512_load_si512(kWeights);
+    const __m512i zero = _mm512_setzero_si512();
+    __m512i sums = zero, before = zero, weightedFirst = zero, weightedSecond = zero;
+    for (size_t k = 0; k < pairs; ++k, bytes += 128) {
+        const __m512i first = _mm512_loadu_si512(bytes);
+        const __m512i second = _mm512_loadu_si512(bytes + 64);
+        const __m512i firstSum = _mm512_sad_epu8(first, zero);
+        before = _mm512_add_epi32(before, _mm512_add_epi32(_mm512_add_epi32(sums, sums), firstSum));
+        sums = _mm512_add_epi32(sums, _mm512_add_epi32(firstSum, _mm512_sad_epu8(second, zero)));
+        weightedFirst = _mm512_dpbusd_epi32(weightedFirst, first, weights);
+        weightedSecond = _mm512_dpbusd_epi32(weightedSecond, second, weights);
+    }
+    const uint32_t weighted = SumLanesAvx512(_mm512_add_epi32(weightedFirst, weightedSecond));
+    *b += static_cast<uint32_t>(pairs * 128) * *a + 64 * SumLanesAvx512(before) + weighted;
+    *a += SumLanesAvx512(sums);
+    return pairs * 128;
+}
+
+bool HasVnni() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+           __builtin_cpu_supports("avx512vnni");
+}
+
 const bool kHaveAvx2 = __builtin_cpu_supports("avx2");
+const bool kHaveVnni = HasVnni();
 
 #endif
 
@@ -117,7 +166,8 @@ uint32_t Adler32Update(uint32_t adler, const uint8_t* bytes, size_t count) {
         size_t run = count < kMaxRun ? count : kMaxRun;
         count -= run;
 #if VELMORA_ADLER_AVX2
-        size_t done = kHaveAvx2 ? BlocksAvx2(bytes, run, &a, &b) : Blocks(bytes, run, &a, &b);
+        size_t done = kHaveVnni ? BlocksVnni(bytes, run, &a, &b) : 0;
+        done += kHaveAvx2 ? BlocksAvx2(bytes + done, run - done, &a, &b) : Blocks(bytes + done, run - done, &a, &b);
 #else
         size_t done = Blocks(bytes, run, &a, &b);
 #endif

@@ -576,24 +576,49 @@ uint8_t* CopyFarMatch(uint8_t* out, const uint8_t* base, uint32_t dist, uint32_t
     return out + length;
 }
 
-// Decodes symbols while at least kFastInput input bytes remain and `outLimit`
-// is not reached (the buffer has room for two literals and a match past it),
-// so that neither end needs a check per symbol. The state lives in locals,
-// out of reach of the output's byte stores. Returns 1 at the end of the
-// block, -1 at an invalid code, 0 when the careful loop must take over.
-int StreamDecoder::FastSymbols(const uint32_t* literal, const uint32_t* distance, uint8_t* outLimit) {
-    if (end_ - in_ < kFastInput || out_ >= outLimit) return 0;
-    const uint8_t* in = in_;
-    const uint8_t* const inLimit = end_ - kFastInput;
-    uint64_t bits = bits_;
-    unsigned count = count_;
-    uint8_t* out = out_;
-    const uint8_t* const base = base_;
-    const uint32_t windowMask = windowMask_;
+// The part of a stream's state that the fast loop works on.
+struct FastCursor {
+    const uint8_t* in;
+    const uint8_t* inLimit;  // the loop stops past this (kFastInput before the end)
+    uint64_t bits;
+    unsigned count;
+    uint8_t* out;
+    uint8_t* outLimit;
+    const uint8_t* base;
+    uint32_t windowMask;
+    const uint32_t* literal;
+    const uint32_t* distance;
+};
+
+// Decodes symbols while at least kFastInput input bytes remain and the
+// output limit is not reached (the buffer has room for two literals and a
+// match past it), so that neither end needs a check per symbol. The state
+// lives in locals, out of reach of the output's byte stores. Returns 1 at
+// the end of the block, -1 at an invalid code, 0 when the careful loop must
+// take over.
+#if defined(__GNUC__)
+#define VELMORA_ALWAYS_INLINE inline __attribute__((always_inline))
+#else
+#define VELMORA_ALWAYS_INLINE inline
+#endif
+
+VELMORA_ALWAYS_INLINE int DecodeFast(FastCursor& cursor) {
+    const uint8_t* in = cursor.in;
+    const uint8_t* const inLimit = cursor.inLimit;
+    uint64_t bits = cursor.bits;
+    unsigned count = cursor.count;
+    uint8_t* out = cursor.out;
+    uint8_t* const outLimit = cursor.outLimit;
+    const uint8_t* const base = cursor.base;
+    const uint32_t windowMask = cursor.windowMask;
+    const uint32_t* const literal = cursor.literal;
+    const uint32_t* const distance = cursor.distance;
     int result = 0;
     // A refill leaves at least 56 bits: three literal entries of the primary
-    // table take at most 36, a length with its extra bits 20 and a distance
-    // with its extra bits 28. There are at most two refills per round.
+    // table take at most 36; a length with its extra bits takes at most 20,
+    // and the refill after it leaves 28 for the next lookup once the
+    // distance has taken its at most 28. There are at most two refills per
+    // round.
     // Only the low byte of `count` is the number of bits held (below 64):
     // whole entries are subtracted from it, their low byte being the bits
     // they take, and the bits above are left as they fall.
@@ -659,18 +684,23 @@ int StreamDecoder::FastSymbols(const uint32_t* literal, const uint32_t* distance
         }
         const uint32_t length = Amount(e, bits);
         drop(e);
-        uint32_t d = distance[bits & kDistanceMask];
+        // The distance is read from the bits left after the length (at least
+        // 36), so that the refill for the symbol after it goes on beside and
+        // the next lookup waits on the distance's entry alone: a refill adds
+        // bits only above those held.
+        const uint64_t held = bits;
+        refill();
+        uint32_t d = distance[held & kDistanceMask];
         if (d & kSpecialFlag) {
             if (d & kLinkFlag)
-                d = distance[Value(d) + (static_cast<uint32_t>(bits >> kDistanceBits) & ((1u << CodeBits(d)) - 1))];
+                d = distance[Value(d) + (static_cast<uint32_t>(held >> kDistanceBits) & ((1u << CodeBits(d)) - 1))];
             if (d & kSpecialFlag) {
                 result = -1;
                 break;
             }
         }
-        uint32_t dist = Amount(d, bits);
+        const uint32_t dist = Amount(d, held);
         drop(d);
-        refill();
         e = literal[bits & kLiteralMask];
         if (dist > windowMask + 1 || dist > static_cast<size_t>(out - base)) {
             out = CopyFarMatch(out, base, dist, length, windowMask);
@@ -679,10 +709,39 @@ int StreamDecoder::FastSymbols(const uint32_t* literal, const uint32_t* distance
         CopyMatch(out, dist, length);
         out += length;
     } while (out < outLimit && in <= inLimit);
-    in_ = in;
-    bits_ = bits;
-    count_ = count & 0xFF;
-    out_ = out;
+    cursor.in = in;
+    cursor.bits = bits;
+    cursor.count = count & 0xFF;
+    cursor.out = out;
+    return result;
+}
+
+// The loop compiled twice on x86-64: processors with BMI2 shift and mask the
+// bit buffer by a register count in one instruction each.
+int DecodeFastPortable(FastCursor& cursor) { return DecodeFast(cursor); }
+
+using FastRoutine = int (*)(FastCursor&);
+
+#if defined(__x86_64__) && defined(__GNUC__)
+__attribute__((target("bmi2"))) int DecodeFastBmi2(FastCursor& cursor) { return DecodeFast(cursor); }
+
+FastRoutine ChooseFastRoutine() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("bmi2") ? DecodeFastBmi2 : DecodeFastPortable;
+}
+#else
+FastRoutine ChooseFastRoutine() { return DecodeFastPortable; }
+#endif
+
+int StreamDecoder::FastSymbols(const uint32_t* literal, const uint32_t* distance, uint8_t* outLimit) {
+    if (end_ - in_ < kFastInput || out_ >= outLimit) return 0;
+    FastCursor cursor{in_, end_ - kFastInput, bits_, count_, out_, outLimit, base_, windowMask_, literal, distance};
+    static const FastRoutine decodeFast = ChooseFastRoutine();
+    const int result = decodeFast(cursor);
+    in_ = cursor.in;
+    bits_ = cursor.bits;
+    count_ = cursor.count;
+    out_ = cursor.out;
     return result;
 }
 
