@@ -5,7 +5,8 @@
 // uneven last strip, tiles with uneven edges, all eight orientations, and
 // 1, 2, 4, 8 and 16-bit grey, palette, RGB chunky and planar (with and
 // without alpha), CMYK and subsampled YCbCr pages, and JPEG-compressed grey
-// and RGB pages.
+// and RGB pages. The velmora program describes every file as libtiff does
+// and renders a page of each to a bitmap with the same pixels.
 #include <tiffio.h>
 #include <unistd.h>
 
@@ -13,6 +14,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -23,7 +26,22 @@
 
 namespace {
 
-enum class Kind { kBlack1, kWhite1, kGrey2, kGrey4, kGrey8, kGrey16, kPalette4, kPalette8, kRgb, kRgbPlanar, kRgba, kCmyk, kYcbcr22, kYcbcr21 };
+enum class Kind {
+    kBlack1,
+    kWhite1,
+    kGrey2,
+    kGrey4,
+    kGrey8,
+    kGrey16,
+    kPalette4,
+    kPalette8,
+    kRgb,
+    kRgbPlanar,
+    kRgba,
+    kCmyk,
+    kYcbcr22,
+    kYcbcr21
+};
 
 struct Variant {
     Kind kind;
@@ -35,7 +53,7 @@ struct Variant {
     uint16_t orientation = 1;
     bool bigEndian = false;
     bool bigTiff = false;
-    bool lsbFirst = false;      // FillOrder 2
+    bool lsbFirst = false;  // FillOrder 2
 };
 
 struct Rgb {
@@ -66,10 +84,10 @@ uint32_t Sample(uint32_t x, uint32_t y, uint32_t c, uint32_t bits, uint32_t seed
     uint32_t region = ((x / 37) + (y / 23) + seed) % 4;
     uint64_t v;
     switch (region) {
-        case 0: v = (uint64_t{x} * max) / 400; break;                          // horizontal ramp
-        case 1: v = ((x / 8 + y / 8 + c) % 2) ? max : 0; break;                 // checks
+        case 0: v = (uint64_t{x} * max) / 400; break;                             // horizontal ramp
+        case 1: v = ((x / 8 + y / 8 + c) % 2) ? max : 0; break;                   // checks
         case 2: v = Hash(x * 7919u + y * 104729u + c * 31u + seed) & max; break;  // noise
-        default: v = (uint64_t{y + c * 40} * max) / 300; break;                 // vertical ramp
+        default: v = (uint64_t{y + c * 40} * max) / 300; break;                   // vertical ramp
     }
     return static_cast<uint32_t>(v > max ? max : v);
 }
@@ -83,27 +101,77 @@ struct Layout {
 Layout LayoutOf(Kind kind) {
     Layout l;
     switch (kind) {
-        case Kind::kBlack1: l.bits = 1; l.photometric = PHOTOMETRIC_MINISBLACK; break;
-        case Kind::kWhite1: l.bits = 1; l.photometric = PHOTOMETRIC_MINISWHITE; break;
-        case Kind::kGrey2: l.bits = 2; l.photometric = PHOTOMETRIC_MINISBLACK; break;
-        case Kind::kGrey4: l.bits = 4; l.photometric = PHOTOMETRIC_MINISWHITE; break;
-        case Kind::kGrey8: l.bits = 8; l.photometric = PHOTOMETRIC_MINISBLACK; break;
-        case Kind::kGrey16: l.bits = 16; l.photometric = PHOTOMETRIC_MINISBLACK; break;
-        case Kind::kPalette4: l.bits = 4; l.photometric = PHOTOMETRIC_PALETTE; l.palette = true; break;
-        case Kind::kPalette8: l.bits = 8; l.photometric = PHOTOMETRIC_PALETTE; l.palette = true; break;
-        case Kind::kRgb: l.samples = 3; l.photometric = PHOTOMETRIC_RGB; break;
-        case Kind::kRgbPlanar: l.samples = 3; l.photometric = PHOTOMETRIC_RGB; l.planar = PLANARCONFIG_SEPARATE; break;
-        case Kind::kRgba: l.samples = 4; l.photometric = PHOTOMETRIC_RGB; l.extra = 1; break;
-        case Kind::kCmyk: l.samples = 4; l.photometric = PHOTOMETRIC_SEPARATED; break;
-        case Kind::kYcbcr22: l.samples = 3; l.photometric = PHOTOMETRIC_YCBCR; l.subH = 2; l.subV = 2; break;
-        case Kind::kYcbcr21: l.samples = 3; l.photometric = PHOTOMETRIC_YCBCR; l.subH = 2; l.subV = 1; break;
+        case Kind::kBlack1:
+            l.bits = 1;
+            l.photometric = PHOTOMETRIC_MINISBLACK;
+            break;
+        case Kind::kWhite1:
+            l.bits = 1;
+            l.photometric = PHOTOMETRIC_MINISWHITE;
+            break;
+        case Kind::kGrey2:
+            l.bits = 2;
+            l.photometric = PHOTOMETRIC_MINISBLACK;
+            break;
+        case Kind::kGrey4:
+            l.bits = 4;
+            l.photometric = PHOTOMETRIC_MINISWHITE;
+            break;
+        case Kind::kGrey8:
+            l.bits = 8;
+            l.photometric = PHOTOMETRIC_MINISBLACK;
+            break;
+        case Kind::kGrey16:
+            l.bits = 16;
+            l.photometric = PHOTOMETRIC_MINISBLACK;
+            break;
+        case Kind::kPalette4:
+            l.bits = 4;
+            l.photometric = PHOTOMETRIC_PALETTE;
+            l.palette = true;
+            break;
+        case Kind::kPalette8:
+            l.bits = 8;
+            l.photometric = PHOTOMETRIC_PALETTE;
+            l.palette = true;
+            break;
+        case Kind::kRgb:
+            l.samples = 3;
+            l.photometric = PHOTOMETRIC_RGB;
+            break;
+        case Kind::kRgbPlanar:
+            l.samples = 3;
+            l.photometric = PHOTOMETRIC_RGB;
+            l.planar = PLANARCONFIG_SEPARATE;
+            break;
+        case Kind::kRgba:
+            l.samples = 4;
+            l.photometric = PHOTOMETRIC_RGB;
+            l.extra = 1;
+            break;
+        case Kind::kCmyk:
+            l.samples = 4;
+            l.photometric = PHOTOMETRIC_SEPARATED;
+            break;
+        case Kind::kYcbcr22:
+            l.samples = 3;
+            l.photometric = PHOTOMETRIC_YCBCR;
+            l.subH = 2;
+            l.subV = 2;
+            break;
+        case Kind::kYcbcr21:
+            l.samples = 3;
+            l.photometric = PHOTOMETRIC_YCBCR;
+            l.subH = 2;
+            l.subV = 1;
+            break;
     }
     return l;
 }
 
 const char* KindName(Kind kind) {
-    static const char* const kNames[] = {"black1", "white1", "grey2", "grey4", "grey8", "grey16", "pal4",
-                                         "pal8", "rgb", "rgbplanar", "rgba", "cmyk", "ycbcr22", "ycbcr21"};
+    static const char* const kNames[] = {"black1", "white1", "grey2",     "grey4", "grey8", "grey16",  "pal4",
+                                         "pal8",   "rgb",    "rgbplanar", "rgba",  "cmyk",  "ycbcr22", "ycbcr21"};
     return kNames[static_cast<int>(kind)];
 }
 
@@ -266,22 +334,22 @@ std::string NameOf(const Variant& v, int index) {
 std::vector<Variant> Corpus() {
     std::vector<Variant> corpus;
     const Kind bilevel[] = {Kind::kBlack1, Kind::kWhite1};
-    const Kind others[] = {Kind::kGrey2, Kind::kGrey4,     Kind::kGrey8, Kind::kGrey16, Kind::kPalette4,
-                           Kind::kPalette8, Kind::kRgb, Kind::kRgbPlanar, Kind::kRgba, Kind::kCmyk};
+    const Kind others[] = {Kind::kGrey2,    Kind::kGrey4, Kind::kGrey8,     Kind::kGrey16, Kind::kPalette4,
+                           Kind::kPalette8, Kind::kRgb,   Kind::kRgbPlanar, Kind::kRgba,   Kind::kCmyk};
     struct Coding {
         uint16_t compression;
         uint32_t t4Options;
         uint16_t predictor;
     };
     const Coding bilevelCodings[] = {
-        {COMPRESSION_NONE, 0, 1},      {COMPRESSION_CCITTRLE, 0, 1},   {COMPRESSION_CCITTRLEW, 0, 1},
-        {COMPRESSION_CCITTFAX3, 0, 1}, {COMPRESSION_CCITTFAX3, 1, 1},  {COMPRESSION_CCITTFAX3, 5, 1},
-        {COMPRESSION_CCITTFAX4, 0, 1}, {COMPRESSION_LZW, 0, 1},        {COMPRESSION_ADOBE_DEFLATE, 0, 1},
+        {COMPRESSION_NONE, 0, 1},      {COMPRESSION_CCITTRLE, 0, 1},  {COMPRESSION_CCITTRLEW, 0, 1},
+        {COMPRESSION_CCITTFAX3, 0, 1}, {COMPRESSION_CCITTFAX3, 1, 1}, {COMPRESSION_CCITTFAX3, 5, 1},
+        {COMPRESSION_CCITTFAX4, 0, 1}, {COMPRESSION_LZW, 0, 1},       {COMPRESSION_ADOBE_DEFLATE, 0, 1},
         {COMPRESSION_PACKBITS, 0, 1},
     };
     const Coding otherCodings[] = {
-        {COMPRESSION_NONE, 0, 1}, {COMPRESSION_LZW, 0, 1}, {COMPRESSION_LZW, 0, 2}, {COMPRESSION_ADOBE_DEFLATE, 0, 1},
-        {COMPRESSION_ADOBE_DEFLATE, 0, 2}, {COMPRESSION_PACKBITS, 0, 1},
+        {COMPRESSION_NONE, 0, 1},          {COMPRESSION_LZW, 0, 1},           {COMPRESSION_LZW, 0, 2},
+        {COMPRESSION_ADOBE_DEFLATE, 0, 1}, {COMPRESSION_ADOBE_DEFLATE, 0, 2}, {COMPRESSION_PACKBITS, 0, 1},
     };
     struct Placement {
         uint32_t rows, tile;
@@ -309,7 +377,8 @@ std::vector<Variant> Corpus() {
     for (Kind kind : others) {
         for (const Coding& c : otherCodings) {
             if (c.predictor == 2 && LayoutOf(kind).bits != 8) continue;  // the predictor is for 8-bit samples
-            for (const Placement& p : placements) add(Variant{kind, c.compression, c.t4Options, c.predictor, p.rows, p.tile});
+            for (const Placement& p : placements)
+                add(Variant{kind, c.compression, c.t4Options, c.predictor, p.rows, p.tile});
         }
     }
     // JPEG pages stored as grey or RGB samples (no colour transform, no
@@ -372,12 +441,27 @@ Image Oriented(const Image& in, uint16_t orientation, bool wholePage) {
             uint32_t lastX = in.width - 1, lastY = in.height - 1;
             switch (orientation) {
                 case 2: ox = lastX - x; break;
-                case 3: ox = lastX - x; oy = lastY - y; break;
+                case 3:
+                    ox = lastX - x;
+                    oy = lastY - y;
+                    break;
                 case 4: oy = lastY - y; break;
-                case 5: ox = y; oy = x; break;
-                case 6: ox = lastY - y; oy = x; break;
-                case 7: ox = lastY - y; oy = lastX - x; break;
-                case 8: ox = y; oy = lastX - x; break;
+                case 5:
+                    ox = y;
+                    oy = x;
+                    break;
+                case 6:
+                    ox = lastY - y;
+                    oy = x;
+                    break;
+                case 7:
+                    ox = lastY - y;
+                    oy = lastX - x;
+                    break;
+                case 8:
+                    ox = y;
+                    oy = lastX - x;
+                    break;
                 default: break;
             }
             out.pixels[size_t{oy} * out.width + ox] = in.at(x, y);
@@ -419,6 +503,58 @@ bool FromDib(HGLOBAL dib, Image* image) {
     return true;
 }
 
+// What a command prints on standard output; empty when it fails.
+std::string Output(const std::string& command) {
+    std::string text;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) return text;
+    char buffer[4096];
+    for (size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) text.append(buffer, got);
+    return pclose(pipe) == 0 ? text : std::string();
+}
+
+// The numbers following every `"key": ` of a JSON text, in order.
+std::vector<long> Numbers(const std::string& json, const std::string& key) {
+    std::vector<long> values;
+    const std::string pattern = "\"" + key + "\": ";
+    for (size_t at = json.find(pattern); at != std::string::npos; at = json.find(pattern, at + 1)) {
+        values.push_back(std::strtol(json.c_str() + at + pattern.size(), nullptr, 10));
+    }
+    return values;
+}
+
+// A BMP file as a DIB in a movable block.
+HGLOBAL LoadBmp(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const size_t kFileHeader = 14;
+    if (bytes.size() <= kFileHeader + sizeof(BITMAPINFOHEADER) || bytes[0] != 'B' || bytes[1] != 'M') return nullptr;
+    HGLOBAL dib = velmora::platform::MemAlloc(GMEM_MOVEABLE, bytes.size() - kFileHeader);
+    std::memcpy(velmora::platform::MemLock(dib), bytes.data() + kFileHeader, bytes.size() - kFileHeader);
+    velmora::platform::MemUnlock(dib);
+    return dib;
+}
+
+// Compares a DIB's pixels with the expected ones, channel by channel.
+void ExpectSamePixels(HGLOBAL dib, const Image& expected, int tolerance, const std::string& what) {
+    Image actual;
+    ASSERT_TRUE(FromDib(dib, &actual)) << what;
+    ASSERT_EQ(actual.width, expected.width) << what;
+    ASSERT_EQ(actual.height, expected.height) << what;
+    size_t mismatches = 0, first = 0;
+    for (size_t p = 0; p < expected.pixels.size(); ++p) {
+        const Rgb& a = actual.pixels[p];
+        const Rgb& e = expected.pixels[p];
+        if (std::abs(a.r - e.r) > tolerance || std::abs(a.g - e.g) > tolerance || std::abs(a.b - e.b) > tolerance) {
+            if (mismatches++ == 0) first = p;
+        }
+    }
+    EXPECT_EQ(mismatches, 0u) << what << ": first at x=" << first % expected.width << " y=" << first / expected.width
+                              << ": " << int(actual.pixels[first].r) << "," << int(actual.pixels[first].g) << ","
+                              << int(actual.pixels[first].b) << " instead of " << int(expected.pixels[first].r) << ","
+                              << int(expected.pixels[first].g) << "," << int(expected.pixels[first].b);
+}
+
 class TiffReadCorpus : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -443,6 +579,7 @@ std::string TiffReadCorpus::directory_;
 TEST_F(TiffReadCorpus, EveryPageMatchesLibtiff) {
     std::vector<Variant> corpus = Corpus();
     int files = 0, pages = 0;
+    const std::string velmora = VELMORA_CLI;
     for (size_t i = 0; i < corpus.size(); ++i) {
         const Variant& v = corpus[i];
         std::string path = directory_ + "/" + NameOf(v, static_cast<int>(i));
@@ -491,31 +628,37 @@ TEST_F(TiffReadCorpus, EveryPageMatchesLibtiff) {
             HGLOBAL dib = ReadVelmoraOpenTIFFDIB(tiff, static_cast<DWORD>(page + 1));
             ASSERT_NE(dib, nullptr) << path << " page " << page + 1 << ": error " << std::hex
                                     << GetLastVelmoraErrorCode();
-            Image actual;
-            ASSERT_TRUE(FromDib(dib, &actual));
-            velmora::platform::MemFree(dib);
-            ASSERT_EQ(actual.width, expected.width) << path;
-            ASSERT_EQ(actual.height, expected.height) << path;
             // YCbCr: the reader converts in double precision, libtiff cuts its
             // intermediate luma and chroma values to integers first, which moves
             // a channel by up to three steps (1 + 1.772 before rounding).
-            int tolerance = v.kind == Kind::kYcbcr22 || v.kind == Kind::kYcbcr21 ? 3 : 0;
-            size_t mismatches = 0, first = 0;
-            for (size_t p = 0; p < expected.pixels.size(); ++p) {
-                const Rgb& a = actual.pixels[p];
-                const Rgb& e = expected.pixels[p];
-                if (std::abs(a.r - e.r) > tolerance || std::abs(a.g - e.g) > tolerance ||
-                    std::abs(a.b - e.b) > tolerance) {
-                    if (mismatches++ == 0) first = p;
-                }
+            const int tolerance = v.kind == Kind::kYcbcr22 || v.kind == Kind::kYcbcr21 ? 3 : 0;
+            ExpectSamePixels(dib, expected, tolerance, path + " page " + std::to_string(page + 1));
+            velmora::platform::MemFree(dib);
+            // The program renders one page of every file, alternately the first
+            // and the second.
+            if (page == static_cast<int>(i % 2)) {
+                const std::string bmp = path + ".bmp";
+                ASSERT_EQ(Output("'" + velmora + "' render '" + path + "' --page " + std::to_string(page + 1) +
+                                 " -o '" + bmp + "' 2>&1"),
+                          "")
+                    << path;
+                HGLOBAL rendered = LoadBmp(bmp);
+                ASSERT_NE(rendered, nullptr) << bmp;
+                ExpectSamePixels(rendered, expected, tolerance, "velmora render " + path);
+                velmora::platform::MemFree(rendered);
             }
-            EXPECT_EQ(mismatches, 0u) << path << " page " << page + 1 << ": first at x=" << first % expected.width
-                                      << " y=" << first / expected.width << ": " << int(actual.pixels[first].r) << ","
-                                      << int(actual.pixels[first].g) << "," << int(actual.pixels[first].b)
-                                      << " instead of " << int(expected.pixels[first].r) << ","
-                                      << int(expected.pixels[first].g) << "," << int(expected.pixels[first].b);
             ++pages;
         }
+        // What the program says of the file: its two pages with libtiff's
+        // dimensions and orientation.
+        const std::string json = Output("'" + velmora + "' info '" + path + "' --json");
+        uint32_t width = 0, length = 0;
+        TIFFGetField(original, TIFFTAG_IMAGEWIDTH, &width);
+        TIFFGetField(original, TIFFTAG_IMAGELENGTH, &length);
+        ASSERT_EQ(Numbers(json, "page"), (std::vector<long>{1, 2})) << path << ": " << json;
+        EXPECT_EQ(Numbers(json, "width").back(), static_cast<long>(width)) << path;
+        EXPECT_EQ(Numbers(json, "length").back(), static_cast<long>(length)) << path;
+        EXPECT_EQ(Numbers(json, "orientation"), (std::vector<long>{v.orientation, v.orientation})) << path;
         CloseVelmoraTIFF(tiff);
         TIFFClose(in);
         TIFFClose(original);
