@@ -5,23 +5,12 @@
 #include "platform/platform.h"
 #include "tiff/page_info.h"
 #include "tiff/page_numbering.h"
+#include "tiff/tags.h"
 
 namespace velmora {
 namespace {
 
 constexpr uint32_t kDocumentSignature = 0x54444F43u;  // "TDOC"
-
-// Tags whose presence the rows record, in ascending order.
-enum : uint16_t {
-    kTagOrientation = 274,
-    kTagWangAnnotations = 32932,
-    kTagSecondAnnotations = 33581,
-    kTagAnnotations = 33938,
-    kTagXScale = 33941,
-    kTagYScale = 33942,
-    kTagOcrText = 33944,
-    kTagPageInformation = 33945,
-};
 
 // SubfileType (255), the tag NewSubfileType replaced: 2 = reduced resolution.
 constexpr uint32_t kOldSubfileReduced = 2;

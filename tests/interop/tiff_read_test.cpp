@@ -26,22 +26,7 @@
 
 namespace {
 
-enum class Kind {
-    kBlack1,
-    kWhite1,
-    kGrey2,
-    kGrey4,
-    kGrey8,
-    kGrey16,
-    kPalette4,
-    kPalette8,
-    kRgb,
-    kRgbPlanar,
-    kRgba,
-    kCmyk,
-    kYcbcr22,
-    kYcbcr21
-};
+enum class Kind { kBlack1, kWhite1, kGrey2, kGrey4, kGrey8, kGrey16, kPalette4, kPalette8, kRgb, kRgbPlanar, kRgba, kCmyk, kYcbcr22, kYcbcr21 };
 
 struct Variant {
     Kind kind;
@@ -53,7 +38,7 @@ struct Variant {
     uint16_t orientation = 1;
     bool bigEndian = false;
     bool bigTiff = false;
-    bool lsbFirst = false;  // FillOrder 2
+    bool lsbFirst = false;      // FillOrder 2
 };
 
 struct Rgb {
@@ -84,10 +69,10 @@ uint32_t Sample(uint32_t x, uint32_t y, uint32_t c, uint32_t bits, uint32_t seed
     uint32_t region = ((x / 37) + (y / 23) + seed) % 4;
     uint64_t v;
     switch (region) {
-        case 0: v = (uint64_t{x} * max) / 400; break;                             // horizontal ramp
-        case 1: v = ((x / 8 + y / 8 + c) % 2) ? max : 0; break;                   // checks
+        case 0: v = (uint64_t{x} * max) / 400; break;                          // horizontal ramp
+        case 1: v = ((x / 8 + y / 8 + c) % 2) ? max : 0; break;                 // checks
         case 2: v = Hash(x * 7919u + y * 104729u + c * 31u + seed) & max; break;  // noise
-        default: v = (uint64_t{y + c * 40} * max) / 300; break;                   // vertical ramp
+        default: v = (uint64_t{y + c * 40} * max) / 300; break;                 // vertical ramp
     }
     return static_cast<uint32_t>(v > max ? max : v);
 }
@@ -101,77 +86,27 @@ struct Layout {
 Layout LayoutOf(Kind kind) {
     Layout l;
     switch (kind) {
-        case Kind::kBlack1:
-            l.bits = 1;
-            l.photometric = PHOTOMETRIC_MINISBLACK;
-            break;
-        case Kind::kWhite1:
-            l.bits = 1;
-            l.photometric = PHOTOMETRIC_MINISWHITE;
-            break;
-        case Kind::kGrey2:
-            l.bits = 2;
-            l.photometric = PHOTOMETRIC_MINISBLACK;
-            break;
-        case Kind::kGrey4:
-            l.bits = 4;
-            l.photometric = PHOTOMETRIC_MINISWHITE;
-            break;
-        case Kind::kGrey8:
-            l.bits = 8;
-            l.photometric = PHOTOMETRIC_MINISBLACK;
-            break;
-        case Kind::kGrey16:
-            l.bits = 16;
-            l.photometric = PHOTOMETRIC_MINISBLACK;
-            break;
-        case Kind::kPalette4:
-            l.bits = 4;
-            l.photometric = PHOTOMETRIC_PALETTE;
-            l.palette = true;
-            break;
-        case Kind::kPalette8:
-            l.bits = 8;
-            l.photometric = PHOTOMETRIC_PALETTE;
-            l.palette = true;
-            break;
-        case Kind::kRgb:
-            l.samples = 3;
-            l.photometric = PHOTOMETRIC_RGB;
-            break;
-        case Kind::kRgbPlanar:
-            l.samples = 3;
-            l.photometric = PHOTOMETRIC_RGB;
-            l.planar = PLANARCONFIG_SEPARATE;
-            break;
-        case Kind::kRgba:
-            l.samples = 4;
-            l.photometric = PHOTOMETRIC_RGB;
-            l.extra = 1;
-            break;
-        case Kind::kCmyk:
-            l.samples = 4;
-            l.photometric = PHOTOMETRIC_SEPARATED;
-            break;
-        case Kind::kYcbcr22:
-            l.samples = 3;
-            l.photometric = PHOTOMETRIC_YCBCR;
-            l.subH = 2;
-            l.subV = 2;
-            break;
-        case Kind::kYcbcr21:
-            l.samples = 3;
-            l.photometric = PHOTOMETRIC_YCBCR;
-            l.subH = 2;
-            l.subV = 1;
-            break;
+        case Kind::kBlack1: l.bits = 1; l.photometric = PHOTOMETRIC_MINISBLACK; break;
+        case Kind::kWhite1: l.bits = 1; l.photometric = PHOTOMETRIC_MINISWHITE; break;
+        case Kind::kGrey2: l.bits = 2; l.photometric = PHOTOMETRIC_MINISBLACK; break;
+        case Kind::kGrey4: l.bits = 4; l.photometric = PHOTOMETRIC_MINISWHITE; break;
+        case Kind::kGrey8: l.bits = 8; l.photometric = PHOTOMETRIC_MINISBLACK; break;
+        case Kind::kGrey16: l.bits = 16; l.photometric = PHOTOMETRIC_MINISBLACK; break;
+        case Kind::kPalette4: l.bits = 4; l.photometric = PHOTOMETRIC_PALETTE; l.palette = true; break;
+        case Kind::kPalette8: l.bits = 8; l.photometric = PHOTOMETRIC_PALETTE; l.palette = true; break;
+        case Kind::kRgb: l.samples = 3; l.photometric = PHOTOMETRIC_RGB; break;
+        case Kind::kRgbPlanar: l.samples = 3; l.photometric = PHOTOMETRIC_RGB; l.planar = PLANARCONFIG_SEPARATE; break;
+        case Kind::kRgba: l.samples = 4; l.photometric = PHOTOMETRIC_RGB; l.extra = 1; break;
+        case Kind::kCmyk: l.samples = 4; l.photometric = PHOTOMETRIC_SEPARATED; break;
+        case Kind::kYcbcr22: l.samples = 3; l.photometric = PHOTOMETRIC_YCBCR; l.subH = 2; l.subV = 2; break;
+        case Kind::kYcbcr21: l.samples = 3; l.photometric = PHOTOMETRIC_YCBCR; l.subH = 2; l.subV = 1; break;
     }
     return l;
 }
 
 const char* KindName(Kind kind) {
-    static const char* const kNames[] = {"black1", "white1", "grey2",     "grey4", "grey8", "grey16",  "pal4",
-                                         "pal8",   "rgb",    "rgbplanar", "rgba",  "cmyk",  "ycbcr22", "ycbcr21"};
+    static const char* const kNames[] = {"black1", "white1", "grey2", "grey4", "grey8", "grey16", "pal4",
+                                         "pal8", "rgb", "rgbplanar", "rgba", "cmyk", "ycbcr22", "ycbcr21"};
     return kNames[static_cast<int>(kind)];
 }
 
@@ -334,22 +269,22 @@ std::string NameOf(const Variant& v, int index) {
 std::vector<Variant> Corpus() {
     std::vector<Variant> corpus;
     const Kind bilevel[] = {Kind::kBlack1, Kind::kWhite1};
-    const Kind others[] = {Kind::kGrey2,    Kind::kGrey4, Kind::kGrey8,     Kind::kGrey16, Kind::kPalette4,
-                           Kind::kPalette8, Kind::kRgb,   Kind::kRgbPlanar, Kind::kRgba,   Kind::kCmyk};
+    const Kind others[] = {Kind::kGrey2, Kind::kGrey4,     Kind::kGrey8, Kind::kGrey16, Kind::kPalette4,
+                           Kind::kPalette8, Kind::kRgb, Kind::kRgbPlanar, Kind::kRgba, Kind::kCmyk};
     struct Coding {
         uint16_t compression;
         uint32_t t4Options;
         uint16_t predictor;
     };
     const Coding bilevelCodings[] = {
-        {COMPRESSION_NONE, 0, 1},      {COMPRESSION_CCITTRLE, 0, 1},  {COMPRESSION_CCITTRLEW, 0, 1},
-        {COMPRESSION_CCITTFAX3, 0, 1}, {COMPRESSION_CCITTFAX3, 1, 1}, {COMPRESSION_CCITTFAX3, 5, 1},
-        {COMPRESSION_CCITTFAX4, 0, 1}, {COMPRESSION_LZW, 0, 1},       {COMPRESSION_ADOBE_DEFLATE, 0, 1},
+        {COMPRESSION_NONE, 0, 1},      {COMPRESSION_CCITTRLE, 0, 1},   {COMPRESSION_CCITTRLEW, 0, 1},
+        {COMPRESSION_CCITTFAX3, 0, 1}, {COMPRESSION_CCITTFAX3, 1, 1},  {COMPRESSION_CCITTFAX3, 5, 1},
+        {COMPRESSION_CCITTFAX4, 0, 1}, {COMPRESSION_LZW, 0, 1},        {COMPRESSION_ADOBE_DEFLATE, 0, 1},
         {COMPRESSION_PACKBITS, 0, 1},
     };
     const Coding otherCodings[] = {
-        {COMPRESSION_NONE, 0, 1},          {COMPRESSION_LZW, 0, 1},           {COMPRESSION_LZW, 0, 2},
-        {COMPRESSION_ADOBE_DEFLATE, 0, 1}, {COMPRESSION_ADOBE_DEFLATE, 0, 2}, {COMPRESSION_PACKBITS, 0, 1},
+        {COMPRESSION_NONE, 0, 1}, {COMPRESSION_LZW, 0, 1}, {COMPRESSION_LZW, 0, 2}, {COMPRESSION_ADOBE_DEFLATE, 0, 1},
+        {COMPRESSION_ADOBE_DEFLATE, 0, 2}, {COMPRESSION_PACKBITS, 0, 1},
     };
     struct Placement {
         uint32_t rows, tile;
@@ -377,8 +312,7 @@ std::vector<Variant> Corpus() {
     for (Kind kind : others) {
         for (const Coding& c : otherCodings) {
             if (c.predictor == 2 && LayoutOf(kind).bits != 8) continue;  // the predictor is for 8-bit samples
-            for (const Placement& p : placements)
-                add(Variant{kind, c.compression, c.t4Options, c.predictor, p.rows, p.tile});
+            for (const Placement& p : placements) add(Variant{kind, c.compression, c.t4Options, c.predictor, p.rows, p.tile});
         }
     }
     // JPEG pages stored as grey or RGB samples (no colour transform, no
@@ -441,27 +375,12 @@ Image Oriented(const Image& in, uint16_t orientation, bool wholePage) {
             uint32_t lastX = in.width - 1, lastY = in.height - 1;
             switch (orientation) {
                 case 2: ox = lastX - x; break;
-                case 3:
-                    ox = lastX - x;
-                    oy = lastY - y;
-                    break;
+                case 3: ox = lastX - x; oy = lastY - y; break;
                 case 4: oy = lastY - y; break;
-                case 5:
-                    ox = y;
-                    oy = x;
-                    break;
-                case 6:
-                    ox = lastY - y;
-                    oy = x;
-                    break;
-                case 7:
-                    ox = lastY - y;
-                    oy = lastX - x;
-                    break;
-                case 8:
-                    ox = y;
-                    oy = lastX - x;
-                    break;
+                case 5: ox = y; oy = x; break;
+                case 6: ox = lastY - y; oy = x; break;
+                case 7: ox = lastY - y; oy = lastX - x; break;
+                case 8: ox = y; oy = lastX - x; break;
                 default: break;
             }
             out.pixels[size_t{oy} * out.width + ox] = in.at(x, y);
