@@ -10,6 +10,7 @@
 #include "codecs/jpeg_encoder_segments.h"
 #include "codecs/jpeg_encoder_thumbnail.h"
 #include "codecs/jpeg_huffman_encoder.h"
+#include "codecs/jpeg_marker_codes.h"
 #include "codecs/jpeg_markers.h"
 #include "codecs/jpeg_mcu_index.h"
 #include "codecs/jpeg_private_segment.h"
@@ -21,9 +22,6 @@
 namespace velmora::jpeg {
 namespace {
 
-constexpr uint8_t kMarkerSof1 = 0xC1;
-constexpr uint8_t kMarkerApp14 = 0xEE;
-constexpr uint8_t kMarkerRst0 = 0xD0;  // RST0 to RST7 follow it
 
 // What the segments of a copy say: the frame, the tables it uses (null where
 // none is written) and its one scan.
@@ -232,7 +230,7 @@ bool CoefficientCopier::Consume(const CoefficientImage& image, ErrorRecord* reco
     for (const uint16_t* table : header.quant) {
         if (table != nullptr) wideTables |= std::any_of(table, table + 64, [](uint16_t q) { return q > 255; });
     }
-    header.sofMarker = image.precision == 8 && !wideTables ? uint8_t{kMarkerSof0} : kMarkerSof1;
+    header.sofMarker = image.precision == 8 && !wideTables ? uint8_t{kMarkerSof0} : uint8_t{kMarkerSof1};
 
     // Huffman tables: the examples of Annex K, or tables for these symbols
     // (always at precisions the examples do not cover).

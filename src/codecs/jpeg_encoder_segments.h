@@ -3,23 +3,12 @@
 
 #include <cstdint>
 
+#include "codecs/jpeg_marker_codes.h"
 #include "codecs/jpeg_tables.h"
 #include "frame/error_record.h"
 #include "io/stream.h"
 
 namespace velmora::jpeg {
-
-enum : uint8_t {
-    kMarkerSof0 = 0xC0,
-    kMarkerSof3 = 0xC3,
-    kMarkerDht = 0xC4,
-    kMarkerSoi = 0xD8,
-    kMarkerEoi = 0xD9,
-    kMarkerSos = 0xDA,
-    kMarkerDqt = 0xDB,
-    kMarkerApp0 = 0xE0,
-    kMarkerCom = 0xFE,
-};
 
 // The components of a frame: identifiers 1, 2, 3; the first uses
 // quantisation and Huffman tables 0, the others tables 1.

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "codecs/jpeg_idct.h"
+#include "codecs/jpeg_marker_codes.h"
 
 namespace velmora::jpeg {
 namespace {
@@ -12,7 +13,6 @@ namespace {
 // ask for more than a page of any real size needs.
 constexpr uint64_t kMaxWorkingBytes = uint64_t{1} << 31;
 
-constexpr uint8_t kRst0 = 0xD0;
 
 uint32_t CeilDiv(uint64_t a, uint64_t b) { return static_cast<uint32_t>((a + b - 1) / b); }
 
@@ -311,7 +311,7 @@ bool FrameDecoder::Restart(BitReader* reader, uint32_t* expected, const ScanHead
     if (reader->Overrun()) return Fail();
     uint32_t marker = reader->marker() != 0 ? reader->marker() : reader->FindMarker();
     if (record_->failed()) return false;
-    if (marker != kRst0 + *expected) return Fail();
+    if (marker != kMarkerRst0 + *expected) return Fail();
     *expected = (*expected + 1) & 7;
     reader->Reset();
     for (uint32_t i = 0; i < scan.count; ++i) component_[scan.componentIndex[i]].predictor = 0;

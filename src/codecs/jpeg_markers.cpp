@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "codecs/jpeg_marker_codes.h"
 #include "codecs/jpeg_private_segment.h"
 
 namespace velmora::jpeg {
@@ -13,30 +14,11 @@ const uint8_t kZigZagToNatural[80] = {0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32
 
 namespace {
 
-enum : uint8_t {
-    kSof0 = 0xC0,
-    kDht = 0xC4,
-    kDac = 0xCC,
-    kRst0 = 0xD0,
-    kSoi = 0xD8,
-    kEoi = 0xD9,
-    kSos = 0xDA,
-    kDqt = 0xDB,
-    kDnl = 0xDC,
-    kDri = 0xDD,
-    kDhp = 0xDE,
-    kApp0 = 0xE0,
-    kApp1 = 0xE1,
-    kApp14 = 0xEE,
-    kCom = 0xFE,
-    kTem = 0x01,
-};
-
 constexpr uint16_t kJfifDamagedDensity = 65499;  // 0xFFDB: the bytes of a DQT marker
 
 uint32_t Big16(const uint8_t* p) { return (uint32_t{p[0]} << 8) | p[1]; }
 
-bool IsFrameMarker(uint8_t m) { return m >= 0xC0 && m <= 0xCF && m != kDht && m != 0xC8 && m != kDac; }
+bool IsFrameMarker(uint8_t m) { return m >= 0xC0 && m <= 0xCF && m != kMarkerDht && m != kMarkerJpg && m != kMarkerDac; }
 
 }  // namespace
 
@@ -52,11 +34,11 @@ bool MarkerReader::Fail() {
 bool MarkerReader::ReadStart() {
     if (record_->failed()) return false;
     uint8_t head[2] = {};
-    if (!in_->Read(head, 2, record_) || head[0] != 0xFF || head[1] != kSoi) {
+    if (!in_->Read(head, 2, record_) || head[0] != 0xFF || head[1] != kMarkerSoi) {
         SetRecordError(record_, kErrUnrecognizedFormat, 0);
         return false;
     }
-    previous_ = kSoi;
+    previous_ = kMarkerSoi;
     flags_ = kSingleTables;
     return true;
 }
@@ -83,36 +65,36 @@ MarkerEvent MarkerReader::Next(ScanHeader* scan) {
         bool ok = true;
         if (IsFrameMarker(m)) {
             ok = ReadFrame(m);
-        } else if ((m >= kRst0 && m <= kRst0 + 7) || m == kTem || m == kSoi) {
+        } else if ((m >= kMarkerRst0 && m <= kMarkerRst0 + 7) || m == kMarkerTem || m == kMarkerSoi) {
             continue;  // parameterless
         } else {
             switch (m) {
-                case kEoi: return MarkerEvent::End;
-                case kSos: {
+                case kMarkerEoi: return MarkerEvent::End;
+                case kMarkerSos: {
                     uint32_t length = 0;
                     if (!ReadSegment(&length) || !ReadScan(length, scan)) return MarkerEvent::EndOfData;
                     previous_ = m;
                     scanSeen = true;
                     return MarkerEvent::Scan;
                 }
-                case kDht:
-                case kDqt: {
+                case kMarkerDht:
+                case kMarkerDqt: {
                     uint32_t length = 0;
-                    ok = ReadSegment(&length) && (m == kDht ? ReadHuffmanTables(length) : ReadQuantTables(length));
+                    ok = ReadSegment(&length) && (m == kMarkerDht ? ReadHuffmanTables(length) : ReadQuantTables(length));
                     if (ok && scanSeen) {
                         tablesChanged = true;
                         flags_ &= ~kSingleTables;
                     }
                     break;
                 }
-                case kDri:
-                case kDnl: {
+                case kMarkerDri:
+                case kMarkerDnl: {
                     uint32_t length = 0;
                     ok = ReadSegment(&length);
                     if (ok && length != 2) ok = Fail();
                     if (!ok) break;
                     uint32_t value = Big16(buffer_);
-                    if (m == kDri) {
+                    if (m == kMarkerDri) {
                         restartInterval = value;
                     } else if (frame.present && frame.height == 0) {
                         if (value == 0) ok = Fail();
@@ -120,14 +102,14 @@ MarkerEvent MarkerReader::Next(ScanHeader* scan) {
                     }
                     break;
                 }
-                case kDhp:
+                case kMarkerDhp:
                     hierarchical = true;
                     ok = ReadFrame(m);
                     break;
-                case kApp0: ok = ReadApp0(); break;
-                case kApp1: ok = ReadApp1(); break;
+                case kMarkerApp0: ok = ReadApp0(); break;
+                case kMarkerApp1: ok = ReadApp1(); break;
                 case kPrivateSegmentMarker: ok = ReadApp3(); break;
-                case kApp14: ok = ReadApp14(); break;
+                case kMarkerApp14: ok = ReadApp14(); break;
                 default: ok = SkipSegment(); break;
             }
         }
@@ -169,7 +151,7 @@ void MarkerReader::SkipEntropyData() {
                 return;
             }
         } while (byte == 0xFF);
-        if (byte == 0 || (byte >= kRst0 && byte <= kRst0 + 7)) continue;
+        if (byte == 0 || (byte >= kMarkerRst0 && byte <= kMarkerRst0 + 7)) continue;
         pending_ = byte;
         return;
     }
@@ -193,13 +175,13 @@ bool MarkerReader::ReadFrame(uint8_t marker) {
     frame.width = Big16(buffer_ + 3);
     frame.componentCount = count;
     uint32_t kind = marker & 3;  // 0 sequential (1 extended), 2 progressive, 3 lossless
-    frame.arithmetic = marker >= 0xC8 && marker != kDhp;
-    frame.progressive = marker != kDhp && kind == 2;
-    frame.lossless = marker != kDhp && kind == 3;
-    if (marker == kDhp) kind = 1;
+    frame.arithmetic = marker >= 0xC8 && marker != kMarkerDhp;
+    frame.progressive = marker != kMarkerDhp && kind == 2;
+    frame.lossless = marker != kMarkerDhp && kind == 3;
+    if (marker == kMarkerDhp) kind = 1;
     uint32_t p = frame.precision;
-    bool precisionOk = frame.lossless || marker == kDhp ? (p >= 2 && p <= 16)
-                       : marker == kSof0                ? p == 8
+    bool precisionOk = frame.lossless || marker == kMarkerDhp ? (p >= 2 && p <= 16)
+                       : marker == kMarkerSof0                ? p == 8
                                                         : (p == 8 || p == 12);
     if (!precisionOk || frame.width == 0) return Fail();
     if (frame.progressive && count > 4) return Fail();
@@ -321,7 +303,7 @@ bool MarkerReader::ReadApp0() {
     if (!in_->Read(buffer_, read, record_)) return Fail();
     uint64_t dataOffset = in_->Position();
     const uint8_t* d = buffer_;
-    bool atStart = previous_ == kSoi || previous_ == kCom;
+    bool atStart = previous_ == kMarkerSoi || previous_ == kMarkerCom;
     if (read >= 14 && std::memcmp(d, "JFIF", 5) == 0 && atStart && !jfifSeen_) {
         jfifSeen_ = true;
         uint32_t unit = d[7];

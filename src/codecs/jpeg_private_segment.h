@@ -16,9 +16,11 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "codecs/jpeg_marker_codes.h"
+
 namespace velmora::jpeg {
 
-constexpr uint8_t kPrivateSegmentMarker = 0xE3;  // APP3
+constexpr uint8_t kPrivateSegmentMarker = kMarkerApp3;
 constexpr size_t kPrivateSegmentDataSize = 27;
 
 enum class PrivateSegmentKind : uint8_t { Resolution = 1, Scale = 2 };
