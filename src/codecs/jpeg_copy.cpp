@@ -594,13 +594,9 @@ HGLOBAL SpliceMcus(const JpegSource& source, uint64_t sourceStart, const JpegInf
     }
 
     // The bytes from the first MCU's start to the last one's end.
-    McuIndex::Reader reader(built.index());
-    McuIndexEntry first, last;
-    reader.Next(&first);
-    last = first;
-    for (McuIndexEntry entry; reader.Next(&entry);) last = entry;
-    const uint64_t rangeStart = first.span.startByte;
-    const uint64_t rangeEnd = last.span.endByte + (last.span.endBit != 0 ? 1 : 0);
+    const McuSpan extent = built.index().Extent();
+    const uint64_t rangeStart = extent.startByte;
+    const uint64_t rangeEnd = extent.endByte + (extent.endBit != 0 ? 1 : 0);
     ScratchBlock buffer;
     const uint8_t* bytes = SourceBytes(source, sourceStart, rangeStart, rangeEnd - rangeStart, &buffer, record);
     if (bytes == nullptr) return nullptr;

@@ -82,6 +82,17 @@ bool McuIndex::Append(const McuIndexEntry& entry) {
     return true;
 }
 
+McuSpan McuIndex::Extent() const {
+    McuSpan extent;
+    if (entries_ == 0) return extent;
+    // The first entry always starts a break: nothing came before it.
+    extent.startByte = breaks_.front().byte;
+    extent.startBit = breaks_.front().bit;
+    extent.endByte = last_.span.endByte;
+    extent.endBit = last_.span.endBit;
+    return extent;
+}
+
 // Reads one set of predictors written by PutDifferences, as changes of `from`.
 static size_t TakeDifferences(const uint8_t* data, size_t at, uint32_t components, const int32_t* from, int32_t* to) {
     const uint32_t classes = data[at++];

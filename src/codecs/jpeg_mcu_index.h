@@ -55,6 +55,9 @@ public:
     size_t entries() const { return entries_; }
     // Bytes the compact entries take.
     size_t bytes() const { return data_.size(); }
+    // From the first entry's start to the last one's end (all zero when
+    // there is no entry).
+    McuSpan Extent() const;
 
     // Reads the entries back in the order they were added.
     class Reader {

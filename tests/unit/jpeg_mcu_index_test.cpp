@@ -48,6 +48,9 @@ TEST(JpegMcuIndex, EntriesReadBackAsWritten) {
     }
     EXPECT_FALSE(reader.Next(&read));
     EXPECT_EQ(index.entries(), 6u);
+    const McuSpan extent = index.Extent();
+    EXPECT_EQ(extent.startByte * 8 + extent.startBit, 1000u);
+    EXPECT_EQ(extent.endByte * 8 + extent.endBit, 66513u + kMaxIndexedMcuBits);
 
     // Spans that are empty, run backwards or are too long are refused.
     EXPECT_FALSE(index.Append(Entry(8, 0, {}, {})));
