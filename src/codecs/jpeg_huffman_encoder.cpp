@@ -122,25 +122,38 @@ void MakeOptimalHuffman(const uint32_t* frequencies, OptimalHuffman* table) {
     table->spec.symbolCount = count;
 }
 
-void CountBlock(const int16_t* coefficients, int32_t* lastDc, uint32_t* dcFrequencies, uint32_t* acFrequencies) {
-    int32_t dc = coefficients[0];
-    ++dcFrequencies[Category(dc - *lastDc)];
-    *lastDc = dc;
+namespace {
+
+// Walks a block of quantised coefficients (natural order) as sequential
+// Huffman coding codes it (T.81 F.1.2.1 and F.1.2.2): `dc(category,
+// difference)` once, then `ac(symbol, value, category)` for every run/size
+// symbol in zig-zag order, ZRL and EOB with value and category 0.
+template <typename Dc, typename Ac>
+inline void WalkBlock(const int16_t* coefficients, int32_t* lastDc, Dc dc, Ac ac) {
+    const int32_t difference = coefficients[0] - *lastDc;
+    *lastDc = coefficients[0];
+    dc(Category(difference), difference);
     uint32_t run = 0;
     for (int k = 1; k < 64; ++k) {
-        int32_t value = coefficients[kZigZag[k]];
+        const int32_t value = coefficients[kZigZag[k]];
         if (value == 0) {
             ++run;
             continue;
         }
-        while (run > 15) {
-            ++acFrequencies[kZeroRun];
-            run -= 16;
-        }
-        ++acFrequencies[(run << 4) | Category(value)];
+        for (; run > 15; run -= 16) ac(kZeroRun, 0, 0u);
+        const uint32_t category = Category(value);
+        ac((run << 4) | category, value, category);
         run = 0;
     }
-    if (run > 0) ++acFrequencies[kEndOfBlock];
+    if (run > 0) ac(kEndOfBlock, 0, 0u);
+}
+
+}  // namespace
+
+void CountBlock(const int16_t* coefficients, int32_t* lastDc, uint32_t* dcFrequencies, uint32_t* acFrequencies) {
+    WalkBlock(
+        coefficients, lastDc, [&](uint32_t category, int32_t) { ++dcFrequencies[category]; },
+        [&](uint32_t symbol, int32_t, uint32_t) { ++acFrequencies[symbol]; });
 }
 
 bool EntropyWriter::Begin(Stream* stream, ErrorRecord* record) {
@@ -179,30 +192,16 @@ void EntropyWriter::Reserve() {
 void EntropyWriter::EncodeBlock(const int16_t* coefficients, int32_t* lastDc, const HuffmanCodes& dc,
                                 const HuffmanCodes& ac) {
     Reserve();
-    int32_t difference = coefficients[0] - *lastDc;
-    *lastDc = coefficients[0];
-    uint32_t category = Category(difference);
-    Put(dc.code[category], dc.length[category]);
-    if (category != 0) Put(ExtraBits(difference, category), category);
-
-    uint32_t run = 0;
-    for (int k = 1; k < 64; ++k) {
-        int32_t value = coefficients[kZigZag[k]];
-        if (value == 0) {
-            ++run;
-            continue;
-        }
-        while (run > 15) {
-            Put(ac.code[kZeroRun], ac.length[kZeroRun]);
-            run -= 16;
-        }
-        category = Category(value);
-        uint32_t symbol = (run << 4) | category;
-        Put(ac.code[symbol], ac.length[symbol]);
-        Put(ExtraBits(value, category), category);
-        run = 0;
-    }
-    if (run > 0) Put(ac.code[kEndOfBlock], ac.length[kEndOfBlock]);
+    WalkBlock(
+        coefficients, lastDc,
+        [&](uint32_t category, int32_t difference) {
+            Put(dc.code[category], dc.length[category]);
+            if (category != 0) Put(ExtraBits(difference, category), category);
+        },
+        [&](uint32_t symbol, int32_t value, uint32_t category) {
+            Put(ac.code[symbol], ac.length[symbol]);
+            if (category != 0) Put(ExtraBits(value, category), category);
+        });
 }
 
 void EntropyWriter::EncodeDifference(int32_t difference, const HuffmanCodes& table) {
