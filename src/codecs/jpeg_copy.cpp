@@ -75,9 +75,7 @@ void WriteResolution(const JpegInfo& info, Stream* stream, ErrorRecord* record) 
     resolution.xDenominator = info.xDensityDenominator;
     resolution.yNumerator = info.yDensityNumerator;
     resolution.yDenominator = info.yDensityDenominator;
-    uint8_t bytes[kPrivateSegmentTotalSize];
-    BuildPrivateSegment(resolution, bytes);
-    StreamWrite(stream, bytes, sizeof bytes, record);
+    WritePrivateSegment(stream, resolution, record);
 }
 
 // Everything of a copy up to its entropy-coded data. The colour

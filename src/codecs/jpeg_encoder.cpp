@@ -27,12 +27,6 @@ FrameLayout LayoutFor(const EncoderSource& source, const JpegEncoderSettings& se
     return frame;
 }
 
-void WritePrivate(Stream* stream, const PrivateSegment& segment, ErrorRecord* record) {
-    uint8_t bytes[kPrivateSegmentTotalSize];
-    BuildPrivateSegment(segment, bytes);
-    StreamWrite(stream, bytes, sizeof bytes, record);
-}
-
 bool Encode(const EncoderSource& source, const JpegEncoderSettings& settings, Stream* stream,
             ProgressReporter* progress, ErrorRecord* record) {
     if (source.width == 0 || source.height == 0) {
@@ -52,8 +46,8 @@ bool Encode(const EncoderSource& source, const JpegEncoderSettings& settings, St
     WriteMarker(stream, kMarkerSoi, record);
     if (settings.writeJfif) WriteJfifSegments(settings, stream, record);
     if (settings.writeComment) WriteCommentSegment(stream, kCommentText, record);
-    if (settings.writeResolution) WritePrivate(stream, settings.resolution, record);
-    if (settings.writeScale) WritePrivate(stream, settings.scale, record);
+    if (settings.writeResolution) WritePrivateSegment(stream, settings.resolution, record);
+    if (settings.writeScale) WritePrivateSegment(stream, settings.scale, record);
     if (record->failed()) return false;
 
     if (settings.process == JpegProcess::Lossless) {

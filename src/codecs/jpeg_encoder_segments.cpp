@@ -60,4 +60,10 @@ void WriteCommentSegment(Stream* stream, const char* text, ErrorRecord* record) 
     segment.Write(stream, record);
 }
 
+void WritePrivateSegment(Stream* stream, const PrivateSegment& segment, ErrorRecord* record) {
+    uint8_t bytes[kPrivateSegmentTotalSize];
+    BuildPrivateSegment(segment, bytes);
+    StreamWrite(stream, bytes, sizeof bytes, record);
+}
+
 }  // namespace velmora::jpeg

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "codecs/jpeg_marker_codes.h"
+#include "codecs/jpeg_private_segment.h"
 #include "codecs/jpeg_tables.h"
 #include "frame/error_record.h"
 #include "io/stream.h"
@@ -63,5 +64,7 @@ void WriteHuffmanSegment(Stream* stream, uint8_t tableClass, uint8_t id, const H
 void WriteScanHeader(Stream* stream, const FrameLayout& frame, bool lossless, ErrorRecord* record);
 // A COM segment holding `text` (without a terminating zero).
 void WriteCommentSegment(Stream* stream, const char* text, ErrorRecord* record);
+// The library's APP3 segment (codecs/jpeg_private_segment.h).
+void WritePrivateSegment(Stream* stream, const PrivateSegment& segment, ErrorRecord* record);
 
 }  // namespace velmora::jpeg
