@@ -68,14 +68,20 @@ void WriteAdobe(const JpegInfo& info, Stream* stream, ErrorRecord* record) {
     segment.Write(stream, record);
 }
 
-void WriteResolution(const JpegInfo& info, Stream* stream, ErrorRecord* record) {
-    PrivateSegment resolution;
-    resolution.unit = info.densityUnit;
-    resolution.xNumerator = info.xDensityNumerator;
-    resolution.xDenominator = info.xDensityDenominator;
-    resolution.yNumerator = info.yDensityNumerator;
-    resolution.yDenominator = info.yDensityDenominator;
-    WritePrivateSegment(stream, resolution, record);
+// The library's own resolution and scale segments, as the stream had them.
+void WritePrivateSegments(const JpegInfo& info, Stream* stream, ErrorRecord* record) {
+    if (info.flags & kHasResolution) {
+        WritePrivateSegment(stream,
+                            PrivateSegment{PrivateSegmentKind::Resolution, info.densityUnit, info.xDensityNumerator,
+                                           info.xDensityDenominator, info.yDensityNumerator, info.yDensityDenominator},
+                            record);
+    }
+    if (info.hasScale) {
+        WritePrivateSegment(stream,
+                            PrivateSegment{PrivateSegmentKind::Scale, info.scaleUnit, info.xScaleNumerator,
+                                           info.xScaleDenominator, info.yScaleNumerator, info.yScaleDenominator},
+                            record);
+    }
 }
 
 // Everything of a copy up to its entropy-coded data. The colour
@@ -85,7 +91,7 @@ void WriteHeader(const JpegInfo& info, const CopyHeader& header, Stream* stream,
     WriteMarker(stream, kMarkerSoi, record);
     if (info.flags & kHasJfif) WriteJfif(info, stream, record);
     if (info.flags & kHasAdobe) WriteAdobe(info, stream, record);
-    if (info.flags & kHasResolution) WriteResolution(info, stream, record);
+    WritePrivateSegments(info, stream, record);
 
     SegmentBytes dqt(kMarkerDqt);
     for (uint8_t t = 0; t < 4; ++t) {

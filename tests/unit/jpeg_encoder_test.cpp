@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "codecs/jpeg_copy.h"
 #include "codecs/jpeg_encoder.h"
 #include "codecs/jpeg_encoder_color.h"
 #include "codecs/jpeg_forward_dct.h"
@@ -229,6 +230,45 @@ TEST(JpegEncoderTransform, MatchesTheDefiningSumWithinRounding) {
                 EXPECT_NEAR(coefficients[u * 8 + v], exact, 0.51) << trial << " " << u << "," << v;
             }
         }
+    }
+}
+
+// A rectangle copied out of a stream keeps the library's resolution and
+// scale segments, spliced (mode 1) or coded again (mode 2).
+TEST(JpegEncoderSegments, CopiesKeepResolutionAndScale) {
+    TestDib dib = ColourImage(48, 32);
+    JpegEncoderSettings settings;
+    settings.writeResolution = true;
+    settings.resolution = {PrivateSegmentKind::Resolution, 3, 1200, 10, 600, 7};
+    settings.writeScale = true;
+    settings.scale = {PrivateSegmentKind::Scale, 5, 1, 2, 3, 4};
+    ErrorRecord record;
+    std::vector<uint8_t> bytes = EncodeToBytes(dib, settings, &record);
+    ASSERT_TRUE(record.ok()) << record.code;
+    for (bool optimise : {false, true}) {
+        CopyRequest request;
+        request.left = 8;
+        request.top = 8;
+        request.right = 40;
+        request.bottom = 24;
+        request.optimiseTables = optimise;
+        DWORD size = 0;
+        HGLOBAL copy = CopyJpegMcus(JpegSource::Memory(bytes.data(), bytes.size()), request, &size, &record);
+        ASSERT_NE(copy, nullptr) << record.code;
+        JpegInfo info;
+        ASSERT_TRUE(ReadJpegInfo(JpegSource::Memory(static_cast<const uint8_t*>(platform::MemLock(copy)), size), 0,
+                                 &info, &record));
+        platform::MemUnlock(copy);
+        platform::MemFree(copy);
+        EXPECT_EQ(info.width, 32u);
+        EXPECT_NE(info.flags & kHasResolution, 0u);
+        EXPECT_EQ(info.densityUnit, 3);
+        EXPECT_EQ(info.xDensityNumerator, 1200u);
+        EXPECT_EQ(info.yDensityDenominator, 7u);
+        EXPECT_TRUE(info.hasScale) << optimise;
+        EXPECT_EQ(info.scaleUnit, 5);
+        EXPECT_EQ(info.yScaleNumerator, 3u);
+        EXPECT_EQ(info.yScaleDenominator, 4u);
     }
 }
 
