@@ -33,7 +33,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include "codecs/jpeg_decoder.h"
+#include "jpeg/jpeg_decoder.h"
 
 namespace {
 

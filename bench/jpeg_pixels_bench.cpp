@@ -25,9 +25,9 @@
 #include <benchmark/benchmark.h>
 #include <jpeglib.h>
 
-#include "codecs/jpeg_color.h"
-#include "codecs/jpeg_color_routes.h"
-#include "codecs/jpeg_idct.h"
+#include "jpeg/jpeg_color.h"
+#include "jpeg/jpeg_color_routes.h"
+#include "jpeg/jpeg_idct.h"
 
 namespace velmora::jpeg {
 namespace {

@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "codecs/jpeg_copy.h"
-#include "codecs/jpeg_decoder.h"
+#include "jpeg/jpeg_copy.h"
+#include "jpeg/jpeg_decoder.h"
 #include "platform/platform.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -9,8 +9,8 @@
 #include <cstring>
 #include <vector>
 
-#include "codecs/jpeg_color.h"
-#include "codecs/jpeg_idct.h"
+#include "jpeg/jpeg_color.h"
+#include "jpeg/jpeg_idct.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace velmora::jpeg;

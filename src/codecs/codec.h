@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "dib/progress.h"
+#include "frame/progress.h"
 #include "frame/error_record.h"
 
 namespace velmora {

@@ -5,7 +5,7 @@
 #include <new>
 
 #include "codecs/adler32.h"
-#include "codecs/byte_order.h"
+#include "io/byte_order.h"
 
 namespace velmora {
 namespace {

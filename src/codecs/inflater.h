@@ -13,7 +13,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "codecs/scratch_block.h"
+#include "frame/scratch_block.h"
 #include "frame/error_record.h"
 
 namespace velmora {

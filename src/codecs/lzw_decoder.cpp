@@ -12,7 +12,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "codecs/byte_order.h"
+#include "io/byte_order.h"
 #include "codecs/byte_decoders.h"
 #include "codecs/predictor.h"
 #include "codecs/strip_input.h"

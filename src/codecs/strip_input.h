@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "codecs/codec.h"
-#include "codecs/scratch_block.h"
+#include "frame/scratch_block.h"
 
 namespace velmora {
 

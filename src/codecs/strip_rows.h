@@ -14,7 +14,7 @@
 
 #include "codecs/codec.h"
 #include "codecs/predictor.h"
-#include "codecs/scratch_block.h"
+#include "frame/scratch_block.h"
 
 namespace velmora {
 

@@ -15,12 +15,9 @@ namespace velmora {
 constexpr uint32_t kInitHostManagesOle = 0x1;
 constexpr uint32_t kInitNoShell = 0x2;
 
-// Module entry, run by the system loader (or the shared-object constructor and
-// destructor): process attach stores the module and creates LibraryLock,
-// process detach terminates, thread detach cleans up the thread's windows.
-void ProcessAttach(void* moduleHandle);
-void ProcessDetach();
-void ThreadDetach();
+// The module events declared by the platform layer are implemented here:
+// process attach stores the module and creates LibraryLock, process detach
+// terminates, thread detach cleans up the thread's windows.
 
 // The gate: runs full initialisation once per load. 1 when the library is
 // ready; 0 when initialisation failed, with its error copied into the last

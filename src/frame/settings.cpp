@@ -4,6 +4,7 @@
 
 #include "frame/ini_file.h"
 #include "frame/library.h"
+#include "frame/settings_store.h"
 #include "frame/text.h"
 #include "platform/platform.h"
 
@@ -62,7 +63,7 @@ void ReadSetting(uint16_t sectionId, uint16_t valueId, bool useDefaults, char16_
     std::u16string section = TextString(sectionId);
     std::u16string name = TextString(valueId);
     std::u16string value;
-    if (platform::ReadUserSetting(SettingsKeyPath(section), name, &value) && !value.empty()) {
+    if (ReadUserSetting(SettingsKeyPath(section), name, &value) && !value.empty()) {
         CopyOut(value, buffer, size);
         return;
     }
@@ -78,7 +79,7 @@ void ReadSetting(uint16_t sectionId, uint16_t valueId, bool useDefaults, char16_
 bool WriteSetting(uint16_t sectionId, uint16_t valueId, const std::u16string& value, ErrorRecord* record) {
     if (record->failed()) return false;
     uint32_t error = 0;
-    if (!platform::WriteUserSetting(SettingsKeyPath(TextString(sectionId)), TextString(valueId), value, &error)) {
+    if (!WriteUserSetting(SettingsKeyPath(TextString(sectionId)), TextString(valueId), value, &error)) {
         SetRecordError(record, error, 0);
         return false;
     }

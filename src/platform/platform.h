@@ -113,13 +113,14 @@ ModuleHandleT LoadModule(const std::u16string& path, uint32_t* error);
 void* ModuleSymbol(ModuleHandleT module, const char* name);
 void UnloadModule(ModuleHandleT module);
 
-// ---- The per-user settings store -------------------------------------------
-// Settings live under a key path such as "Software\Solvenir\Velmora\3.0\General"
-// (components separated by backslashes). Windows keeps them in the registry
-// below HKEY_CURRENT_USER; elsewhere they are kept in a per-user file.
+#ifdef _WIN32
+// ---- The registry --------------------------------------------------------------
+// Values below HKEY_CURRENT_USER under a key path such as
+// "Software\Solvenir\Velmora\3.0\General" (components separated by backslashes).
 bool ReadUserSetting(const std::u16string& keyPath, const std::u16string& name, std::u16string* value);
 bool WriteUserSetting(const std::u16string& keyPath, const std::u16string& name, const std::u16string& value,
                       uint32_t* error);
+#endif
 
 // ---- Page-granular memory -----------------------------------------------------
 // For images too large for one global block. The system's memory page size:
@@ -233,3 +234,15 @@ private:
 };
 
 }  // namespace velmora::platform
+
+namespace velmora {
+
+// ---- Module events -------------------------------------------------------------
+// The module's entry points (the DLL entry on Windows, load and unload hooks
+// and a thread-exit watch elsewhere) report these; the library's frame
+// implements them.
+void ProcessAttach(void* moduleHandle);
+void ProcessDetach();
+void ThreadDetach();
+
+}  // namespace velmora

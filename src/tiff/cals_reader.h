@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "dib/progress.h"
+#include "frame/progress.h"
 #include "frame/error_record.h"
 #include "io/stream.h"
 #include "tiff/cals_header.h"

@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <string>
 
-#include "dib/progress.h"
+#include "frame/progress.h"
 #include "frame/error_record.h"
 #include "tiff/tiff_file.h"
 #include "velmora/wintypes.h"

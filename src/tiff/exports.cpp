@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "dib/image.h"
-#include "dib/progress.h"
+#include "frame/progress.h"
 #include "dib/rotate.h"
 #include "frame/export_call.h"
 #include "frame/memory_handle.h"

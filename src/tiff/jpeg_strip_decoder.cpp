@@ -4,7 +4,7 @@
 #include <cstring>
 #include <vector>
 
-#include "codecs/jpeg_decoder.h"
+#include "jpeg/jpeg_decoder.h"
 #include "platform/platform.h"
 
 namespace velmora {

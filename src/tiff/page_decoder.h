@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "dib/progress.h"
+#include "frame/progress.h"
 #include "frame/error_record.h"
 #include "tiff/page_info.h"
 #include "tiff/tiff_file.h"

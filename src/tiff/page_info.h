@@ -13,7 +13,7 @@
 
 #include <cstdint>
 
-#include "dib/progress.h"
+#include "frame/progress.h"
 #include "frame/error_record.h"
 #include "tiff/tiff_file.h"
 #include "velmora/wintypes.h"

@@ -29,7 +29,7 @@
 
 #include <gtest/gtest.h>
 
-#include "codecs/jpeg_decoder.h"
+#include "jpeg/jpeg_decoder.h"
 #include "dib/image.h"
 #include "io/stream.h"
 

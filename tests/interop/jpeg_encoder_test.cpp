@@ -22,7 +22,7 @@
 
 #include <jpeglib.h>
 
-#include "codecs/jpeg_encoder.h"
+#include "jpeg/jpeg_encoder.h"
 #include "frame/error_record.h"
 #include "io/stream.h"
 #include "platform/platform.h"

@@ -14,7 +14,7 @@
 
 #include <gtest/gtest.h>
 
-#include "codecs/jpeg_handle.h"
+#include "jpeg/jpeg_handle.h"
 #include "io/stream.h"
 #include "platform/platform.h"
 #include "velmora/velmora.h"

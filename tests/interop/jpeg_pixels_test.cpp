@@ -19,8 +19,8 @@
 #include <jpeglib.h>
 
 #include "../unit/jpeg_pixels_reference.h"
-#include "codecs/jpeg_color.h"
-#include "codecs/jpeg_idct.h"
+#include "jpeg/jpeg_color.h"
+#include "jpeg/jpeg_idct.h"
 
 namespace velmora::jpeg {
 namespace {

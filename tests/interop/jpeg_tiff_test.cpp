@@ -23,7 +23,7 @@
 #include <gtest/gtest.h>
 
 #include "../unit/tiff_builder.h"
-#include "codecs/jpeg_encoder.h"
+#include "jpeg/jpeg_encoder.h"
 #include "io/stream.h"
 #include "platform/platform.h"
 #include "velmora/velmora.h"

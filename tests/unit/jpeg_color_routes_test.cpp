@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "codecs/jpeg_color_routes.h"
+#include "jpeg/jpeg_color_routes.h"
 
 namespace velmora::jpeg {
 namespace {

@@ -14,8 +14,8 @@
 
 #include <gtest/gtest.h>
 
-#include "codecs/jpeg_decoder.h"
-#include "codecs/jpeg_private_segment.h"
+#include "jpeg/jpeg_decoder.h"
+#include "jpeg/jpeg_private_segment.h"
 #include "dib/image.h"
 #include "io/stream.h"
 

@@ -10,12 +10,12 @@
 
 #include <gtest/gtest.h>
 
-#include "codecs/jpeg_copy.h"
-#include "codecs/jpeg_encoder.h"
-#include "codecs/jpeg_encoder_color.h"
-#include "codecs/jpeg_forward_dct.h"
-#include "codecs/jpeg_huffman_encoder.h"
-#include "codecs/jpeg_tables.h"
+#include "jpeg/jpeg_copy.h"
+#include "jpeg/jpeg_encoder.h"
+#include "jpeg/jpeg_encoder_color.h"
+#include "jpeg/jpeg_forward_dct.h"
+#include "jpeg/jpeg_huffman_encoder.h"
+#include "jpeg/jpeg_tables.h"
 #include "dib_test_images.h"
 #include "frame/error_record.h"
 #include "io/stream.h"

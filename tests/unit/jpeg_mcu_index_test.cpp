@@ -2,7 +2,7 @@
 // every size class of predictor change, with restart breaks kept.
 #include <gtest/gtest.h>
 
-#include "codecs/jpeg_mcu_index.h"
+#include "jpeg/jpeg_mcu_index.h"
 
 namespace velmora::jpeg {
 namespace {

@@ -10,8 +10,8 @@
 
 #include <gtest/gtest.h>
 
-#include "codecs/jpeg_color.h"
-#include "codecs/jpeg_idct.h"
+#include "jpeg/jpeg_color.h"
+#include "jpeg/jpeg_idct.h"
 #include "jpeg_pixels_reference.h"
 
 namespace velmora::jpeg {

@@ -3,7 +3,6 @@
 // them).
 #include <dlfcn.h>
 
-#include "frame/library.h"
 #include "platform/platform.h"
 #include "velmora/velmora.h"
 

@@ -8,8 +8,7 @@
 #include <mutex>
 #include <new>
 
-#include "frame/library.h"
-#include "frame/version_resource.h"
+#include "platform/version_resource.h"
 #include "platform/platform.h"
 
 namespace velmora::platform {

@@ -1,7 +1,8 @@
 // The DLL's entry point: the system loader's notifications.
 #include <windows.h>
 
-#include "frame/library.h"
+#include "platform/platform.h"
+
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
     switch (reason) {

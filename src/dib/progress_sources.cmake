@@ -1,2 +1,0 @@
-list(APPEND VELMORA_SOURCES
-  src/dib/progress.cpp)
