@@ -1,4 +1,4 @@
-// Fax decoding speed against libtiff on the same data, in one run.
+// Fax decoding and encoding speed against libtiff on the same data, in one run.
 //
 // At start the benchmark renders an A4 page of text at 300 dpi (2480 x 3508
 // pixels) with ImageMagick:
@@ -10,6 +10,10 @@
 // decoder from the raw strip (clearing the output rows first, as its callers
 // do), libtiff with TIFFReadEncodedStrip on the same file. Compare the
 // items/s of the Velmora and Libtiff rows of one coding.
+//
+// The Encode rows code the same page (as libtiff decodes it) into a file in
+// the same directory: the library's encoder through a file stream, libtiff
+// with TIFFWriteEncodedStrip (each run opens, writes and closes a file).
 //
 //   cmake -S . -B build/fax-bench -DVELMORA_BENCH=ON -DVELMORA_TESTS=OFF -DCMAKE_BUILD_TYPE=Release
 //   cmake --build build/fax-bench --target fax_bench && build/fax-bench/bench/fax_bench
@@ -28,6 +32,8 @@
 #include <benchmark/benchmark.h>
 
 #include "codecs/fax_decoder.h"
+#include "codecs/fax_encoder.h"
+#include "io/stream.h"
 
 namespace {
 
@@ -140,6 +146,85 @@ void Libtiff(benchmark::State& state, const char* name) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * fax.raw.size()));
 }
 
+// The page as rows, 1 = black, read back by libtiff from the Group 4 file.
+std::vector<uint8_t> PageRows(const FaxPage& fax) {
+    TIFF* tif = TIFFOpen(fax.path.c_str(), "r");
+    std::vector<uint8_t> rows(TIFFStripSize(tif));
+    TIFFReadEncodedStrip(tif, 0, rows.data(), rows.size());
+    TIFFClose(tif);
+    return rows;
+}
+
+struct EncodeCase {
+    uint16_t compression;
+    uint32_t t4Options;
+};
+
+EncodeCase EncodeCaseOf(const char* name) {
+    if (std::strcmp(name, "G3_2D") == 0) return {3, 1};
+    if (std::strcmp(name, "G3_1D") == 0) return {3, 0};
+    return {4, 0};
+}
+
+void VelmoraEncode(benchmark::State& state, const char* name) {
+    const FaxPage& fax = g_pages.at("G4");
+    EncodeCase coding = EncodeCaseOf(name);
+    std::vector<uint8_t> rows = PageRows(fax);
+    std::u16string path;
+    for (char c : g_dir + "/ours.fax") path.push_back(static_cast<char16_t>(c));
+    uint64_t bytes = 0;
+    for (auto _ : state) {
+        velmora::ErrorRecord record;
+        velmora::Stream* out = velmora::OpenFileStream(path.c_str(), velmora::kStreamWrite, false, true, &record);
+        velmora::FaxEncoder encoder;
+        velmora::FaxEncoderPage page;
+        page.compression = coding.compression;
+        page.t4Options = coding.t4Options;
+        page.width = fax.width;
+        page.rowsPerStrip = fax.height;
+        page.stripCount = 1;
+        page.yResolution = 300;
+        velmora::FaxEncoderStrip strip;
+        strip.topRow = rows.data();
+        strip.stride = static_cast<ptrdiff_t>((fax.width + 7) / 8);
+        strip.rows = fax.height;
+        strip.out = out;
+        if (encoder.Begin(page, &record)) bytes = encoder.Encode(strip, &record);
+        encoder.End();
+        velmora::CloseStream(out, &record);
+        if (record.failed()) {
+            state.SkipWithError("encoding failed");
+            break;
+        }
+    }
+    state.SetItemsProcessed(state.iterations());
+    state.counters["bytes"] = static_cast<double>(bytes);
+}
+
+void LibtiffEncode(benchmark::State& state, const char* name) {
+    const FaxPage& fax = g_pages.at("G4");
+    EncodeCase coding = EncodeCaseOf(name);
+    std::vector<uint8_t> rows = PageRows(fax);
+    std::string path = g_dir + "/theirs.tif";
+    for (auto _ : state) {
+        TIFF* tif = TIFFOpen(path.c_str(), "w");
+        TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, fax.width);
+        TIFFSetField(tif, TIFFTAG_IMAGELENGTH, fax.height);
+        TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 1);
+        TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE);
+        TIFFSetField(tif, TIFFTAG_COMPRESSION, coding.compression);
+        TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, fax.height);
+        if (coding.compression == 3) TIFFSetField(tif, TIFFTAG_GROUP3OPTIONS, coding.t4Options);
+        if (TIFFWriteEncodedStrip(tif, 0, rows.data(), rows.size()) < 0) {
+            state.SkipWithError("TIFFWriteEncodedStrip failed");
+            TIFFClose(tif);
+            break;
+        }
+        TIFFClose(tif);
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -150,6 +235,10 @@ int main(int argc, char** argv) {
     for (const char* name : {"G4", "G3_2D", "G3_1D", "G4_FillOrder2"}) {
         benchmark::RegisterBenchmark((std::string("Velmora/") + name).c_str(), Velmora, name);
         benchmark::RegisterBenchmark((std::string("Libtiff/") + name).c_str(), Libtiff, name);
+    }
+    for (const char* name : {"G4", "G3_2D", "G3_1D"}) {
+        benchmark::RegisterBenchmark((std::string("VelmoraEncode/") + name).c_str(), VelmoraEncode, name);
+        benchmark::RegisterBenchmark((std::string("LibtiffEncode/") + name).c_str(), LibtiffEncode, name);
     }
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
