@@ -181,10 +181,8 @@ void VelmoraEncode(benchmark::State& state, const char* name) {
         page.compression = coding.compression;
         page.t4Options = coding.t4Options;
         page.width = fax.width;
-        page.rowsPerStrip = fax.height;
-        page.stripCount = 1;
         page.yResolution = 300;
-        velmora::FaxEncoderStrip strip;
+        velmora::EncoderStrip strip;
         strip.topRow = rows.data();
         strip.stride = static_cast<ptrdiff_t>((fax.width + 7) / 8);
         strip.rows = fax.height;

@@ -149,12 +149,10 @@ uint32_t NextChange(const uint8_t* row, uint32_t width, uint32_t from, bool blac
     return at < width ? static_cast<uint32_t>(at) : width;
 }
 
-// Packs code words most significant bit first into a 2048-byte buffer that
-// goes to the stream whenever it fills.
+// Packs code words most significant bit first.
 class FaxBitWriter {
 public:
-    FaxBitWriter(Stream* out, const uint8_t* reversal, ErrorRecord* record)
-        : out_(out), reversal_(reversal), record_(record) {}
+    FaxBitWriter(Stream* out, const uint8_t* reversal, ErrorRecord* record) : output_(out, reversal, record) {}
 
     void Put(FaxWord word) { Put(word.bits, word.length); }
     void Put(uint32_t bits, unsigned length) {
@@ -162,13 +160,12 @@ public:
         count_ += length;
         if (count_ >= 32) {
             count_ -= 32;
-            if (fill_ + 4 > sizeof(buffer_)) Flush();
             uint32_t word = static_cast<uint32_t>(pending_ >> count_);
-            buffer_[fill_] = static_cast<uint8_t>(word >> 24);
-            buffer_[fill_ + 1] = static_cast<uint8_t>(word >> 16);
-            buffer_[fill_ + 2] = static_cast<uint8_t>(word >> 8);
-            buffer_[fill_ + 3] = static_cast<uint8_t>(word);
-            fill_ += 4;
+            uint8_t* at = output_.Reserve(4);
+            at[0] = static_cast<uint8_t>(word >> 24);
+            at[1] = static_cast<uint8_t>(word >> 16);
+            at[2] = static_cast<uint8_t>(word >> 8);
+            at[3] = static_cast<uint8_t>(word);
         }
     }
     // Bits already in the byte being filled.
@@ -181,35 +178,15 @@ public:
         PadToByte();
         while (count_ >= 8) {
             count_ -= 8;
-            if (fill_ == sizeof(buffer_)) Flush();
-            buffer_[fill_++] = static_cast<uint8_t>(pending_ >> count_);
+            output_.Put(static_cast<uint8_t>(pending_ >> count_));
         }
-        Flush();
-        return written_;
+        return output_.Flush();
     }
 
 private:
-    void Flush() {
-        if (fill_ == 0 || record_->failed()) {
-            fill_ = 0;
-            return;
-        }
-        if (reversal_ != nullptr) {
-            for (size_t i = 0; i < fill_; ++i) buffer_[i] = reversal_[buffer_[i]];
-        }
-        StreamWrite(out_, buffer_, static_cast<uint32_t>(fill_), record_);
-        if (!record_->failed()) written_ += fill_;
-        fill_ = 0;
-    }
-
-    Stream* out_;
-    const uint8_t* reversal_;
-    ErrorRecord* record_;
+    EncodedOutput output_;
     uint64_t pending_ = 0;
     unsigned count_ = 0;
-    size_t fill_ = 0;
-    uint64_t written_ = 0;
-    uint8_t buffer_[2048];
 };
 
 void PutRun(FaxBitWriter* writer, const FaxRunCodes& codes, uint32_t run) {
@@ -303,7 +280,7 @@ bool FaxEncoder::Begin(const FaxEncoderPage& page, ErrorRecord* record) {
     return true;
 }
 
-uint64_t FaxEncoder::Encode(const FaxEncoderStrip& strip, ErrorRecord* record) {
+uint64_t FaxEncoder::Encode(const EncoderStrip& strip, ErrorRecord* record) {
     const FaxEncoderTables* tables = GetEncoderTables(record);
     if (tables == nullptr || record->failed()) return 0;
     FaxBitWriter writer(strip.out, page_.fillOrder == 2 ? tables->bitReversal : nullptr, record);
@@ -311,12 +288,10 @@ uint64_t FaxEncoder::Encode(const FaxEncoderStrip& strip, ErrorRecord* record) {
     const bool modifiedHuffman = page_.compression == kCompressionCcittRle;
     const bool twoDimensional = page_.compression == kCompressionCcittGroup3 && (page_.t4Options & 1) != 0;
     const bool fillBits = page_.compression == kCompressionCcittGroup3 && (page_.t4Options & 4) != 0;
-    const uint64_t progressTotal = uint64_t{page_.stripCount} * page_.rowsPerStrip;
-    const uint64_t progressBase = uint64_t{strip.index} * page_.rowsPerStrip;
 
     const uint8_t* above = group4 ? reference_.data() : nullptr;
     for (uint32_t r = 0; r < strip.rows && !record->failed(); ++r) {
-        const uint8_t* row = strip.topRow + static_cast<ptrdiff_t>(r) * strip.stride;
+        const uint8_t* row = strip.Row(r);
         if (group4) {
             CodeTwoDimensional(&writer, *tables, row, above, page_.width);
         } else {
@@ -336,11 +311,7 @@ uint64_t FaxEncoder::Encode(const FaxEncoderStrip& strip, ErrorRecord* record) {
             if (modifiedHuffman) writer.PadToByte();
         }
         above = row;
-        if (strip.progress != nullptr && progressTotal != 0) {
-            uint64_t done = progressBase + r + 1;
-            uint32_t percent = static_cast<uint32_t>(done * 100 / progressTotal);
-            strip.progress->Percent(percent > 100 ? 100 : percent, record);
-        }
+        strip.ReportRows(r + 1, record);
     }
     if (group4 && !record->failed()) {
         writer.Put(kEndOfLine);

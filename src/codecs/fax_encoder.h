@@ -18,10 +18,9 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "codecs/strip_encoding.h"
 #include "frame/error_record.h"
-#include "frame/progress.h"
 #include "frame/scratch_block.h"
-#include "io/stream.h"
 
 namespace velmora {
 
@@ -29,24 +28,11 @@ namespace velmora {
 struct FaxEncoderPage {
     uint16_t compression = 4;   // 2, 3 or 4
     uint32_t width = 0;         // ImageWidth, 1 to kMaxFaxWidth
-    uint32_t rowsPerStrip = 0;  // for progress: rows of a full strip
-    uint32_t stripCount = 0;    // for progress: strips of the page
     uint32_t t4Options = 0;     // bit 0: two-dimensional, bit 2: fill bits (Group 3)
     uint16_t fillOrder = 1;     // 2: least significant bit first
     double yResolution = 0;     // YResolution, for the rows per group of Group 3 2D
     uint16_t resolutionUnit = 2;
     uint32_t rowsPerGroup = 0;  // K of Group 3 2D; 0 takes it from the resolution
-};
-
-// One strip to code: `rows` rows from `topRow`, each next `stride` bytes on
-// (negative for bottom-up DIBs), appended to `out`.
-struct FaxEncoderStrip {
-    const uint8_t* topRow = nullptr;
-    ptrdiff_t stride = 0;
-    uint32_t rows = 0;
-    uint32_t index = 0;
-    Stream* out = nullptr;
-    ProgressReporter* progress = nullptr;  // may be null
 };
 
 // K, the rows per group of Group 3 two-dimensional coding: the page's own value
@@ -60,10 +46,8 @@ public:
     // Set-up for a page; false with the record set for a compression other
     // than 2, 3, 4, a width of 0 or above the fax limit, or short memory.
     bool Begin(const FaxEncoderPage& page, ErrorRecord* record);
-    // Codes one strip; returns the bytes written (what was written before a
-    // failure when the record is set: a stream error, or 1223 when the
-    // progress callback cancelled).
-    uint64_t Encode(const FaxEncoderStrip& strip, ErrorRecord* record);
+    // Codes one strip of the page's width (`strip.rowBytes` is not used).
+    uint64_t Encode(const EncoderStrip& strip, ErrorRecord* record);
     void End() { reference_.Release(); }
 
 private:

@@ -95,7 +95,7 @@ std::vector<uint8_t> Encode(velmora::FaxEncoder* encoder, const Page& page, uint
                             uint32_t index, uint32_t* error) {
     velmora::ErrorRecord record;
     velmora::Stream* out = velmora::OpenMemoryStream(false, &record);
-    velmora::FaxEncoderStrip strip;
+    velmora::EncoderStrip strip;
     strip.topRow = page.bits.data() + firstRow * page.RowBytes();
     strip.stride = static_cast<ptrdiff_t>(page.RowBytes());
     strip.rows = rows;
@@ -160,8 +160,6 @@ TEST(FaxEncoder, EveryCodingDecodesToThePageInLibtiffAndInTheLibrary) {
                     velmora::FaxEncoderPage setup;
                     setup.compression = coding.compression;
                     setup.width = page.width;
-                    setup.rowsPerStrip = rowsPerStrip;
-                    setup.stripCount = strips;
                     setup.t4Options = coding.t4Options;
                     setup.fillOrder = fillOrder;
                     setup.yResolution = coding.yResolution;
