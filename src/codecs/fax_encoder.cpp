@@ -1,6 +1,7 @@
 #include "codecs/fax_encoder.h"
 
 #include <cstring>
+#include <utility>
 
 #include "codecs/fax_code_lists.h"
 #include "codecs/fax_decoder.h"
@@ -202,51 +203,65 @@ void PutRun(FaxBitWriter* writer, const FaxRunCodes& codes, uint32_t run) {
     writer->Put(codes.terminating[run % 64]);
 }
 
+// The changing elements of a row: the positions whose pixel differs from
+// the one before (the first pixel compared with white), so that element i
+// turns the row black when i is even and white when it is odd. Three copies
+// of the width follow as end markers. `changes` holds width + 3 entries.
+// Returns the number of changes.
+uint32_t ListChanges(const uint8_t* row, uint32_t width, uint32_t* changes) {
+    uint32_t count = 0;
+    bool black = false;
+    for (uint32_t at = NextChange(row, width, 0, false); at < width; at = NextChange(row, width, at, black)) {
+        changes[count++] = at;
+        black = !black;
+    }
+    changes[count] = changes[count + 1] = changes[count + 2] = width;
+    return count;
+}
+
 // One row as alternate white and black runs (T.4 4.1).
-void CodeOneDimensional(FaxBitWriter* writer, const FaxEncoderTables& tables, const uint8_t* row,
+void CodeOneDimensional(FaxBitWriter* writer, const FaxEncoderTables& tables, const uint32_t* changes,
                         uint32_t width) {
     uint32_t at = 0;
-    bool black = false;
-    while (at < width) {
-        uint32_t next = NextChange(row, width, at, black);
-        PutRun(writer, black ? tables.black : tables.white, next - at);
-        at = next;
-        black = !black;
+    for (uint32_t i = 0; at < width; ++i) {
+        PutRun(writer, (i & 1) ? tables.black : tables.white, changes[i] - at);
+        at = changes[i];
     }
 }
 
 // One row against the row above (T.4 4.2.1.3): pass, vertical and
-// horizontal modes over the changing elements a0, a1, a2, b1 and b2.
-void CodeTwoDimensional(FaxBitWriter* writer, const FaxEncoderTables& tables, const uint8_t* row,
-                        const uint8_t* reference, uint32_t width) {
+// horizontal modes over the changing elements a0, a1, a2 of the row and b1,
+// b2 of the reference row, both given as change lists.
+void CodeTwoDimensional(FaxBitWriter* writer, const FaxEncoderTables& tables, const uint32_t* row,
+                        const uint32_t* reference, uint32_t width) {
     uint32_t a0 = 0;
     bool started = false;  // false while a0 is the imaginary white pixel before the row
-    bool black = false;    // the colour of a0
+    uint32_t i = 0;        // row[i] = a1, the first change right of a0
+    uint32_t j = 0;        // reference[j]: the first change right of a0
     for (;;) {
-        uint32_t a1 = NextChange(row, width, a0, black);
-        // b1: the first change on the reference row right of a0 to the colour
-        // opposite a0's; b2: the change after it.
-        uint32_t from = started ? a0 + 1 : 0;
-        bool before = started ? ((reference[a0 >> 3] >> (7 - (a0 & 7))) & 1) != 0 : false;
-        uint32_t b1 = NextChange(reference, width, from, before);
-        if (before != black) b1 = NextChange(reference, width, b1, !before);
-        uint32_t b2 = NextChange(reference, width, b1, !black);
+        const bool black = (i & 1) != 0;  // the colour of a0: the colour before a1
+        // b1 is the first change right of a0 to the colour opposite a0's:
+        // an even element when a0 is white, an odd one when black.
+        uint32_t k = j + (((j & 1) != 0) != black ? 1 : 0);
+        const uint32_t a1 = row[i], b1 = reference[k], b2 = reference[k + 1];
         if (b2 < a1) {
             writer->Put(tables.pass);
             a0 = b2;
         } else if (a1 <= b1 + 3 && b1 <= a1 + 3) {
             writer->Put(tables.vertical[3 + static_cast<int>(a1) - static_cast<int>(b1)]);
             a0 = a1;
-            black = !black;
+            ++i;
         } else {
-            uint32_t a2 = NextChange(row, width, a1, !black);
+            const uint32_t a2 = row[i + 1];
             writer->Put(tables.horizontal);
             PutRun(writer, black ? tables.black : tables.white, a1 - (started ? a0 : 0));
             PutRun(writer, black ? tables.white : tables.black, a2 - a1);
             a0 = a2;
+            i += 2;
         }
         started = true;
         if (a0 >= width) return;
+        while (reference[j] <= a0) ++j;
     }
 }
 
@@ -274,10 +289,8 @@ bool FaxEncoder::Begin(const FaxEncoderPage& page, ErrorRecord* record) {
     if (GetEncoderTables(record) == nullptr) return false;
     page_ = page;
     rowsPerGroup_ = FaxRowsPerGroup(page.rowsPerGroup, page.yResolution, page.resolutionUnit);
-    if (page.compression == kCompressionCcittGroup4) {
-        return reference_.Allocate((size_t{page.width} + 7) / 8, true, record) != nullptr;
-    }
-    return true;
+    // Two change lists of width + 3 entries: at most 4 x (2^20 + 3) x 2 bytes.
+    return changes_.Allocate((size_t{page.width} + 3) * 2 * sizeof(uint32_t), false, record) != nullptr;
 }
 
 uint64_t FaxEncoder::Encode(const EncoderStrip& strip, ErrorRecord* record) {
@@ -289,11 +302,15 @@ uint64_t FaxEncoder::Encode(const EncoderStrip& strip, ErrorRecord* record) {
     const bool twoDimensional = page_.compression == kCompressionCcittGroup3 && (page_.t4Options & 1) != 0;
     const bool fillBits = page_.compression == kCompressionCcittGroup3 && (page_.t4Options & 4) != 0;
 
-    const uint8_t* above = group4 ? reference_.data() : nullptr;
+    // Change lists of the row being coded and of the row above it; a Group 4
+    // strip starts against an all-white row.
+    uint32_t* current = reinterpret_cast<uint32_t*>(changes_.data());
+    uint32_t* above = current + page_.width + 3;
+    above[0] = above[1] = above[2] = page_.width;
     for (uint32_t r = 0; r < strip.rows && !record->failed(); ++r) {
-        const uint8_t* row = strip.Row(r);
+        ListChanges(strip.Row(r), page_.width, current);
         if (group4) {
-            CodeTwoDimensional(&writer, *tables, row, above, page_.width);
+            CodeTwoDimensional(&writer, *tables, current, above, page_.width);
         } else {
             bool oneDimensional = !twoDimensional || r % rowsPerGroup_ == 0;
             if (!modifiedHuffman) {
@@ -304,13 +321,13 @@ uint64_t FaxEncoder::Encode(const EncoderStrip& strip, ErrorRecord* record) {
                 if (twoDimensional) writer.Put(oneDimensional ? 1 : 0, 1);
             }
             if (oneDimensional) {
-                CodeOneDimensional(&writer, *tables, row, page_.width);
+                CodeOneDimensional(&writer, *tables, current, page_.width);
             } else {
-                CodeTwoDimensional(&writer, *tables, row, above, page_.width);
+                CodeTwoDimensional(&writer, *tables, current, above, page_.width);
             }
             if (modifiedHuffman) writer.PadToByte();
         }
-        above = row;
+        std::swap(current, above);
         strip.ReportRows(r + 1, record);
     }
     if (group4 && !record->failed()) {

@@ -48,12 +48,12 @@ public:
     bool Begin(const FaxEncoderPage& page, ErrorRecord* record);
     // Codes one strip of the page's width (`strip.rowBytes` is not used).
     uint64_t Encode(const EncoderStrip& strip, ErrorRecord* record);
-    void End() { reference_.Release(); }
+    void End() { changes_.Release(); }
 
 private:
     FaxEncoderPage page_;
     uint32_t rowsPerGroup_ = 0;
-    ScratchBlock reference_;  // the all-white row that starts each Group 4 strip
+    ScratchBlock changes_;  // the change lists of two rows
 };
 
 }  // namespace velmora
