@@ -30,25 +30,25 @@ struct Converted {
     BITMAPINFOHEADER* header;
 };
 
-constexpr COLORREF RGB(uint8_t r, uint8_t g, uint8_t b) { return r | g << 8 | b << 16; }
+constexpr COLORREF Rgb(uint8_t r, uint8_t g, uint8_t b) { return r | g << 8 | b << 16; }
 
 uint32_t Bgr(COLORREF c) { return BlueOf(c) | GreenOf(c) << 8 | RedOf(c) << 16; }
 
 TEST(ColorConversion, GreyWeightsAndThreshold) {
-    EXPECT_EQ(GreyLevel(RGB(255, 0, 0)), 76);
-    EXPECT_EQ(GreyLevel(RGB(0, 255, 0)), 150);
-    EXPECT_EQ(GreyLevel(RGB(0, 0, 255)), 29);
-    EXPECT_EQ(GreyLevel(RGB(255, 255, 255)), 255);
+    EXPECT_EQ(GreyLevel(Rgb(255, 0, 0)), 76);
+    EXPECT_EQ(GreyLevel(Rgb(0, 255, 0)), 150);
+    EXPECT_EQ(GreyLevel(Rgb(0, 0, 255)), 29);
+    EXPECT_EQ(GreyLevel(Rgb(255, 255, 255)), 255);
     // Grey 128 is white and 127 black on a bi-level page; 4-bit grey truncates
     // the rounded 8-bit level.
     test::TestDib dib = MakeDib(4, 1, 24);
-    const COLORREF colors[] = {RGB(128, 128, 128), RGB(127, 127, 127), RGB(255, 0, 0), RGB(40, 200, 90)};
+    const COLORREF colors[] = {Rgb(128, 128, 128), Rgb(127, 127, 127), Rgb(255, 0, 0), Rgb(40, 200, 90)};
     for (int x = 0; x < 4; ++x) SetPixel(dib.header(), dib.bits(), x, 0, Bgr(colors[x]));
     ErrorRecord record;
     Converted bilevel(ChangeDibColor(dib.header(), dib.bits(), 0, nullptr, &record));
     ASSERT_NE(bilevel.header, nullptr);
     EXPECT_EQ(bilevel.header->biBitCount, 1);
-    const COLORREF white = RGB(255, 255, 255), black = 0;
+    const COLORREF white = Rgb(255, 255, 255), black = 0;
     EXPECT_EQ(bilevel.Pixel(0, 0), white);
     EXPECT_EQ(bilevel.Pixel(1, 0), black);
     EXPECT_EQ(bilevel.Pixel(2, 0), black);
@@ -56,7 +56,7 @@ TEST(ColorConversion, GreyWeightsAndThreshold) {
     ASSERT_NE(grey4.header, nullptr);
     for (int x = 0; x < 4; ++x) {
         uint8_t level = static_cast<uint8_t>((GreyLevel(colors[x]) >> 4) * 17);
-        EXPECT_EQ(grey4.Pixel(x, 0), RGB(level, level, level)) << x;
+        EXPECT_EQ(grey4.Pixel(x, 0), Rgb(level, level, level)) << x;
     }
     EXPECT_EQ(ChangeDibColor(dib.header(), dib.bits(), 7, nullptr, &record), nullptr);
     EXPECT_EQ(record.code, 87u);
@@ -72,7 +72,7 @@ TEST(ColorConversion, DitheredHalfGreyIsHalfWhite) {
     ASSERT_NE(dithered.header, nullptr);
     int white = 0;
     for (int y = 0; y < 64; ++y)
-        for (int x = 0; x < 64; ++x) white += dithered.Pixel(x, y) == RGB(255, 255, 255);
+        for (int x = 0; x < 64; ++x) white += dithered.Pixel(x, y) == Rgb(255, 255, 255);
     EXPECT_NEAR(white, 64 * 64 / 2, 64);
     // No two horizontal neighbours of a settled row alike: a checkerboard-like pattern.
     EXPECT_NE(dithered.Pixel(10, 10), dithered.Pixel(11, 10));
@@ -125,7 +125,7 @@ TEST(ColorConversion, OptimizeFindsTheSmallestForm) {
     ASSERT_NE(compact.header, nullptr);
     EXPECT_EQ(compact.header->biBitCount, 1);
     EXPECT_EQ(ColorCount(compact.header), 2u);
-    EXPECT_EQ(ColorOf(ColorTable(compact.header)[0]), RGB(3, 2, 1));
+    EXPECT_EQ(ColorOf(ColorTable(compact.header)[0]), Rgb(3, 2, 1));
     for (int y = 0; y < 2; ++y)
         for (int x = 0; x < 6; ++x) EXPECT_EQ(compact.Pixel(x, y), PixelColor(paletted.header(), paletted.bits(), x, y));
     // Forty greys of a 24-bit image: an 8-bit image with the grey ramp.
