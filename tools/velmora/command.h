@@ -1,0 +1,32 @@
+// What the commands of the velmora program share: reporting the library's
+// errors, the progress bar, JSON strings, and reading a JPEG file into a
+// JPEG handle. Each command lives in a file of its own.
+#pragma once
+
+#include <string>
+
+#include "velmora/velmora.h"
+
+namespace velmora_cli {
+
+// Reports the library's last error on standard error, after `what`; 1.
+int Fail(const char* what);
+// Draws a progress bar on standard error (a VelmoraProgressProc).
+BOOL VELMORA_CALLBACK ShowProgress(DWORD percent, UINT_PTR user);
+// The progress callback for standard error: the bar on a terminal, else none.
+VelmoraProgressProc TerminalProgress();
+// Clears the bar's line when one was drawn.
+void ClearProgress(VelmoraProgressProc progress);
+// `text` as a JSON string literal.
+std::string JsonString(const char* text);
+// A JPEG file as a JPEG handle: a movable block holding the whole stream.
+// Null with errno set when the file cannot be read.
+HGLOBAL LoadJpeg(const char* path);
+// numerator / denominator, 0 for a zero denominator.
+double Value(DWORD numerator, DWORD denominator);
+
+int RunInfo(int argc, char** argv);
+int RunRender(int argc, char** argv);
+int RunSample(int argc, char** argv);
+
+}  // namespace velmora_cli

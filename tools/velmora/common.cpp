@@ -1,0 +1,77 @@
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#if defined(_WIN32)
+#include <io.h>
+#define isatty _isatty
+#define fileno _fileno
+#else
+#include <unistd.h>
+#endif
+
+#include "command.h"
+
+namespace velmora_cli {
+
+int Fail(const char* what) {
+    DWORD code = GetLastVelmoraErrorCode();
+    char message[1024];
+    if (!GetVelmoraErrorMessage(code, message, sizeof message))
+        std::snprintf(message, sizeof message, "error %lu", static_cast<unsigned long>(code));
+    std::fprintf(stderr, "velmora: %s: %s (0x%08lX)\n", what, message, static_cast<unsigned long>(code));
+    return 1;
+}
+
+BOOL VELMORA_CALLBACK ShowProgress(DWORD percent, UINT_PTR) {
+    if (percent > 100) return TRUE;
+    const int width = 40;
+    int filled = static_cast<int>(percent) * width / 100;
+    std::fprintf(stderr, "\r[%.*s%*s] %3lu%%", filled, "========================================", width - filled, "",
+                 static_cast<unsigned long>(percent));
+    std::fflush(stderr);
+    return TRUE;
+}
+
+VelmoraProgressProc TerminalProgress() { return isatty(fileno(stderr)) != 0 ? ShowProgress : nullptr; }
+
+void ClearProgress(VelmoraProgressProc progress) {
+    if (progress != nullptr) std::fprintf(stderr, "\r%50s\r", "");
+}
+
+std::string JsonString(const char* text) {
+    std::string out = "\"";
+    for (const char* c = text; *c != '\0'; ++c) {
+        if (*c == '"' || *c == '\\') out += '\\';
+        if (static_cast<unsigned char>(*c) < 0x20) {
+            char escape[8];
+            std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned char>(*c));
+            out += escape;
+            continue;
+        }
+        out += *c;
+    }
+    return out + "\"";
+}
+
+HGLOBAL LoadJpeg(const char* path) {
+    FILE* file = std::fopen(path, "rb");
+    if (file == nullptr) return nullptr;
+    std::vector<unsigned char> bytes;
+    unsigned char chunk[65536];
+    size_t got;
+    while ((got = std::fread(chunk, 1, sizeof chunk, file)) > 0) bytes.insert(bytes.end(), chunk, chunk + got);
+    std::fclose(file);
+    HGLOBAL block = GlobalAlloc(GMEM_MOVEABLE, bytes.empty() ? 1 : bytes.size());
+    if (block == nullptr) return nullptr;
+    std::memcpy(GlobalLock(block), bytes.data(), bytes.size());
+    GlobalUnlock(block);
+    return block;
+}
+
+double Value(DWORD numerator, DWORD denominator) {
+    return denominator == 0 ? 0.0 : static_cast<double>(numerator) / denominator;
+}
+
+}  // namespace velmora_cli

@@ -1,0 +1,71 @@
+// velmora render: one page of a TIFF or JPEG file as a Windows bitmap.
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "command.h"
+
+namespace velmora_cli {
+
+int RunRender(int argc, char** argv) {
+    const char* path = nullptr;
+    const char* out = nullptr;
+    unsigned long page = 1;
+    for (int i = 0; i < argc; ++i) {
+        if (std::strcmp(argv[i], "-o") == 0 && i + 1 < argc) {
+            out = argv[++i];
+        } else if (std::strcmp(argv[i], "--page") == 0 && i + 1 < argc) {
+            char* end = nullptr;
+            page = std::strtoul(argv[++i], &end, 10);
+            if (*end != '\0' || page == 0 || page > 0xFFFFFFFFul) {
+                std::fprintf(stderr, "velmora: not a page number: %s\n", argv[i]);
+                return 2;
+            }
+        } else if (path == nullptr) {
+            path = argv[i];
+        } else {
+            path = nullptr;
+            break;
+        }
+    }
+    if (path == nullptr || out == nullptr) {
+        std::fprintf(stderr, "usage: velmora render FILE [--page N] -o OUT.bmp\n");
+        return 2;
+    }
+    const VelmoraProgressProc progress = TerminalProgress();
+    HGLOBAL dib = nullptr;
+    if (GetVelmoraDocumentType(path) == 2) {
+        if (page != 1) {
+            std::fprintf(stderr, "velmora: %s has one page\n", path);
+            return 2;
+        }
+        HGLOBAL jpeg = LoadJpeg(path);
+        if (jpeg == nullptr) {
+            std::fprintf(stderr, "velmora: %s: %s\n", path, std::strerror(errno));
+            return 1;
+        }
+        dib = ReadVelmoraJPEGDIBProgress(jpeg, progress, 0);
+        ClearProgress(progress);
+        int result = dib == nullptr ? Fail(path) : 0;
+        CloseVelmoraJPEG(jpeg);
+        if (dib == nullptr) return result;
+    } else {
+        HGLOBAL tiff = OpenVelmoraTIFF(path, 0x80000000u, 0);
+        if (tiff == nullptr) return Fail(path);
+        dib = ReadVelmoraOpenTIFFDIBProgress(tiff, static_cast<DWORD>(page), progress, 0);
+        ClearProgress(progress);
+        int result = dib == nullptr ? Fail(path) : 0;
+        CloseVelmoraTIFF(tiff);
+        if (dib == nullptr) return result;
+    }
+    auto* header = static_cast<const BITMAPINFOHEADER*>(GlobalLock(dib));
+    const void* bits = header != nullptr ? GetVelmoraDIBData(header) : nullptr;
+    BOOL saved = header != nullptr && bits != nullptr && SaveVelmoraBMPDIB(out, bits, header);
+    GlobalUnlock(dib);
+    GlobalFree(dib);
+    if (!saved) return Fail(out);
+    return 0;
+}
+
+}  // namespace velmora_cli
