@@ -37,7 +37,7 @@ struct CodecStrip {
     uint32_t firstRow = 0;          // the image row of the strip's first row
     uint32_t rows = 0;              // rows to produce
     uint32_t index = 0;             // the strip's index
-    uint32_t xOffset = 0;           // horizontal offset of a tile, in pixels
+    uint32_t xOffset = 0;           // where a tile starts in the image, in pixels (its rows still go to topRow)
     uint8_t* topRow = nullptr;      // where the strip's first row goes
     ptrdiff_t stride = 0;           // from one output row to the next (negative for bottom-up DIBs)
     ProgressReporter* progress = nullptr;  // may be null

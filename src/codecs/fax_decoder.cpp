@@ -233,12 +233,12 @@ inline void SetBits(uint8_t* row, uint32_t from, uint32_t to) {
 
 // Draws the black runs of a row (pairs of changing elements, ended by the
 // sentinels) into an output row, clipped to `outputWidth`.
-void DrawRow(uint8_t* row, const int32_t* changes, uint32_t outputWidth, uint32_t xOffset) {
+void DrawRow(uint8_t* row, const int32_t* changes, uint32_t outputWidth) {
     for (uint32_t i = 0;; i += 2) {
         uint32_t from = static_cast<uint32_t>(changes[i]);
         if (from >= outputWidth) break;
         uint32_t to = std::min(static_cast<uint32_t>(changes[i + 1]), outputWidth);
-        if (from < to) SetBits(row, xOffset + from, xOffset + to);
+        if (from < to) SetBits(row, from, to);
     }
 }
 
@@ -395,7 +395,7 @@ bool FaxDecoder::Decode(const CodecStrip& strip, ErrorRecord* record) {
                 break;
         }
         failed = end == RowEnd::kFailed;
-        DrawRow(strip.topRow + static_cast<ptrdiff_t>(r) * strip.stride, current, outputWidth_, strip.xOffset);
+        DrawRow(strip.topRow + static_cast<ptrdiff_t>(r) * strip.stride, current, outputWidth_);
         std::swap(reference, current);
         if (!ReportProgress(strip, r + 1, record)) return false;
     }

@@ -7,7 +7,7 @@
 // (white runs are 0): the stored sense of PhotometricInterpretation 0
 // (WhiteIsZero), the usual one of fax pages. The decoder only sets the bits of
 // black runs: the destination rows must be all 0 before a strip is decoded.
-// Pixel x of a stored row goes to bit (xOffset + x) of its output row, for x
+// Pixel x of a stored row goes to bit x of its output row (a tile's rows too), for x
 // below the page's output width; runs beyond it are decoded but not drawn.
 //
 // A strip that fails keeps the rows it finished; a two-dimensional row in

@@ -196,7 +196,7 @@ bool PageDecoder::DecodeUnit(uint32_t unit, StripDecoder* decoder, const CodecPa
         strip.firstRow = y0;
         strip.rows = codedRows;
         strip.index = index;
-        strip.xOffset = x0;
+        strip.xOffset = x0;  // where the tile lies; its rows go to the start of the buffer
         strip.topRow = buffer.data();
         strip.stride = static_cast<ptrdiff_t>(storedRowBytes_);
         strip.progress = progress_;

@@ -301,12 +301,7 @@ std::vector<Variant> Corpus() {
     };
     for (Kind kind : bilevel) {
         for (const Coding& c : bilevelCodings) {
-            for (const Placement& p : placements) {
-                bool fax = c.compression != COMPRESSION_NONE && c.compression != COMPRESSION_LZW &&
-                           c.compression != COMPRESSION_ADOBE_DEFLATE && c.compression != COMPRESSION_PACKBITS;
-                if (fax && p.tile != 0) continue;
-                add(Variant{kind, c.compression, c.t4Options, c.predictor, p.rows, p.tile});
-            }
+            for (const Placement& p : placements) add(Variant{kind, c.compression, c.t4Options, c.predictor, p.rows, p.tile});
         }
     }
     for (Kind kind : others) {
