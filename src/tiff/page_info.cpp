@@ -191,6 +191,23 @@ public:
         return true;
     }
 
+    // The private scale tags are read leniently: a value of another form is
+    // ignored, never an error. The unit is one BYTE, SHORT or LONG; a scale
+    // is one RATIONAL, or one BYTE, SHORT or LONG read as value/1.
+    bool PrivateUnit(uint16_t tag, uint32_t* value) {
+        const TiffEntry* entry = record_->ok() ? FindEntry(tiff_, tag) : nullptr;
+        return entry != nullptr && ScalarValue(tiff_, entry, value);
+    }
+    bool PrivateScale(uint16_t tag, TiffRational* out) {
+        const TiffEntry* entry = record_->ok() ? FindEntry(tiff_, tag) : nullptr;
+        if (entry == nullptr || entry->count != 1) return false;
+        uint32_t whole = 0;
+        if (entry->type == kTypeRational) return Rationals(tag, out, 1);
+        if (!ScalarValue(tiff_, entry, &whole)) return false;
+        *out = TiffRational{whole, 1};
+        return true;
+    }
+
 private:
     TiffFile* tiff_;
     TiffPageInfo* info_;
@@ -365,13 +382,13 @@ void InterpretDirectory(TiffFile* tiff, TiffPageInfo* info, uint64_t wanted, boo
     if (resolution) {
         // The library's own scale replaces the resolution as scale.
         uint32_t unit = info->resolutionUnit;
-        in.Scalar(kTagScaleUnit, info->resolutionUnit, &unit);
+        if (!in.PrivateUnit(kTagScaleUnit, &unit)) unit = info->resolutionUnit;
         info->scaleUnit = static_cast<uint16_t>(unit == 0 || unit > kMaxScaleUnit ? 1 : unit);
-        if (in.Rationals(kTagXScale, &info->xScale, 1)) {
+        if (in.PrivateScale(kTagXScale, &info->xScale)) {
             info->hasPrivateScale = true;
             in.Present(kFieldXScale);
         }
-        if (in.Rationals(kTagYScale, &info->yScale, 1)) {
+        if (in.PrivateScale(kTagYScale, &info->yScale)) {
             info->hasPrivateScale = true;
             in.Present(kFieldYScale);
         }

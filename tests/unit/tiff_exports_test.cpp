@@ -102,6 +102,49 @@ TEST_F(TiffExports, PageQueries) {
     EXPECT_EQ(GetLastVelmoraErrorCode(), 6u);
 }
 
+// The private scale tags as other writers store them: SHORT and LONG values
+// read as value/1; a RATIONAL pair, or a unit of the wrong type, is ignored in
+// favour of the resolution; none of them makes the page unreadable.
+TEST(TiffScale, PrivateScaleTagsOfEveryForm) {
+    TiffBuilder b(false, false);
+    const std::vector<testing::Field> page = {Long(256, {2}), Long(257, {1}), Short(258, {8}), Short(259, {1}),
+                                              Short(262, {1}), Long(278, {1}), testing::Rational(282, 200, 1),
+                                              testing::Rational(283, 300, 1), Short(296, {2})};
+    auto with = [&page](std::vector<testing::Field> extra) {
+        std::vector<testing::Field> fields = page;
+        fields.insert(fields.end(), extra.begin(), extra.end());
+        return fields;
+    };
+    AddPage(&b, {1, 2}, with({Short(33941, {600}), Long(33942, {450})}));
+    AddPage(&b, {1, 2}, with({testing::Field{33941, 5, 2, {1, 2, 3, 4}}, testing::Rational(33942, 1000, 254)}));
+    AddPage(&b, {1, 2}, with({testing::Ascii(33940, "mm"), Short(33941, {7})}));
+    for (size_t i = 0; i + 1 < 3; ++i) b.SetNext(i, b.directory(i + 1));
+    b.SetFirst(b.directory(0));
+    const std::string path = TempPath("scale.tif");
+    WriteFile(path, b.bytes());
+    HGLOBAL tiff = OpenVelmoraTIFF(path.c_str(), VELMORA_TIFF_READ, 0);
+    ASSERT_NE(tiff, nullptr);
+    struct Expected {
+        DWORD x, xd, y, yd, unit;
+    };
+    const Expected expected[] = {{600, 1, 450, 1, 2}, {200, 1, 1000, 254, 2}, {7, 1, 300, 1, 2}};
+    for (DWORD p = 1; p <= 3; ++p) {
+        VelmoraResolutionScale scale = {};
+        ASSERT_EQ(GetVelmoraTIFFScale(tiff, p, &scale), 1) << p << ": " << std::hex << GetLastVelmoraErrorCode();
+        const Expected& e = expected[p - 1];
+        EXPECT_EQ(scale.xNumerator, e.x) << p;
+        EXPECT_EQ(scale.xDenominator, e.xd) << p;
+        EXPECT_EQ(scale.yNumerator, e.y) << p;
+        EXPECT_EQ(scale.yDenominator, e.yd) << p;
+        EXPECT_EQ(scale.unit, e.unit) << p;
+        HGLOBAL dib = ReadVelmoraOpenTIFFDIB(tiff, p);
+        EXPECT_NE(dib, nullptr) << p;
+        if (dib != nullptr) platform::MemFree(dib);
+    }
+    CloseVelmoraTIFF(tiff);
+    std::remove(path.c_str());
+}
+
 TEST_F(TiffExports, DatesParseOrComeBackAsText) {
     VelmoraTIFFDateTime date;
     HGLOBAL text = reinterpret_cast<HGLOBAL>(1);
