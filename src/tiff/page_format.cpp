@@ -151,7 +151,9 @@ bool ChoosePageFormat(TiffFile* tiff, const TiffPageInfo& info, PageFormat* form
         case kPhotometricMinIsWhite:
         case kPhotometricMinIsBlack:
         case kPhotometricPalette: {
-            if (colourSamples != 1 || planar) return Unsupported(tiff, record);
+            // Extra samples (an alpha beside the index) are stepped over; of a
+            // planar page only the first plane is read.
+            if (colourSamples != 1) return Unsupported(tiff, record);
             bool palette = photometric == kPhotometricPalette;
             if (bits == 16 && !palette) {
                 format->kind = SampleKind::kGrey16;
@@ -212,26 +214,33 @@ void ConvertRow(const PageFormat& f, const uint8_t* const* planes, uint32_t widt
     const uint8_t* in = planes[0];
     switch (f.kind) {
         case SampleKind::kIndex:
-            if (f.sourceBits == f.dibBits) {
+            if (f.sourceBits == f.dibBits && f.pixelSamples == 1) {
                 std::memcpy(out, in, (uint64_t{width} * f.dibBits + 7) / 8);
                 return;
             }
-            // Widen each sample into a 4 or 8-bit cell, value unchanged.
+            if (f.sourceBits == 8) {
+                for (uint32_t x = 0; x < width; ++x) out[x] = in[size_t{x} * f.pixelSamples];
+                return;
+            }
+            // Widen each sample (the first of each pixel) into a 1, 4 or
+            // 8-bit cell, value unchanged.
             std::memset(out, 0, (uint64_t{width} * f.dibBits + 7) / 8);
             for (uint32_t x = 0; x < width; ++x) {
-                uint64_t bit = uint64_t{x} * f.sourceBits;
+                uint64_t bit = uint64_t{x} * f.pixelSamples * f.sourceBits;
                 uint32_t v = 0;
                 for (uint16_t b = 0; b < f.sourceBits; ++b, ++bit) v = (v << 1) | ((in[bit / 8] >> (7 - bit % 8)) & 1);
                 if (f.dibBits == 8) {
                     out[x] = static_cast<uint8_t>(v);
-                } else {
+                } else if (f.dibBits == 4) {
                     out[x / 2] |= static_cast<uint8_t>(x % 2 ? v : v << 4);
+                } else {
+                    out[x / 8] |= static_cast<uint8_t>(v << (7 - x % 8));
                 }
             }
             return;
         case SampleKind::kGrey16: {
-            size_t high = f.bigEndian ? 0 : 1;
-            for (uint32_t x = 0; x < width; ++x) out[x] = in[2 * x + high];
+            const size_t high = f.bigEndian ? 0 : 1, step = size_t{2} * f.pixelSamples;
+            for (uint32_t x = 0; x < width; ++x) out[x] = in[step * x + high];
             return;
         }
         case SampleKind::kRgb:

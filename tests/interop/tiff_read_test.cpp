@@ -26,7 +26,12 @@
 
 namespace {
 
-enum class Kind { kBlack1, kWhite1, kGrey2, kGrey4, kGrey8, kGrey16, kPalette4, kPalette8, kRgb, kRgbPlanar, kRgba, kCmyk, kYcbcr22, kYcbcr21 };
+enum class Kind {
+    kBlack1, kWhite1, kGrey2, kGrey4, kGrey8, kGrey16, kPalette4, kPalette8, kRgb, kRgbPlanar, kRgba, kCmyk,
+    kYcbcr22, kYcbcr21,
+    // Grey and palette pages with an alpha sample, as office suites write them.
+    kGrey4Alpha, kGrey8Alpha, kGrey16Alpha, kGrey8AlphaPlanar, kPalette4Alpha, kPalette8Alpha
+};
 
 struct Variant {
     Kind kind;
@@ -83,6 +88,19 @@ struct Layout {
     bool palette = false;
 };
 
+// The same page without its alpha sample: the reference for pages with one.
+Kind WithoutAlpha(Kind kind) {
+    switch (kind) {
+        case Kind::kGrey4Alpha: return Kind::kGrey4;
+        case Kind::kGrey8Alpha:
+        case Kind::kGrey8AlphaPlanar: return Kind::kGrey8;
+        case Kind::kGrey16Alpha: return Kind::kGrey16;
+        case Kind::kPalette4Alpha: return Kind::kPalette4;
+        case Kind::kPalette8Alpha: return Kind::kPalette8;
+        default: return kind;
+    }
+}
+
 Layout LayoutOf(Kind kind) {
     Layout l;
     switch (kind) {
@@ -100,13 +118,26 @@ Layout LayoutOf(Kind kind) {
         case Kind::kCmyk: l.samples = 4; l.photometric = PHOTOMETRIC_SEPARATED; break;
         case Kind::kYcbcr22: l.samples = 3; l.photometric = PHOTOMETRIC_YCBCR; l.subH = 2; l.subV = 2; break;
         case Kind::kYcbcr21: l.samples = 3; l.photometric = PHOTOMETRIC_YCBCR; l.subH = 2; l.subV = 1; break;
+        case Kind::kGrey4Alpha:
+        case Kind::kGrey8Alpha:
+        case Kind::kGrey16Alpha:
+        case Kind::kGrey8AlphaPlanar:
+        case Kind::kPalette4Alpha:
+        case Kind::kPalette8Alpha:
+            l = LayoutOf(WithoutAlpha(kind));
+            l.samples = 2;
+            l.extra = 1;
+            if (kind == Kind::kGrey8AlphaPlanar) l.planar = PLANARCONFIG_SEPARATE;
+            break;
     }
     return l;
 }
 
 const char* KindName(Kind kind) {
-    static const char* const kNames[] = {"black1", "white1", "grey2", "grey4", "grey8", "grey16", "pal4",
-                                         "pal8", "rgb", "rgbplanar", "rgba", "cmyk", "ycbcr22", "ycbcr21"};
+    static const char* const kNames[] = {"black1", "white1",  "grey2",   "grey4",       "grey8",    "grey16",
+                                         "pal4",   "pal8",    "rgb",     "rgbplanar",   "rgba",     "cmyk",
+                                         "ycbcr22", "ycbcr21", "grey4a", "grey8a",     "grey16a",  "grey8aplanar",
+                                         "pal4a",  "pal8a"};
     return kNames[static_cast<int>(kind)];
 }
 
@@ -163,7 +194,7 @@ bool WritePage(TIFF* tif, const Variant& v, int page, int pages) {
     const Layout l = LayoutOf(v.kind);
     const uint32_t width = page == 0 ? 301 : 123;
     const uint32_t height = page == 0 ? 207 : 95;
-    const uint32_t seed = page * 17 + static_cast<uint32_t>(v.kind);
+    const uint32_t seed = page * 17 + static_cast<uint32_t>(WithoutAlpha(v.kind));  // alpha twins share pixels
     TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, width);
     TIFFSetField(tif, TIFFTAG_IMAGELENGTH, height);
     TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, l.bits);
@@ -181,8 +212,9 @@ bool WritePage(TIFF* tif, const Variant& v, int page, int pages) {
     if (v.compression == COMPRESSION_CCITTFAX3) TIFFSetField(tif, TIFFTAG_GROUP3OPTIONS, v.t4Options);
     if (v.predictor != 1) TIFFSetField(tif, TIFFTAG_PREDICTOR, v.predictor);
     if (l.extra) {
-        // An extra sample of unspecified meaning: readers skip it.
-        uint16_t extra = EXTRASAMPLE_UNSPECIFIED;
+        // An extra sample, of unspecified meaning beside colour and an alpha
+        // beside grey or palette indexes: readers skip it.
+        uint16_t extra = l.samples == 2 ? EXTRASAMPLE_UNASSALPHA : EXTRASAMPLE_UNSPECIFIED;
         TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, 1, &extra);
     }
     if (l.subH != 1 || l.subV != 1) {
@@ -269,8 +301,10 @@ std::string NameOf(const Variant& v, int index) {
 std::vector<Variant> Corpus() {
     std::vector<Variant> corpus;
     const Kind bilevel[] = {Kind::kBlack1, Kind::kWhite1};
-    const Kind others[] = {Kind::kGrey2, Kind::kGrey4,     Kind::kGrey8, Kind::kGrey16, Kind::kPalette4,
-                           Kind::kPalette8, Kind::kRgb, Kind::kRgbPlanar, Kind::kRgba, Kind::kCmyk};
+    const Kind others[] = {Kind::kGrey2,      Kind::kGrey4,       Kind::kGrey8,         Kind::kGrey16,
+                           Kind::kPalette4,   Kind::kPalette8,    Kind::kRgb,           Kind::kRgbPlanar,
+                           Kind::kRgba,       Kind::kCmyk,        Kind::kGrey4Alpha,    Kind::kGrey8Alpha,
+                           Kind::kGrey16Alpha, Kind::kGrey8AlphaPlanar, Kind::kPalette4Alpha, Kind::kPalette8Alpha};
     struct Coding {
         uint16_t compression;
         uint32_t t4Options;
@@ -514,6 +548,16 @@ TEST_F(TiffReadCorpus, EveryPageMatchesLibtiff) {
             plain.compression = COMPRESSION_NONE;
             referencePath = path + ".plain.tif";
             TIFF* twin = TIFFOpen(referencePath.c_str(), ModeOf(plain).c_str());
+            ASSERT_NE(twin, nullptr);
+            ASSERT_TRUE(WritePage(twin, plain, 0, 2) && WritePage(twin, plain, 1, 2));
+            TIFFClose(twin);
+        } else if (WithoutAlpha(v.kind) != v.kind) {
+            // Grey and palette pages with alpha are compared with the same
+            // pages without it, uncompressed, in one strip.
+            Variant plain{WithoutAlpha(v.kind), COMPRESSION_NONE};
+            plain.orientation = v.orientation;
+            referencePath = path + ".plain.tif";
+            TIFF* twin = TIFFOpen(referencePath.c_str(), "w");
             ASSERT_NE(twin, nullptr);
             ASSERT_TRUE(WritePage(twin, plain, 0, 2) && WritePage(twin, plain, 1, 2));
             TIFFClose(twin);
