@@ -175,13 +175,34 @@ void YcckPiece(const uint8_t* __restrict y, const uint8_t* __restrict cb, const 
     }
 }
 
+// Ink amounts of a separated page: 0 is no ink, so each colour is the
+// complement of its ink darkened by the complement of black.
+void InkCmykPiece(const uint8_t* __restrict c, const uint8_t* __restrict m, const uint8_t* __restrict y,
+                  const uint8_t* __restrict k, uint32_t* __restrict packed) {
+    for (size_t i = 0; i < kPiece; ++i) {
+        const uint32_t white = 255u - k[i];
+        packed[i] = Pack(Darken(255u - c[i], white), Darken(255u - m[i], white), Darken(255u - y[i], white));
+    }
+}
+
+void InkYcckPiece(const uint8_t* __restrict y, const uint8_t* __restrict cb, const uint8_t* __restrict cr,
+                  const uint8_t* __restrict k, uint32_t* __restrict packed) {
+    for (size_t i = 0; i < kPiece; ++i) {
+        const Rgb rgb = YccToRgb(y[i], cb[i], cr[i]);
+        const uint32_t white = 255u - k[i];
+        packed[i] = Pack(Darken(Clamp255(rgb.r), white), Darken(Clamp255(rgb.g), white), Darken(Clamp255(rgb.b), white));
+    }
+}
+
 uint32_t ComponentCount(ColorKind kind) {
     switch (kind) {
         case ColorKind::Grey: return 1;
         case ColorKind::YCbCr:
         case ColorKind::Rgb: return 3;
         case ColorKind::Cmyk:
-        case ColorKind::Ycck: return 4;
+        case ColorKind::Ycck:
+        case ColorKind::InkCmyk:
+        case ColorKind::InkYcck: return 4;
     }
     return 0;
 }
@@ -220,6 +241,16 @@ void ConvertPortable(ColorKind kind, uint32_t count, const ComponentBand* compon
             case ColorKind::Ycck:
                 ConvertPieces(planes, out, width, [](const uint8_t* const* p, uint32_t* packed) {
                     YcckPiece(p[0], p[1], p[2], p[3], packed);
+                });
+                break;
+            case ColorKind::InkCmyk:
+                ConvertPieces(planes, out, width, [](const uint8_t* const* p, uint32_t* packed) {
+                    InkCmykPiece(p[0], p[1], p[2], p[3], packed);
+                });
+                break;
+            case ColorKind::InkYcck:
+                ConvertPieces(planes, out, width, [](const uint8_t* const* p, uint32_t* packed) {
+                    InkYcckPiece(p[0], p[1], p[2], p[3], packed);
                 });
                 break;
         }
@@ -278,7 +309,9 @@ void ConvertBandBy(ColorRoute route, ColorKind kind, const ComponentBand* compon
                    uint8_t hMax, uint8_t vMax, uint8_t* output, ptrdiff_t outputStride, uint8_t* scratch) {
     const uint32_t count = ComponentCount(kind);
     if (count == 0 || width == 0 || hMax == 0 || vMax == 0) return;
-    if (route == ColorRoute::Portable || kind == ColorKind::Grey) {
+    // Separated TIFF pages are rare enough to take the portable route.
+    if (route == ColorRoute::Portable || kind == ColorKind::Grey || kind == ColorKind::InkCmyk ||
+        kind == ColorKind::InkYcck) {
         ConvertPortable(kind, count, components, width, rows, hMax, vMax, output, outputStride, scratch);
     } else {
         ConvertVector(route, kind, count, components, width, rows, hMax, vMax, output, outputStride, scratch);

@@ -14,6 +14,11 @@ enum class ColorKind : uint8_t {
     Rgb,    // three components stored as RGB (Adobe transform 0)
     Cmyk,   // four components, Adobe (inverted) CMYK
     Ycck,   // four components, YCbCr + K (Adobe transform 2)
+    // Separated TIFF pages: four components of ink (0 = none), coloured
+    // red = (255 - c)(255 - k) / 255 and likewise; InkYcck has the first
+    // three as YCbCr whose RGB is 255 - c, 255 - m, 255 - y.
+    InkCmyk,
+    InkYcck,
 };
 
 // One component's samples for a band of output rows, at the component's own

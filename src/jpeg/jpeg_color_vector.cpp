@@ -436,7 +436,9 @@ template <typename Lanes>
         case ColorKind::Ycck: RunShared<Lanes, ColorKind::Ycck>(rows); break;
         case ColorKind::Rgb: RunEach<Lanes, ColorKind::Rgb>(rows); break;
         case ColorKind::Cmyk: RunEach<Lanes, ColorKind::Cmyk>(rows); break;
-        case ColorKind::Grey: break;
+        case ColorKind::Grey:
+        case ColorKind::InkCmyk:
+        case ColorKind::InkYcck: break;  // never given to the vector routes
     }
 }
 

@@ -122,6 +122,9 @@ enum class ColorOverride : uint8_t {
     Auto,   // by the stream's JFIF/Adobe segments and component identifiers
     YCbCr,  // three components are YCbCr (four: YCCK)
     Rgb,    // three components are RGB (four: CMYK); no colour transform
+    // Four components are ink amounts of a separated TIFF page (0 = no ink),
+    // or YCCK of them when the Adobe segment says so; three: as Auto.
+    Separated,
 };
 
 // Rows the decoder writes: `height` rows of `width` pixels (1 byte per pixel

@@ -191,7 +191,10 @@ bool ChooseColorKind(uint32_t components, const JpegInfo& facts, const uint8_t* 
             }
             return true;
         case 4:
-            if (color == ColorOverride::Rgb) {
+            if (color == ColorOverride::Separated) {
+                *kind = (facts.flags & kHasAdobe) != 0 && facts.adobeTransform == 2 ? ColorKind::InkYcck
+                                                                                       : ColorKind::InkCmyk;
+            } else if (color == ColorOverride::Rgb) {
                 *kind = ColorKind::Cmyk;
             } else if (color == ColorOverride::YCbCr) {
                 *kind = ColorKind::Ycck;

@@ -11,6 +11,7 @@ namespace velmora {
 namespace {
 
 constexpr uint16_t kPhotometricRgb = 2;
+constexpr uint16_t kPhotometricSeparated = 5;
 constexpr uint16_t kPhotometricYcbcr = 6;
 constexpr uint16_t kJpegProcLossless = 14;
 constexpr uint64_t kMaxWholeImage = uint64_t{1} << 31;
@@ -18,6 +19,7 @@ constexpr uint64_t kMaxWholeImage = uint64_t{1} << 31;
 jpeg::ColorOverride ColorOf(const TiffPageInfo& info) {
     if (info.photometric == kPhotometricYcbcr) return jpeg::ColorOverride::YCbCr;
     if (info.photometric == kPhotometricRgb) return jpeg::ColorOverride::Rgb;
+    if (info.photometric == kPhotometricSeparated) return jpeg::ColorOverride::Separated;
     return jpeg::ColorOverride::Auto;
 }
 

@@ -113,7 +113,11 @@ bool ChooseJpegFormat(TiffFile* tiff, const TiffPageInfo& info, PageFormat* form
             return true;
         case kPhotometricRgb:
         case kPhotometricYcbcr:
-            if (samples != 3) return Unsupported(tiff, record);
+        case kPhotometricSeparated:
+            // Separated pages are four inks (CMYK), turned into colour by the
+            // JPEG decoder with the same formula as uncompressed ones.
+            if (samples != (photometric == kPhotometricSeparated ? 4 : 3)) return Unsupported(tiff, record);
+            if (photometric == kPhotometricSeparated && info.inkSet > 1) return Unsupported(tiff, record);
             format->kind = SampleKind::kRgb;
             format->dibBits = 24;
             format->pixelSamples = 3;

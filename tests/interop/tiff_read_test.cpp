@@ -4,8 +4,8 @@
 // both byte orders, classic and BigTIFF, one strip, many strips with an
 // uneven last strip, tiles with uneven edges, all eight orientations, and
 // 1, 2, 4, 8 and 16-bit grey, palette, RGB chunky and planar (with and
-// without alpha), CMYK and subsampled YCbCr pages, and JPEG-compressed grey
-// and RGB pages. The velmora program describes every file as libtiff does
+// without alpha), grey and palette pages with alpha, CMYK and subsampled
+// YCbCr pages, and JPEG-compressed grey, RGB and CMYK pages. The velmora program describes every file as libtiff does
 // and renders a page of each to a bitmap with the same pixels.
 #include <tiffio.h>
 #include <unistd.h>
@@ -344,9 +344,9 @@ std::vector<Variant> Corpus() {
             for (const Placement& p : placements) add(Variant{kind, c.compression, c.t4Options, c.predictor, p.rows, p.tile});
         }
     }
-    // JPEG pages stored as grey or RGB samples (no colour transform, no
-    // subsampling) decode exactly as libtiff decodes them through libjpeg.
-    for (Kind kind : {Kind::kGrey8, Kind::kRgb}) {
+    // JPEG pages stored as grey, RGB or CMYK samples (no colour transform,
+    // no subsampling) decode exactly as libtiff decodes them through libjpeg.
+    for (Kind kind : {Kind::kGrey8, Kind::kRgb, Kind::kCmyk}) {
         for (const Placement& p : {placements[0], placements[1], placements[3]}) {
             add(Variant{kind, COMPRESSION_JPEG, 0, 1, p.rows, p.tile});
         }
