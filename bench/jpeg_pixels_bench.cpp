@@ -2,7 +2,7 @@
 // conversion) against libjpeg-turbo on the same files. A 2048 x 1536
 // photograph-like picture is compressed by libjpeg at quality 85 in 4:4:4
 // and 4:2:0 when the benchmark starts. libjpeg decodes it three ways:
-// fully (integer IDCT, replicating upsampling, RGB out), to YCbCr (no
+// fully (integer IDCT, interpolated chroma, RGB out), to YCbCr (no
 // colour conversion) and scaled to 1/8 (entropy decoding and a trivial
 // DC-only transform of 1/64 of the pixels: its cost is nearly all entropy
 // decoding). The differences isolate the stages we implement; ours run
@@ -102,7 +102,6 @@ void LibjpegDecode(const Bytes& file, J_COLOR_SPACE space, bool eighth, Bytes& o
     {
         if (eighth) cinfo.scale_denom = 8;
         cinfo.dct_method = JDCT_ISLOW;
-        cinfo.do_fancy_upsampling = FALSE;
         cinfo.out_color_space = space;
         jpeg_start_decompress(&cinfo);
         const size_t rowBytes = size_t{cinfo.output_width} * cinfo.output_components;

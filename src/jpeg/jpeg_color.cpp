@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "jpeg/jpeg_color_routes.h"
+#include "jpeg/jpeg_upsample.h"
 
 namespace velmora::jpeg {
 namespace {
@@ -35,12 +36,56 @@ void ReplicateFraction(const uint8_t* __restrict source, uint8_t* __restrict tar
     for (uint32_t x = 0; x < width; ++x) target[x] = source[uint64_t{x} * h / hMax];
 }
 
+// ---- Interpolation (jpeg_upsample.h) -------------------------------------------
+
+// The samples of the component's rows that belong to the image.
+uint32_t SamplesWide(const ComponentBand& component, uint32_t width, uint8_t hMax) {
+    if (component.samplesWide != 0) return component.samplesWide;
+    return static_cast<uint32_t>((uint64_t{width} * component.h + hMax - 1) / hMax);
+}
+
+// Whether the component is interpolated rather than replicated.
+bool Interpolated(const ComponentBand& component, uint32_t width, uint8_t hMax, uint8_t vMax) {
+    const bool across = hMax == 2 * component.h, down = vMax == 2 * component.v;
+    const bool wholeAcross = across || hMax == component.h, wholeDown = down || vMax == component.v;
+    if (!wholeAcross || !wholeDown || (!across && !down)) return false;
+    return !across || SamplesWide(component, width, hMax) > 2;
+}
+
+// The component row `j` of the band, or the row standing in for it above
+// the band's first row and below its last real one.
+const uint8_t* ComponentRow(const ComponentBand& component, int64_t j) {
+    if (j < 0) return component.above != nullptr ? component.above : component.samples;
+    if (j > static_cast<int64_t>(component.lastRow)) {
+        const bool bandEnd = component.below != nullptr;
+        j = component.lastRow;
+        if (bandEnd) return component.below;
+    }
+    return component.samples + static_cast<ptrdiff_t>(j) * component.stride;
+}
+
 // The component row for output row `row` of the band, widened to `width`
-// samples in `scratch` when the component is subsampled horizontally.
+// samples in `scratch` when the component is subsampled.
 const uint8_t* FullWidthRow(const ComponentBand& component, uint32_t row, uint32_t width, uint8_t hMax, uint8_t vMax,
                             uint8_t* scratch) {
-    const uint8_t* source = component.samples + static_cast<ptrdiff_t>(row * component.v / vMax) * component.stride;
+    const uint32_t j = row * component.v / vMax;
+    const uint8_t* source = component.samples + static_cast<ptrdiff_t>(j) * component.stride;
     const uint32_t h = component.h;
+    if (Interpolated(component, width, hMax, vMax)) {
+        const bool down = vMax == 2 * component.v, lower = (row & 1) != 0;
+        const uint32_t n = SamplesWide(component, width, hMax);
+        if (!down) {
+            TriangleAcross(source, n, scratch, width);
+        } else {
+            const uint8_t* other = ComponentRow(component, lower ? int64_t{j} + 1 : int64_t{j} - 1);
+            if (hMax == 2 * h) {
+                TriangleBoth(source, other, n, scratch, width);
+            } else {
+                TriangleDown(source, other, lower, scratch, width);
+            }
+        }
+        return scratch;
+    }
     if (h >= hMax) return source;
     if (hMax == 2 * h) {
         ReplicateBy2(source, scratch, width);
@@ -275,7 +320,9 @@ void ConvertVector(ColorRoute route, ColorKind kind, uint32_t count, const Compo
     VectorRows step;
     step.kind = kind;
     step.width = width;
-    step.halved = chromaKind && components[1].h == components[2].h && hMax == 2 * components[1].h;
+    const bool interpolated =
+        Interpolated(components[1], width, hMax, vMax) || Interpolated(components[2], width, hMax, vMax);
+    step.halved = chromaKind && !interpolated && components[1].h == components[2].h && hMax == 2 * components[1].h;
     // Components 0 and 3 (when present) belong to each output row, 1 and 2
     // may be shared; rows can only be paired when the own components need
     // no scratch space.
@@ -291,7 +338,7 @@ void ConvertVector(ColorRoute route, ColorKind kind, uint32_t count, const Compo
         }
         step.out[0] = output + static_cast<ptrdiff_t>(row) * outputStride;
         step.count = 1;
-        if (chromaKind && ownAtFullWidth && row + 1 < rows &&
+        if (chromaKind && !interpolated && ownAtFullWidth && row + 1 < rows &&
             SourceRow(components[1], row, vMax) == SourceRow(components[1], row + 1, vMax) &&
             SourceRow(components[2], row, vMax) == SourceRow(components[2], row + 1, vMax)) {
             step.count = 2;
@@ -309,6 +356,13 @@ void ConvertBandBy(ColorRoute route, ColorKind kind, const ComponentBand* compon
                    uint8_t hMax, uint8_t vMax, uint8_t* output, ptrdiff_t outputStride, uint8_t* scratch) {
     const uint32_t count = ComponentCount(kind);
     if (count == 0 || width == 0 || hMax == 0 || vMax == 0) return;
+    // Without a stated last row, the band's rows are all the image has.
+    ComponentBand bands[4];
+    for (uint32_t i = 0; i < count; ++i) {
+        bands[i] = components[i];
+        if (bands[i].lastRow == 0xFFFFFFFF) bands[i].lastRow = (rows * bands[i].v + vMax - 1) / vMax - 1;
+    }
+    components = bands;
     // Separated TIFF pages are rare enough to take the portable route.
     if (route == ColorRoute::Portable || kind == ColorKind::Grey || kind == ColorKind::InkCmyk ||
         kind == ColorKind::InkYcck) {

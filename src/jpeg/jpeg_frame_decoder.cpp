@@ -232,6 +232,9 @@ bool FrameDecoder::Begin(const ScanHeader& firstScan) {
     streaming_ = !keepCoefficients_ && !frame_.progressive && !frame_.lossless && firstScan.count == componentCount_;
     outWidth_ = options_.output.topRow != nullptr ? std::min(frame_.width, options_.output.width) : 0;
     outRows_ = options_.output.topRow != nullptr && outWidth_ > 0 ? std::min(height_, options_.output.height) : 0;
+    // Interpolated chroma of the last output rows may need the MCU row below.
+    transformBands_ =
+        outRows_ == 0 ? 0 : static_cast<uint32_t>(std::min<uint64_t>(mcusHigh_, (outRows_ - 1) / mcuPixelsHigh_ + 2));
 
     uint64_t collectedBytes = 0, bandBytes = 0;
     for (uint32_t i = 0; i < componentCount_; ++i) {
@@ -251,7 +254,11 @@ bool FrameDecoder::Begin(const ScanHeader& firstScan) {
         uint64_t units = uint64_t{c.blocksWide} * c.blocksHigh;
         if (!streaming_) collectedBytes += frame_.lossless ? units * 2 : units * 128;
         c.bandStride = static_cast<ptrdiff_t>(uint64_t{c.blocksWide} * unit);
-        bandBytes += uint64_t{c.blocksWide} * unit * c.v * unit;
+        c.bandRows = c.v * unit;
+        c.realRows = static_cast<uint32_t>(CeilDiv(uint64_t{height_} * c.v, vMax_));
+        c.samplesWide = static_cast<uint32_t>(CeilDiv(uint64_t{frame_.width} * c.h, hMax_));
+        // Two slots and the kept row above.
+        bandBytes += uint64_t{c.blocksWide} * unit * (2 * c.v * unit + 1);
     }
     if (collectedBytes > kMaxWorkingBytes || bandBytes > kMaxWorkingBytes) {
         SetRecordError(record_, kErrNotEnoughMemory, 0);
@@ -264,8 +271,12 @@ bool FrameDecoder::Begin(const ScanHeader& firstScan) {
     if (bands == nullptr || (!streaming_ && collected == nullptr)) return false;
     for (uint32_t i = 0; i < componentCount_; ++i) {
         Component& c = component_[i];
-        c.band = bands;
-        bands += static_cast<size_t>(c.bandStride) * c.v * unit;
+        const size_t slotBytes = static_cast<size_t>(c.bandStride) * c.bandRows;
+        c.slots[0] = bands;
+        c.slots[1] = bands + slotBytes;
+        c.aboveCopy = bands + 2 * slotBytes;
+        c.band = c.slots[0];
+        bands += 2 * slotBytes + static_cast<size_t>(c.bandStride);
         if (!streaming_) {
             uint64_t units = uint64_t{c.blocksWide} * c.blocksHigh;
             if (frame_.lossless) {
@@ -360,8 +371,9 @@ bool FrameDecoder::DecodeStreamingScan(BitReader* reader, const ScanHeader& scan
     std::memset(flatValues_, 0xFF, sizeof(flatValues_));
     for (uint32_t row = 0; row < mcusHigh_; ++row) {
         // Rows below the output are not needed unless someone records the MCUs.
-        const bool transform = uint64_t{row} * mcuPixelsHigh_ < outRows_;
+        const bool transform = row < transformBands_;
         if (observer == nullptr && !transform) return true;
+        if (transform) PrepareBand(row);
         for (uint32_t column = 0; column < mcusWide_; ++column, ++mcuIndex) {
             if (restartInterval != 0 && sinceRestart == restartInterval) {
                 if (!Restart(reader, &expected, scan)) return false;
@@ -561,8 +573,8 @@ bool FrameDecoder::DecodeLosslessScan(BitReader* reader, const ScanHeader& scan,
 bool FrameDecoder::Finish() {
     if (record_->failed()) return false;
     if (streaming_) return true;
-    for (uint32_t row = 0; row < mcusHigh_; ++row) {
-        if (uint64_t{row} * mcuPixelsHigh_ >= outRows_) break;
+    for (uint32_t row = 0; row < transformBands_; ++row) {
+        PrepareBand(row);
         for (uint32_t i = 0; i < componentCount_; ++i) {
             Component& c = component_[i];
             if (frame_.lossless) {
@@ -624,22 +636,58 @@ bool FrameDecoder::HandOver(CoefficientImage* image, CoefficientConsumer* consum
     return consumer->Consume(*image, record_);
 }
 
-bool FrameDecoder::EmitBand(uint32_t mcuRow) {
-    uint64_t top = uint64_t{mcuRow} * mcuPixelsHigh_;
-    if (top < outRows_) {
-        uint32_t rows = static_cast<uint32_t>(std::min<uint64_t>(mcuPixelsHigh_, outRows_ - top));
-        ComponentBand bands[kMaxScanComponents];
-        for (uint32_t i = 0; i < componentCount_; ++i) {
-            bands[i].samples = component_[i].band;
-            bands[i].stride = component_[i].bandStride;
-            bands[i].h = component_[i].h;
-            bands[i].v = component_[i].v;
+void FrameDecoder::PrepareBand(uint32_t mcuRow) {
+    for (uint32_t i = 0; i < componentCount_; ++i) {
+        Component& c = component_[i];
+        c.band = c.slots[mcuRow % 2];
+        // The slot still holds MCU row mcuRow - 2, whose last row lies above
+        // MCU row mcuRow - 1, not converted yet.
+        if (mcuRow >= 2) {
+            std::memcpy(c.aboveCopy, c.band + static_cast<ptrdiff_t>(c.bandRows - 1) * c.bandStride,
+                        static_cast<size_t>(c.bandStride));
         }
-        uint8_t* out = options_.output.topRow + static_cast<ptrdiff_t>(top) * options_.output.stride;
-        ConvertBand(kind_, bands, outWidth_, rows, hMax_, vMax_, out, options_.output.stride, scratch_.data());
+    }
+}
+
+// MCU row `mcuRow` is decoded into its slot: the row before it can now be
+// converted with its neighbours, and the last one at once.
+bool FrameDecoder::EmitBand(uint32_t mcuRow) {
+    if (mcuRow < transformBands_) {
+        const uint32_t lastOutput = (outRows_ - 1) / mcuPixelsHigh_;
+        if (mcuRow >= 1 && mcuRow - 1 <= lastOutput) ConvertStoredBand(mcuRow - 1, true);
+        if (mcuRow == lastOutput && mcuRow + 1 == transformBands_) ConvertStoredBand(mcuRow, false);
     }
     if (options_.progress != nullptr && !options_.progress->Row(mcuRow, mcusHigh_, record_)) return false;
     return true;
+}
+
+// Converts the output rows of MCU row `mcuRow`; `followed` when the next MCU
+// row sits in the other slot.
+void FrameDecoder::ConvertStoredBand(uint32_t mcuRow, bool followed) {
+    const uint64_t top = uint64_t{mcuRow} * mcuPixelsHigh_;
+    if (top >= outRows_) return;
+    const uint32_t rows = static_cast<uint32_t>(std::min<uint64_t>(mcuPixelsHigh_, outRows_ - top));
+    ComponentBand bands[kMaxScanComponents];
+    for (uint32_t i = 0; i < componentCount_; ++i) {
+        const Component& c = component_[i];
+        ComponentBand& band = bands[i];
+        band.samples = c.slots[mcuRow % 2];
+        band.stride = c.bandStride;
+        band.h = c.h;
+        band.v = c.v;
+        if (mcuRow > 0) {
+            band.above = followed ? c.aboveCopy
+                                  : c.slots[(mcuRow - 1) % 2] + static_cast<ptrdiff_t>(c.bandRows - 1) * c.bandStride;
+        }
+        band.below = followed ? c.slots[(mcuRow + 1) % 2] : nullptr;
+        const uint64_t firstRow = uint64_t{mcuRow} * c.bandRows;
+        band.lastRow = followed || c.realRows <= firstRow
+                           ? c.bandRows - 1
+                           : static_cast<uint32_t>(std::min<uint64_t>(c.bandRows, c.realRows - firstRow) - 1);
+        band.samplesWide = c.samplesWide;
+    }
+    uint8_t* out = options_.output.topRow + static_cast<ptrdiff_t>(top) * options_.output.stride;
+    ConvertBand(kind_, bands, outWidth_, rows, hMax_, vMax_, out, options_.output.stride, scratch_.data());
 }
 
 }  // namespace velmora::jpeg

@@ -61,8 +61,16 @@ private:
         const uint16_t* quant = nullptr;  // natural order
         int16_t* coefficients = nullptr;  // collected DCT frames: 64 per block
         uint16_t* samples = nullptr;      // lossless frames
-        uint8_t* band = nullptr;          // one MCU row of 8-bit samples
+        uint8_t* band = nullptr;          // the MCU row of 8-bit samples being filled
         ptrdiff_t bandStride = 0;
+        uint32_t bandRows = 0;            // sample rows of one MCU row
+        uint32_t realRows = 0;            // sample rows of the image
+        uint32_t samplesWide = 0;         // samples of a row that belong to the image
+        // MCU rows alternate between two slots, so that the one before is
+        // still there when it is converted with the rows around it; the last
+        // row of the one before that is kept as the row above.
+        uint8_t* slots[2] = {nullptr, nullptr};
+        uint8_t* aboveCopy = nullptr;
         int32_t predictor = 0;       // DC predictor
         uint32_t lineStart = 0;      // lossless: the first line of the current restart interval
         bool restartSample = false;  // lossless: the next sample follows a restart
@@ -75,7 +83,9 @@ private:
     bool DecodeCollectedScan(BitReader* reader, const ScanHeader& scan, uint32_t restartInterval);
     bool DecodeLosslessScan(BitReader* reader, const ScanHeader& scan, uint32_t restartInterval);
     void TransformBlock(const int16_t* coefficients, const uint16_t* quant, uint8_t* out, ptrdiff_t stride);
+    void PrepareBand(uint32_t mcuRow);
     bool EmitBand(uint32_t mcuRow);
+    void ConvertStoredBand(uint32_t mcuRow, bool followed);
     void FillFlatBlock(uint32_t scanIndex, int16_t dc, const Component& c, uint8_t* out);
     bool Fail();
 
@@ -93,6 +103,7 @@ private:
     uint32_t mcuPixelsHigh_ = 0;  // output rows per MCU row
     uint8_t hMax_ = 1, vMax_ = 1;
     uint32_t outWidth_ = 0, outRows_ = 0;
+    uint32_t transformBands_ = 0;  // MCU rows turned into samples: the output's and one below it
     int maxDcCategory_ = 11, maxAcSize_ = 10;
     uint32_t eobRun_ = 0;
     Component component_[kMaxScanComponents];

@@ -6,8 +6,8 @@
 // jpegtran (restart markers, progressive, separate scans per component) and
 // by ImageMagick (Adobe CMYK); YCCK streams are written through libjpeg
 // itself. Every stream is decoded by the library, from memory and through a
-// stream, and by libjpeg with the integer inverse DCT and without fancy
-// upsampling (what `djpeg -dct int -nosmooth` does): grey samples must be
+// stream, and by libjpeg with the integer inverse DCT and its default
+// interpolated upsampling (what `djpeg -dct int` does): grey samples must be
 // identical, colour channels within 1. Truncated and damaged copies must
 // fail with the library's errors, never worse.
 #include <unistd.h>
@@ -70,7 +70,6 @@ bool PeerDecode(const std::vector<uint8_t>& data, Picture* out) {
     jpeg_mem_src(&cinfo, data.data(), static_cast<unsigned long>(data.size()));
     jpeg_read_header(&cinfo, TRUE);
     cinfo.dct_method = JDCT_ISLOW;
-    cinfo.do_fancy_upsampling = FALSE;
     cinfo.do_block_smoothing = FALSE;
     bool cmyk = cinfo.jpeg_color_space == JCS_CMYK || cinfo.jpeg_color_space == JCS_YCCK;
     if (cmyk) cinfo.out_color_space = JCS_CMYK;

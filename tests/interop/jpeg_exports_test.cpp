@@ -62,13 +62,16 @@ Pixels Decode(HGLOBAL jpeg) {
     return pixels;
 }
 
-bool SameRegion(const Pixels& whole, const RECT& r, const Pixels& part) {
+// The copy shows the region's pixels; with subsampled chroma, whose
+// interpolation reads across the region's edges in the whole image, the
+// outermost pixels of the copy are left out.
+bool SameRegion(const Pixels& whole, const RECT& r, const Pixels& part, int border) {
     if (part.width != r.right - r.left || part.height != r.bottom - r.top) return false;
     const int n = whole.bytesPerPixel;
-    for (int y = 0; y < part.height; ++y) {
-        const uint8_t* a = whole.rows.data() + ((r.top + y) * whole.width + r.left) * n;
-        const uint8_t* b = part.rows.data() + y * part.width * n;
-        if (std::memcmp(a, b, static_cast<size_t>(part.width) * n) != 0) return false;
+    for (int y = border; y < part.height - border; ++y) {
+        const uint8_t* a = whole.rows.data() + ((r.top + y) * whole.width + r.left + border) * n;
+        const uint8_t* b = part.rows.data() + (y * part.width + border) * n;
+        if (std::memcmp(a, b, static_cast<size_t>(part.width - 2 * border) * n) != 0) return false;
     }
     return true;
 }
@@ -256,7 +259,9 @@ TEST_F(JpegExports, CopiedRectanglesShowTheSamePixels) {
                 DWORD size = 0;
                 HGLOBAL copy = GetVelmoraJPEGMCUData(jpeg, &request, &size);
                 ASSERT_NE(copy, nullptr) << std::hex << GetLastVelmoraErrorCode();
-                EXPECT_TRUE(SameRegion(whole, rect, Decode(copy))) << rect.left << "," << rect.top << " mode " << mode;
+                const int border = w > 8 || h > 8 ? 1 : 0;
+                EXPECT_TRUE(SameRegion(whole, rect, Decode(copy), border))
+                    << rect.left << "," << rect.top << " mode " << mode;
                 const auto* copied = static_cast<const uint8_t*>(velmora::platform::MemLock(copy));
                 const Bytes copyBytes(copied, copied + size);
                 velmora::platform::MemUnlock(copy);

@@ -1,7 +1,7 @@
 // The JPEG sample pipeline against libjpeg-turbo. libjpeg writes files
 // whose quantised coefficients we choose (jpeg_write_coefficients) and
-// decodes them with its integer inverse DCT and replicating upsampling
-// (JDCT_ISLOW, no fancy upsampling, as `djpeg -dct int -nosmooth`); our
+// decodes them with its integer inverse DCT and its default interpolated
+// upsampling (JDCT_ISLOW, as `djpeg -dct int`); our
 // transform of the same coefficients must give identical samples, and our
 // band conversion of those samples its colours within one.
 #include <stdio.h>
@@ -136,7 +136,6 @@ Bytes DecodeWithLibjpeg(const Bytes& file, J_COLOR_SPACE out, int* channels) {
     jpeg_mem_src(&cinfo, file.data(), file.size());
     jpeg_read_header(&cinfo, TRUE);
     cinfo.dct_method = JDCT_ISLOW;
-    cinfo.do_fancy_upsampling = FALSE;
     cinfo.out_color_space = out;
     jpeg_start_decompress(&cinfo);
     *channels = cinfo.output_components;
@@ -414,7 +413,18 @@ Difference CompareColour(const ColourCase& test, std::mt19937& random) {
     const uint32_t bandRows = 8 * image.vMax();
     for (uint32_t top = 0; top < image.height; top += bandRows) {
         std::vector<ComponentBand> band = bands;
-        for (size_t i = 0; i < band.size(); ++i) band[i].samples += (top / bandRows) * 8 * band[i].v * band[i].stride;
+        const bool last = top + bandRows >= image.height;
+        for (size_t i = 0; i < band.size(); ++i) {
+            // The rows around the band, as the decoder hands them over.
+            ComponentBand& b = band[i];
+            const uint32_t rows = 8u * b.v, first = top / bandRows * rows;
+            const uint32_t realRows = (image.height * b.v + image.vMax() - 1) / image.vMax();
+            b.samples += first * b.stride;
+            b.above = top == 0 ? nullptr : b.samples - b.stride;
+            b.below = last ? nullptr : b.samples + rows * b.stride;
+            b.lastRow = last ? realRows - first - 1 : rows - 1;
+            b.samplesWide = (image.width * b.h + image.hMax() - 1) / image.hMax();
+        }
         ConvertBand(test.kind, band.data(), image.width, std::min(bandRows, image.height - top), image.hMax(),
                     image.vMax(), output.data() + (image.height - 1 - top) * stride, -stride, scratch.data());
     }

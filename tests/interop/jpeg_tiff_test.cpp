@@ -192,7 +192,7 @@ protected:
     // djpeg's decoding of a stream, without chroma smoothing.
     bool Reference(const Bytes& jpeg, Picture* picture) {
         WriteAll(Path("part.jpg"), jpeg);
-        return Shell("/usr/bin/djpeg -dct int -nosmooth -outfile " + Path("part.pnm") + " " + Path("part.jpg")) &&
+        return Shell("/usr/bin/djpeg -dct int -outfile " + Path("part.pnm") + " " + Path("part.jpg")) &&
                ReadPnm(Path("part.pnm"), picture);
     }
 
@@ -349,8 +349,8 @@ Bytes Encoded(const std::function<bool(velmora::Stream*, velmora::ErrorRecord*)>
 // Pages as a TIFF writer makes them with the encoder: the tables once in
 // JPEGTables, every 16-row strip an abbreviated stream. libtiff must decode
 // them as the library does: grey exactly (both transform with the same
-// integer IDCT), YCbCr without subsampling within 1 (colour conversion),
-// YCbCr 4:2:0 close (libtiff interpolates chroma, the library replicates).
+// integer IDCT), YCbCr within 1 (colour conversion), also 4:2:0, whose
+// chroma both interpolate.
 TEST_F(JpegTiffPages, StripsTheEncoderWritesDecodeInLibtiff) {
     Picture source;
     ASSERT_TRUE(Shell("/usr/bin/convert " + Path("source.ppm") + " " + Path("source2.ppm")));
@@ -363,7 +363,7 @@ TEST_F(JpegTiffPages, StripsTheEncoderWritesDecodeInLibtiff) {
     } kPages[] = {
         {"grey", 1, velmora::jpeg::ChromaSampling::H1V1, 0},
         {"YCbCr 1x1", 3, velmora::jpeg::ChromaSampling::H1V1, 1},
-        {"YCbCr 2x2", 3, velmora::jpeg::ChromaSampling::H2V2, 24},
+        {"YCbCr 2x2", 3, velmora::jpeg::ChromaSampling::H2V2, 1},
     };
     constexpr uint32_t kRowsPerStrip = 16;
     for (const auto& page : kPages) {
