@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <new>
+#include <utility>
 
 #include "frame/progress.h"
 #include "frame/error_record.h"
@@ -60,5 +62,12 @@ public:
     // End of the page.
     virtual void End() {}
 };
+
+// Makes a decoder without aborting when memory is short: null then, which
+// callers report as "Not enough memory.".
+template <typename Decoder, typename... Args>
+std::unique_ptr<StripDecoder> NewDecoder(Args&&... args) {
+    return std::unique_ptr<StripDecoder>(new (std::nothrow) Decoder(std::forward<Args>(args)...));
+}
 
 }  // namespace velmora

@@ -55,6 +55,6 @@ private:
 
 }  // namespace
 
-std::unique_ptr<StripDecoder> CreateDeflateDecoder() { return std::make_unique<DeflateDecoder>(); }
+std::unique_ptr<StripDecoder> CreateDeflateDecoder() { return NewDecoder<DeflateDecoder>(); }
 
 }  // namespace velmora

@@ -413,7 +413,7 @@ std::unique_ptr<StripDecoder> CreateFaxDecoder(uint16_t compression) {
         case kCompressionCcittRle:
         case kCompressionCcittRleWord:
         case kCompressionCcittGroup3:
-        case kCompressionCcittGroup4: return std::unique_ptr<StripDecoder>(new (std::nothrow) FaxDecoder(compression));
+        case kCompressionCcittGroup4: return NewDecoder<FaxDecoder>(compression);
         default: return nullptr;
     }
 }

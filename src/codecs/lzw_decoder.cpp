@@ -283,6 +283,6 @@ bool LzwDecoder::DecodeCodes(const uint8_t* data, size_t size, bool oldForm, Err
 
 }  // namespace
 
-std::unique_ptr<StripDecoder> CreateLzwDecoder() { return std::make_unique<LzwDecoder>(); }
+std::unique_ptr<StripDecoder> CreateLzwDecoder() { return NewDecoder<LzwDecoder>(); }
 
 }  // namespace velmora

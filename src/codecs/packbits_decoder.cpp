@@ -141,6 +141,6 @@ private:
 
 }  // namespace
 
-std::unique_ptr<StripDecoder> CreatePackBitsDecoder() { return std::make_unique<PackBitsDecoder>(); }
+std::unique_ptr<StripDecoder> CreatePackBitsDecoder() { return NewDecoder<PackBitsDecoder>(); }
 
 }  // namespace velmora

@@ -67,6 +67,6 @@ private:
 
 }  // namespace
 
-std::unique_ptr<StripDecoder> CreateRunLengthDecoder() { return std::make_unique<RunLengthDecoder>(); }
+std::unique_ptr<StripDecoder> CreateRunLengthDecoder() { return NewDecoder<RunLengthDecoder>(); }
 
 }  // namespace velmora

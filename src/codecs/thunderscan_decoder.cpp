@@ -103,6 +103,6 @@ private:
 
 }  // namespace
 
-std::unique_ptr<StripDecoder> CreateThunderScanDecoder() { return std::make_unique<ThunderScanDecoder>(); }
+std::unique_ptr<StripDecoder> CreateThunderScanDecoder() { return NewDecoder<ThunderScanDecoder>(); }
 
 }  // namespace velmora

@@ -307,8 +307,8 @@ HGLOBAL RecodeMcus(const JpegSource& source, const CopyRequest& request, DWORD* 
 class IndexBuilder : public McuObserver {
 public:
     // The rectangle in MCUs; `mcusWide` is the image's width in MCUs.
-    IndexBuilder(uint32_t mcusWide, uint32_t left, uint32_t top, uint32_t right, uint32_t bottom)
-        : mcusWide_(mcusWide), left_(left), top_(top), right_(right), bottom_(bottom) {}
+    IndexBuilder(uint32_t mcusWide, uint32_t left, uint32_t top, uint32_t right, uint32_t bottom, ErrorRecord* record)
+        : mcusWide_(mcusWide), left_(left), top_(top), right_(right), bottom_(bottom), record_(record) {}
 
     bool OnScan(const Frame& frame, const DecoderTables& tables, const ScanHeader& scan) override {
         if (frame.componentCount > kMaxIndexComponents) return false;
@@ -330,7 +330,7 @@ public:
             entry.before[i] = before[i];
             entry.after[i] = after[i];
         }
-        if (!index_.Append(entry)) {
+        if (!index_.Append(entry, record_)) {
             malformed_ = true;
             return false;
         }
@@ -348,6 +348,7 @@ public:
 
 private:
     uint32_t mcusWide_, left_, top_, right_, bottom_;
+    ErrorRecord* record_;
     bool malformed_ = false;
     std::unique_ptr<DecoderTables> tables_;
     Frame frame_;
@@ -411,7 +412,7 @@ private:
     size_t plainBytes_ = 0;
     uint64_t plainBits_ = 0;
     uint64_t rangeStart_ = 0;
-    std::vector<uint64_t> removed_;  // offsets from rangeStart_ of the bytes taken out
+    CheckedArray<uint64_t> removed_;  // offsets from rangeStart_ of the bytes taken out
     HuffmanCodes dcCodes_[4] = {};
 };
 
@@ -429,12 +430,11 @@ bool Splicer::Load(const uint8_t* bytes, size_t count, uint64_t rangeStart, Erro
         const uint8_t next = bytes[i + 1];
         if (next == 0x00) {  // a stuffed zero byte
             plain[used++] = byte;
-            removed_.push_back(++i);
+            if (!removed_.Append(++i, record)) return false;
         } else if (next == 0xFF) {  // a fill byte before a marker
-            removed_.push_back(i);
+            if (!removed_.Append(i, record)) return false;
         } else if (next >= kMarkerRst0 && next < kMarkerRst0 + 8) {
-            removed_.push_back(i);
-            removed_.push_back(++i);
+            if (!removed_.Append(i, record) || !removed_.Append(++i, record)) return false;
         } else {
             SetRecordError(record, kErrBadFileData, 0);
             return false;
@@ -580,14 +580,14 @@ HGLOBAL SpliceMcus(const JpegSource& source, uint64_t sourceStart, const JpegInf
                    bool* recode, DWORD* size, ErrorRecord* record) {
     const uint32_t mcusWide = (info.width + info.mcuWidth - 1) / info.mcuWidth;
     IndexBuilder built(mcusWide, request.left / info.mcuWidth, request.top / info.mcuHeight,
-                       request.right / info.mcuWidth, request.bottom / info.mcuHeight);
+                       request.right / info.mcuWidth, request.bottom / info.mcuHeight, record);
     JpegDecoder decoder;
     JpegDecodeOptions options;
     options.output.width = info.width;
     options.output.height = info.height;  // for a frame whose height a DNL segment gives
     options.progress = request.progress;
     options.observer = &built;
-    if (!decoder.Decode(source, options, record)) return nullptr;
+    if (!decoder.Decode(source, options, record) || record->failed()) return nullptr;
     if (!built.scanSeen()) {
         *recode = true;
         return nullptr;

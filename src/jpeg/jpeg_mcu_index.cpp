@@ -21,11 +21,11 @@ void McuIndex::Reset(uint32_t componentCount) {
     componentCount_ = componentCount < kMaxIndexComponents ? componentCount : kMaxIndexComponents;
     entries_ = 0;
     last_ = McuIndexEntry{};
-    data_.clear();
-    breaks_.clear();
+    data_.Clear();
+    breaks_.Clear();
 }
 
-void McuIndex::PutDifferences(const int32_t* from, const int32_t* to) {
+void McuIndex::PutDifferences(const int32_t* from, const int32_t* to, ErrorRecord* record) {
     int32_t difference[kMaxIndexComponents] = {};
     uint32_t classes = 0, nibbles = 0;
     for (uint32_t c = 0; c < componentCount_; ++c) {
@@ -34,60 +34,60 @@ void McuIndex::PutDifferences(const int32_t* from, const int32_t* to) {
         classes |= size << (2 * c);
         if (size == 1) ++nibbles;
     }
-    data_.push_back(static_cast<uint8_t>(classes));
+    Put(static_cast<uint8_t>(classes), record);
     uint32_t pending = 0, halves = 0;
     for (uint32_t c = 0; c < componentCount_; ++c) {
         if ((classes >> (2 * c) & 3) != 1) continue;
         pending = pending << 4 | (static_cast<uint32_t>(difference[c]) & 15);
         if (++halves == 2) {
-            data_.push_back(static_cast<uint8_t>(pending));
+            Put(static_cast<uint8_t>(pending), record);
             pending = halves = 0;
         }
     }
-    if (halves == 1) data_.push_back(static_cast<uint8_t>(pending << 4));
+    if (halves == 1) Put(static_cast<uint8_t>(pending << 4), record);
     for (uint32_t c = 0; c < componentCount_; ++c) {
-        if ((classes >> (2 * c) & 3) == 2) data_.push_back(static_cast<uint8_t>(difference[c]));
+        if ((classes >> (2 * c) & 3) == 2) Put(static_cast<uint8_t>(difference[c]), record);
     }
     for (uint32_t c = 0; c < componentCount_; ++c) {
         if ((classes >> (2 * c) & 3) != 3) continue;
         const uint32_t value = static_cast<uint32_t>(difference[c]);
-        for (int shift = 24; shift >= 0; shift -= 8) data_.push_back(static_cast<uint8_t>(value >> shift));
+        for (int shift = 24; shift >= 0; shift -= 8) Put(static_cast<uint8_t>(value >> shift), record);
     }
 }
 
-bool McuIndex::Append(const McuIndexEntry& entry) {
+bool McuIndex::Append(const McuIndexEntry& entry, ErrorRecord* record) {
     const uint64_t start = BitPosition(entry.span.startByte, entry.span.startBit);
     const uint64_t end = BitPosition(entry.span.endByte, entry.span.endBit);
     if (end <= start || end - start > kMaxIndexedMcuBits) return false;
     const uint32_t length = static_cast<uint32_t>(end - start);
     const bool chained =
         entries_ > 0 && entry.span.startByte == last_.span.endByte && entry.span.startBit == last_.span.endBit;
-    if (!chained) breaks_.push_back(Break{entries_, entry.span.startByte, entry.span.startBit});
+    if (!chained) breaks_.Append(Break{entries_, entry.span.startByte, entry.span.startBit}, record);
     if (length < kOneByteLimit) {
-        data_.push_back(static_cast<uint8_t>(length - 1));
+        Put(static_cast<uint8_t>(length - 1), record);
     } else if (length < kTwoByteLimit) {
         const uint32_t value = length - kOneByteLimit;
-        data_.push_back(static_cast<uint8_t>(0x80 | value >> 8));
-        data_.push_back(static_cast<uint8_t>(value));
+        Put(static_cast<uint8_t>(0x80 | value >> 8), record);
+        Put(static_cast<uint8_t>(value), record);
     } else {
         const uint32_t value = length - kTwoByteLimit;
-        data_.push_back(static_cast<uint8_t>(0xC0 | value >> 16));
-        data_.push_back(static_cast<uint8_t>(value >> 8));
-        data_.push_back(static_cast<uint8_t>(value));
+        Put(static_cast<uint8_t>(0xC0 | value >> 16), record);
+        Put(static_cast<uint8_t>(value >> 8), record);
+        Put(static_cast<uint8_t>(value), record);
     }
-    PutDifferences(last_.after, entry.before);
-    PutDifferences(entry.before, entry.after);
+    PutDifferences(last_.after, entry.before, record);
+    PutDifferences(entry.before, entry.after, record);
     last_ = entry;
     ++entries_;
-    return true;
+    return record->ok();
 }
 
 McuSpan McuIndex::Extent() const {
     McuSpan extent;
     if (entries_ == 0) return extent;
     // The first entry always starts a break: nothing came before it.
-    extent.startByte = breaks_.front().byte;
-    extent.startBit = breaks_.front().bit;
+    extent.startByte = breaks_[0].byte;
+    extent.startBit = breaks_[0].bit;
     extent.endByte = last_.span.endByte;
     extent.endBit = last_.span.endBit;
     return extent;

@@ -29,8 +29,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
+#include "frame/checked_array.h"
 #include "jpeg/jpeg_decoder.h"
 
 namespace velmora::jpeg {
@@ -50,7 +50,7 @@ public:
     void Reset(uint32_t componentCount);
     // Adds the next MCU. False, with nothing added, when its span is empty,
     // runs backwards or is longer than kMaxIndexedMcuBits.
-    bool Append(const McuIndexEntry& entry);
+    bool Append(const McuIndexEntry& entry, ErrorRecord* record);
 
     size_t entries() const { return entries_; }
     // Bytes the compact entries take.
@@ -80,13 +80,14 @@ private:
         uint64_t byte;
         uint32_t bit;
     };
-    void PutDifferences(const int32_t* from, const int32_t* to);
+    void PutDifferences(const int32_t* from, const int32_t* to, ErrorRecord* record);
+    void Put(uint8_t byte, ErrorRecord* record) { data_.Append(byte, record); }
 
     uint32_t componentCount_ = 0;
     size_t entries_ = 0;
     McuIndexEntry last_;
-    std::vector<uint8_t> data_;
-    std::vector<Break> breaks_;
+    CheckedArray<uint8_t> data_;
+    CheckedArray<Break> breaks_;
 };
 
 }  // namespace velmora::jpeg

@@ -1,11 +1,11 @@
 #include "tiff/cals_reader.h"
 
 #include <cstring>
-#include <vector>
 
 #include "codecs/fax_decoder.h"
 #include "dib/dib_layout.h"
 #include "dib/image.h"
+#include "frame/checked_array.h"
 #include "frame/memory_handle.h"
 
 namespace velmora {
@@ -53,7 +53,8 @@ bool ReadCalsPage(Stream* stream, const CalsHeader& header, uint32_t page, uint3
     HGLOBAL dib = CreatePackedDib(static_cast<int32_t>(header.width), static_cast<int32_t>(header.height), 1,
                                   kWhiteBlack, 2, pelsPerMeter, pelsPerMeter, record);
     if (dib == nullptr) return false;
-    std::vector<uint8_t> data(static_cast<size_t>(out->dataSize));
+    CheckedArray<uint8_t> data;
+    data.Sized(out->dataSize, record);
     StreamSeek64(stream, kCalsHeaderSize, record);
     StreamRead(stream, data.data(), static_cast<uint32_t>(data.size()), kErrBadFileData, record);
     if (record->ok()) {
@@ -63,8 +64,9 @@ bool ReadCalsPage(Stream* stream, const CalsHeader& header, uint32_t page, uint3
                            rows.top, rows.stride, progress, record);
         if (record->ok() && orientation.mirrored && !(flags & kCalsKeepStored)) {
             // Flip top to bottom.
-            std::vector<uint8_t> swap(rows.rowBytes);
-            for (uint32_t y = 0; y < rows.height / 2; ++y) {
+            CheckedArray<uint8_t> swap;
+            swap.Sized(rows.rowBytes, record);
+            for (uint32_t y = 0; record->ok() && y < rows.height / 2; ++y) {
                 uint8_t* a = rows.top + rows.stride * static_cast<ptrdiff_t>(y);
                 uint8_t* b = rows.top + rows.stride * static_cast<ptrdiff_t>(rows.height - 1 - y);
                 std::memcpy(swap.data(), a, rows.rowBytes);

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <vector>
 
+#include "frame/checked_array.h"
 #include "jpeg/jpeg_decoder.h"
 #include "platform/platform.h"
 
@@ -35,7 +35,7 @@ private:
     bool BeginInterchange(ErrorRecord* record);
     bool BeginRawTables(ErrorRecord* record);
     bool MatchesPage(const jpeg::JpegSource& source, ErrorRecord* record);
-    bool ReadRange(uint64_t offset, uint64_t count, std::vector<uint8_t>* out, ErrorRecord* record);
+    bool ReadRange(uint64_t offset, uint64_t count, CheckedArray<uint8_t>* out, ErrorRecord* record);
     bool Fail(ErrorRecord* record) {
         if (record->ok()) SetRecordError(record, kErrBadFileData, 0);
         return false;
@@ -48,17 +48,18 @@ private:
     uint32_t pixelBytes_ = 1;
     // Old-style pages through JPEGInterchangeFormat: the whole image.
     bool whole_ = false;
-    std::vector<uint8_t> image_;
+    CheckedArray<uint8_t> image_;
     uint64_t imageStride_ = 0;
     // Old-style pages without it: the frame each strip's data belongs to.
     jpeg::JpegRawFrame raw_;
 };
 
-bool TiffJpegDecoder::ReadRange(uint64_t offset, uint64_t count, std::vector<uint8_t>* out, ErrorRecord* record) {
+bool TiffJpegDecoder::ReadRange(uint64_t offset, uint64_t count, CheckedArray<uint8_t>* out, ErrorRecord* record) {
     TiffStripBuffer buffer;
     const uint8_t* data = buffer.ReadRange(tiff_, offset, count, record);
     if (data == nullptr || record->failed()) return Fail(record);
-    out->assign(data, data + count);
+    if (!out->Sized(count, record)) return false;
+    std::memcpy(out->data(), data, static_cast<size_t>(count));
     return true;
 }
 
@@ -91,7 +92,7 @@ bool TiffJpegDecoder::BeginInterchange(ErrorRecord* record) {
     if (record->failed() || offset >= end) return Fail(record);
     uint64_t length = info_.jpegInterchangeFormatLength;
     if (length == 0 || length > end - offset) length = end - offset;
-    std::vector<uint8_t> stream;
+    CheckedArray<uint8_t> stream;
     if (!ReadRange(offset, length, &stream, record)) return false;
     const jpeg::JpegSource source = jpeg::JpegSource::Memory(stream.data(), stream.size());
     if (!MatchesPage(source, record)) return false;
@@ -99,7 +100,7 @@ bool TiffJpegDecoder::BeginInterchange(ErrorRecord* record) {
     imageStride_ = uint64_t{info_.width} * pixelBytes_;
     const uint64_t bytes = imageStride_ * info_.length;
     if (bytes == 0 || bytes > kMaxWholeImage) return Fail(record);
-    image_.assign(static_cast<size_t>(bytes), 0);
+    if (!image_.Zeroed(bytes, record)) return false;
     jpeg::JpegDecodeOptions options;
     options.output = {image_.data(), static_cast<ptrdiff_t>(imageStride_), info_.width, info_.length};
     options.color = ColorOf(info_);
@@ -128,7 +129,7 @@ bool TiffJpegDecoder::BeginRawTables(ErrorRecord* record) {
             }
         } else {
             if (c >= info_.jpegQTables.count) return Fail(record);
-            std::vector<uint8_t> bytes;
+            CheckedArray<uint8_t> bytes;
             if (!ReadRange(info_.jpegQTables.values[c], 64, &bytes, record)) return false;
             uint16_t values[64];
             for (int i = 0; i < 64; ++i) values[i] = bytes[i];
@@ -139,12 +140,12 @@ bool TiffJpegDecoder::BeginRawTables(ErrorRecord* record) {
             if (raw_.lossless && tableClass == 1) break;
             if (c >= huffman[tableClass]->count) return Fail(record);
             const uint64_t offset = huffman[tableClass]->values[c];
-            std::vector<uint8_t> counts;
+            CheckedArray<uint8_t> counts;
             if (!ReadRange(offset, 16, &counts, record)) return false;
             size_t total = 0;
             for (uint8_t n : counts) total += n;
             if (total > 256) return Fail(record);
-            std::vector<uint8_t> symbols;
+            CheckedArray<uint8_t> symbols;
             if (!ReadRange(offset + 16, total, &symbols, record)) return false;
             if (!decoder_.SetHuffmanTable(tableClass, c, counts.data(), symbols.data(), total, record)) return false;
         }
@@ -198,7 +199,7 @@ bool TiffJpegDecoder::MatchesPage(const jpeg::JpegSource& source, ErrorRecord* r
 }  // namespace
 
 std::unique_ptr<StripDecoder> CreateTiffJpegDecoder(TiffFile* tiff, const TiffPageInfo& info) {
-    return std::make_unique<TiffJpegDecoder>(tiff, info);
+    return NewDecoder<TiffJpegDecoder>(tiff, info);
 }
 
 }  // namespace velmora

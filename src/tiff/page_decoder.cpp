@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <memory>
-#include <vector>
 
 #include "codecs/byte_decoders.h"
 #include "codecs/fax_decoder.h"
@@ -10,6 +9,7 @@
 #include "dib/image.h"
 #include "dib/dib_layout.h"
 #include "dib/resolution.h"
+#include "frame/checked_array.h"
 #include "io/stream.h"
 #include "tiff/jpeg_strip_decoder.h"
 #include "tiff/page_format.h"
@@ -48,7 +48,7 @@ private:
 
 std::unique_ptr<StripDecoder> CreateDecoder(TiffFile* tiff, const TiffPageInfo& info) {
     switch (info.compression) {
-        case 1: return std::make_unique<CopyDecoder>();
+        case 1: return NewDecoder<CopyDecoder>();
         case 2: case 3: case 4: case 32771: return CreateFaxDecoder(info.compression);
         case 5: return CreateLzwDecoder();
         case 8: case 32946: return CreateDeflateDecoder();
@@ -142,9 +142,9 @@ private:
     Placement placement_ = {};
     DibRows dib_ = {};
     TiffStripBuffer raw_;
-    std::vector<uint8_t> reversed_;
-    std::vector<uint8_t> planeRows_[3];
-    std::vector<uint8_t> converted_;
+    CheckedArray<uint8_t> reversed_;
+    CheckedArray<uint8_t> planeRows_[3];
+    CheckedArray<uint8_t> converted_;
     uint32_t unitWidth_ = 0, unitLength_ = 0, unitsAcross_ = 1, unitsPerPlane_ = 0;
     uint64_t storedRowBytes_ = 0;
 };
@@ -184,12 +184,12 @@ bool PageDecoder::DecodeUnit(uint32_t unit, StripDecoder* decoder, const CodecPa
         if (data == nullptr || record->failed()) return false;
         // Codecs read bits in either order; stored rows are turned here.
         if (info_->fillOrder == kFillOrderLsbFirst && info_->compression == 1) {
-            reversed_.resize(size);
+            if (!reversed_.Sized(size, record)) return false;
             ReverseBitOrder(data, reversed_.data(), size);
             data = reversed_.data();
         }
-        std::vector<uint8_t>& buffer = planeRows_[plane];
-        buffer.assign(static_cast<size_t>(storedRowBytes_ * codedRows), 0);
+        CheckedArray<uint8_t>& buffer = planeRows_[plane];
+        if (!buffer.Zeroed(storedRowBytes_ * codedRows, record)) return false;
         CodecStrip strip;
         strip.data = data;
         strip.size = size;
@@ -206,7 +206,7 @@ bool PageDecoder::DecodeUnit(uint32_t unit, StripDecoder* decoder, const CodecPa
     const uint16_t bits = format_.dibBits;
     const size_t rowBytes = static_cast<size_t>((uint64_t{unitWidth_} * bits + 7) / 8);
     if (format_.kind == SampleKind::kYcbcr) {
-        converted_.assign(rowBytes * format_.subV, 0);
+        if (!converted_.Zeroed(uint64_t{rowBytes} * format_.subV, record)) return false;
         uint8_t* out[4];
         for (uint16_t r = 0; r < format_.subV; ++r) out[r] = converted_.data() + rowBytes * r;
         for (uint32_t band = 0; band * format_.subV < visibleRows; ++band) {
@@ -218,7 +218,7 @@ bool PageDecoder::DecodeUnit(uint32_t unit, StripDecoder* decoder, const CodecPa
         }
         return true;
     }
-    converted_.assign(rowBytes, 0);
+    if (!converted_.Zeroed(rowBytes, record)) return false;
     for (uint32_t r = 0; r < visibleRows; ++r) {
         const uint8_t* planes[3];
         for (uint16_t p = 0; p < format_.planes; ++p) planes[p] = planeRows_[p].data() + storedRowBytes_ * r;
@@ -237,9 +237,10 @@ bool PageDecoder::Run(ErrorRecord* record) {
         SetRecordError(record, kErrBadImageData, 0);
         return false;
     }
-    unitsAcross_ = info.tiled ? (info.width + unitWidth_ - 1) / unitWidth_ : 1;
-    const uint32_t unitsDown = (info.length + unitLength_ - 1) / unitLength_;
-    unitsPerPlane_ = unitsAcross_ * unitsDown;
+    // The strip or tile grid as the page description checked it.
+    unitsAcross_ = info.tiled ? static_cast<uint32_t>((uint64_t{info.width} + unitWidth_ - 1) / unitWidth_) : 1;
+    const uint32_t unitsDown = info.stripsPerPlane / unitsAcross_;
+    unitsPerPlane_ = info.stripsPerPlane;
     if (uint64_t{unitsPerPlane_} * format_.planes > info.stripCount) {
         SetRecordError(record, kErrBadImageData, 0);
         return false;
@@ -292,6 +293,7 @@ bool PageDecoder::Run(ErrorRecord* record) {
         page.t4Options = info.t4Options;
         page.t6Options = info.t6Options;
         if (format_.kind == SampleKind::kYcbcr) page.imageLength = (page.imageLength + format_.subV - 1) / format_.subV;
+        if (decoder == nullptr) SetRecordError(record, kErrNotEnoughMemory, 0);
         bool ok = decoder != nullptr && decoder->Begin(page, record);
         for (uint32_t unit = 0; ok && unit < unitsPerPlane_; ++unit) ok = DecodeUnit(unit, decoder.get(), page, record);
         if (decoder != nullptr) decoder->End();

@@ -38,8 +38,9 @@ TEST(JpegMcuIndex, EntriesReadBackAsWritten) {
         Entry(66513, kMaxIndexedMcuBits, {1, 2, 3}, {1, 2, 3}),
     };
     McuIndex index;
+    velmora::ErrorRecord record;
     index.Reset(3);
-    for (const McuIndexEntry& entry : entries) ASSERT_TRUE(index.Append(entry));
+    for (const McuIndexEntry& entry : entries) ASSERT_TRUE(index.Append(entry, &record));
     McuIndex::Reader reader(index);
     McuIndexEntry read;
     for (const McuIndexEntry& entry : entries) {
@@ -53,11 +54,11 @@ TEST(JpegMcuIndex, EntriesReadBackAsWritten) {
     EXPECT_EQ(extent.endByte * 8 + extent.endBit, 66513u + kMaxIndexedMcuBits);
 
     // Spans that are empty, run backwards or are too long are refused.
-    EXPECT_FALSE(index.Append(Entry(8, 0, {}, {})));
-    EXPECT_FALSE(index.Append(Entry(8, kMaxIndexedMcuBits + 1, {}, {})));
+    EXPECT_FALSE(index.Append(Entry(8, 0, {}, {}), &record));
+    EXPECT_FALSE(index.Append(Entry(8, kMaxIndexedMcuBits + 1, {}, {}), &record));
     McuIndexEntry backwards = Entry(80, 8, {}, {});
     backwards.span.endByte = 9;
-    EXPECT_FALSE(index.Append(backwards));
+    EXPECT_FALSE(index.Append(backwards, &record));
     EXPECT_EQ(index.entries(), 6u);
 }
 
@@ -66,10 +67,11 @@ TEST(JpegMcuIndex, UnchangedPredictorsAndShortLengthsTakeTwoBytesAMcu) {
     // the next one finds it: a length byte and a class byte for "before",
     // and one class byte plus a nibble for a small change "after".
     McuIndex index;
+    velmora::ErrorRecord record;
     index.Reset(1);
     int32_t predictor = 0;
     for (uint64_t i = 0; i < 100; ++i) {
-        ASSERT_TRUE(index.Append(Entry(i * 40, 40, {predictor}, {predictor + 3})));
+        ASSERT_TRUE(index.Append(Entry(i * 40, 40, {predictor}, {predictor + 3}), &record));
         predictor += 3;
     }
     EXPECT_EQ(index.bytes(), 100u * 4);

@@ -2,6 +2,7 @@
 // then the host's defaults file.
 #include <cstdlib>
 #include <fstream>
+#include <random>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -22,8 +23,10 @@ protected:
     void SetUp() override {
         ASSERT_EQ(EnsureLibraryInitialized(), 1);
         uint32_t error = 0;
+        // A name no other run or test shares, even within one millisecond.
+        static uint32_t serial = std::random_device()();
         root_ = platform::SystemTempDirectory() + u"velmora-settings-" +
-                platform::WideFromUtf8(std::to_string(platform::TickCount()));
+                platform::WideFromUtf8(std::to_string(platform::TickCount()) + "x" + std::to_string(++serial));
         ASSERT_TRUE(platform::CreateDirectories(root_, &error));
 #if !defined(_WIN32)
         setenv("XDG_CONFIG_HOME", platform::Utf8FromWide(root_).c_str(), 1);
