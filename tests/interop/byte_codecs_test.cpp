@@ -16,6 +16,7 @@
 
 #include "../unit/byte_codec_harness.h"
 #include "codecs/byte_decoders.h"
+#include "support/peers.h"
 
 namespace velmora {
 namespace {
@@ -169,11 +170,10 @@ public:
     fs::path path;
 };
 
-bool RunQuietly(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
 
 bool HavePeers() {
     return fs::exists("/usr/bin/tiffcp") && fs::exists(VELMORA_PYTHON) &&
-           RunQuietly(std::string(VELMORA_PYTHON) + " -c 'import PIL, numpy'");
+           velmora::peers::Run(std::string(VELMORA_PYTHON) + " -c 'import PIL, numpy'");
 }
 
 // Grey 8 and 16 bits, RGB and RGBA pages with text, gradients and noise,
@@ -272,7 +272,7 @@ StripCheck CompareStrips(const fs::path& file) {
 }
 
 TEST(TiffStripInterop, TiffcpCompressionsDecodeAsLibtiffDoes) {
-    if (!HavePeers()) GTEST_SKIP() << "tiffcp or Pillow missing";
+    REQUIRE_PEER(HavePeers(), "tiffcp or Pillow");
     TempDir dir;
     ASSERT_FALSE(dir.path.empty());
     std::string script = (dir.path / "make.py").string();
@@ -280,7 +280,7 @@ TEST(TiffStripInterop, TiffcpCompressionsDecodeAsLibtiffDoes) {
     ASSERT_NE(f, nullptr);
     std::fputs(kMakeImages, f);
     std::fclose(f);
-    ASSERT_TRUE(RunQuietly(std::string(VELMORA_PYTHON) + " " + script + " " + dir.path.string()));
+    ASSERT_TRUE(velmora::peers::Run(std::string(VELMORA_PYTHON) + " " + script + " " + dir.path.string()));
     TIFFSetWarningHandler(nullptr);
 
     struct Variant {
@@ -303,7 +303,7 @@ TEST(TiffStripInterop, TiffcpCompressionsDecodeAsLibtiffDoes) {
             fs::path in = dir.path / (std::string(image) + ".tif");
             fs::path out = dir.path / (std::string(image) + "-" + v.name + ".tif");
             ASSERT_TRUE(
-                RunQuietly(std::string("/usr/bin/tiffcp ") + v.options + " " + in.string() + " " + out.string()));
+                velmora::peers::Run(std::string("/usr/bin/tiffcp ") + v.options + " " + in.string() + " " + out.string()));
             StripCheck check = CompareStrips(out);
             bool predicted16 = std::string(image) == "grey16" && std::string(v.options).find(":2") != std::string::npos;
             if (predicted16) {

@@ -17,6 +17,7 @@
 #include "frame/error_record.h"
 #include "platform/platform.h"
 #include "velmora/velmora.h"
+#include "support/peers.h"
 
 namespace velmora {
 namespace {
@@ -69,7 +70,7 @@ struct Case {
 class DibBmpInterop : public ::testing::TestWithParam<Case> {};
 
 TEST_P(DibBmpInterop, PillowAndImageMagickReadEveryPixel) {
-    if (!HavePillow()) GTEST_SKIP() << "Pillow is not installed for " << VELMORA_PYTHON;
+    REQUIRE_PEER(HavePillow(), std::string("Pillow for ") + VELMORA_PYTHON);
     const Case c = GetParam();
     ErrorRecord record;
     HGLOBAL image = CreateImage(c.width, c.height, c.bits, 11811, 7874, 0,

@@ -26,6 +26,7 @@
 #include <gtest/gtest.h>
 
 #include "codecs/fax_decoder.h"
+#include "support/peers.h"
 
 namespace {
 
@@ -34,9 +35,7 @@ namespace fs = std::filesystem;
 constexpr const char* kConvert = "/usr/bin/convert";
 constexpr const char* kTiffcp = "/usr/bin/tiffcp";
 
-bool HaveTool(const char* path) { return access(path, X_OK) == 0; }
 
-bool RunQuietly(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
 
 // A bi-level page, rows top first, 1 = black, padded to whole bytes.
 struct Page {
@@ -96,7 +95,7 @@ bool RenderText(const std::string& dir, const std::string& name, uint32_t width,
                           " -density " + std::to_string(density) + " xc:white -font DejaVu-Sans -pointsize " +
                           std::to_string(pointSize) + " -fill black -annotate +40+60 '" + text +
                           "' -monochrome -depth 1 -compress none " + image;
-    if (!RunQuietly(command)) return false;
+    if (!velmora::peers::Run(command)) return false;
     TIFF* tif = TIFFOpen(image.c_str(), "r");
     if (tif == nullptr) return false;
     uint16_t bits = 0, photometric = 0;
@@ -221,7 +220,7 @@ long FirstDifferentRow(const std::vector<uint8_t>& a, const std::vector<uint8_t>
 class FaxInterop : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        if (!HaveTool(kConvert) || !HaveTool(kTiffcp)) return;
+        if (!velmora::peers::Have(kConvert) || !velmora::peers::Have(kTiffcp)) return;
         char pattern[] = "/tmp/velmora-fax-XXXXXX";
         if (mkdtemp(pattern) == nullptr) return;
         dir_ = new std::string(pattern);
@@ -236,7 +235,7 @@ protected:
         pages_ = nullptr;
     }
     void SetUp() override {
-        if (dir_ == nullptr) GTEST_SKIP() << "ImageMagick's convert or libtiff's tiffcp is missing";
+        REQUIRE_PEER(dir_ != nullptr, "ImageMagick's convert or libtiff's tiffcp");
         ASSERT_FALSE(missingText_) << "ImageMagick did not render the text pages";
     }
 
@@ -299,7 +298,7 @@ protected:
             if (!fs::exists(source) && !WritePage(page, source, COMPRESSION_NONE, page.height)) continue;
             for (const std::string& option : options) {
                 std::string out = *dir_ + "/" + name + "-" + std::to_string(n++) + ".tif";
-                if (RunQuietly(std::string(kTiffcp) + " " + option + " " + source + " " + out))
+                if (velmora::peers::Run(std::string(kTiffcp) + " " + option + " " + source + " " + out))
                     files.push_back(out);
                 else
                     ADD_FAILURE() << "tiffcp " << option << " failed on " << name;

@@ -32,6 +32,7 @@
 #include "jpeg/jpeg_decoder.h"
 #include "dib/image.h"
 #include "io/stream.h"
+#include "support/peers.h"
 
 namespace {
 
@@ -43,8 +44,6 @@ constexpr const char* kConvert = "/usr/bin/convert";
 constexpr const char* kCjpeg = "/usr/bin/cjpeg";
 constexpr const char* kJpegtran = "/usr/bin/jpegtran";
 
-bool HaveTool(const char* path) { return access(path, X_OK) == 0; }
-bool RunQuietly(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
 
 std::vector<uint8_t> ReadFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -147,7 +146,8 @@ protected:
         if (!dir_.empty()) fs::remove_all(dir_);
     }
     void SetUp() override {
-        if (!HaveTool(kConvert) || !HaveTool(kCjpeg) || !HaveTool(kJpegtran)) GTEST_SKIP() << "peer tools missing";
+        REQUIRE_PEER(velmora::peers::Have(kConvert) && velmora::peers::Have(kCjpeg) && velmora::peers::Have(kJpegtran),
+                     "convert, cjpeg or jpegtran");
         ASSERT_FALSE(dir_.empty());
     }
 
@@ -159,7 +159,7 @@ protected:
                 std::string(kConvert) + " -size " + std::to_string(width) + "x" + std::to_string(height) +
                 " -seed 11 plasma:tomato-steelblue -fill black -draw 'line 0,0 " + std::to_string(width) + "," +
                 std::to_string(height) + "' -seed 3 -attenuate 0.4 +noise Gaussian " + path;
-            EXPECT_TRUE(RunQuietly(command)) << command;
+            EXPECT_TRUE(velmora::peers::Run(command)) << command;
         }
         return path;
     }
@@ -169,7 +169,7 @@ protected:
         std::string full = command;
         size_t at;
         while ((at = full.find("@OUT")) != std::string::npos) full.replace(at, 4, path);
-        EXPECT_TRUE(RunQuietly(full)) << full;
+        EXPECT_TRUE(velmora::peers::Run(full)) << full;
         return path;
     }
 
@@ -319,7 +319,7 @@ TEST_F(JpegDecoderCorpus, FourComponentStreams) {
 TEST_F(JpegDecoderCorpus, InformationOfPeerStreams) {
     std::string src = Source(120, 80);
     std::string jfif = dir_ + "/dense.jpg";
-    ASSERT_TRUE(RunQuietly(std::string(kConvert) + " " + src + " -units PixelsPerInch -density 300x150 " + jfif));
+    ASSERT_TRUE(velmora::peers::Run(std::string(kConvert) + " " + src + " -units PixelsPerInch -density 300x150 " + jfif));
     std::vector<uint8_t> data = ReadFile(jfif);
     JpegInfo info;
     ErrorRecord record;

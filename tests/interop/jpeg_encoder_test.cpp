@@ -26,6 +26,7 @@
 #include "frame/error_record.h"
 #include "io/stream.h"
 #include "platform/platform.h"
+#include "support/peers.h"
 
 namespace velmora::jpeg {
 namespace {
@@ -43,10 +44,6 @@ bool RunCommand(const std::string& command, std::string* out) {
     return pclose(pipe) == 0;
 }
 
-bool HaveTool(const char* probe) {
-    std::string out;
-    return RunCommand(std::string(probe) + " >/dev/null 2>&1", &out);
-}
 
 class TempDirectory {
 public:
@@ -316,20 +313,18 @@ TEST(JpegEncoderInterop, CorpusDecodesWithLibjpegDjpegAndPillow) {
     }
 
     TempDirectory directory;
-    bool haveDjpeg = HaveTool("djpeg -version");
+    REQUIRE_PEER(velmora::peers::Have("/usr/bin/djpeg"), "djpeg");
     std::string names;
     for (const CorpusCase& c : corpus) {
         std::string path = directory.File(c.name + ".jpg");
         std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(c.jpeg.data()), c.jpeg.size());
         names += " '" + path + "'";
-        if (haveDjpeg) {
-            std::string out;
-            EXPECT_TRUE(RunCommand("djpeg -outfile /dev/null '" + path + "' 2>&1", &out)) << c.name << ": " << out;
-            EXPECT_EQ(out, "") << c.name;  // not even a warning
-        }
+        std::string out;
+        EXPECT_TRUE(RunCommand("djpeg -outfile /dev/null '" + path + "' 2>&1", &out)) << c.name << ": " << out;
+        EXPECT_EQ(out, "") << c.name;  // not even a warning
     }
     std::string pillowProbe = std::string(VELMORA_PYTHON) + " -c 'import PIL'";
-    if (!HaveTool(pillowProbe.c_str())) GTEST_SKIP() << "Pillow is not installed for " << VELMORA_PYTHON;
+    REQUIRE_PEER(velmora::peers::Run(pillowProbe), std::string("Pillow for ") + VELMORA_PYTHON);
     std::string script = directory.File("sizes.py");
     std::ofstream(script) << "import sys\nfrom PIL import Image\nfor p in sys.argv[1:]:\n"
                              "    im = Image.open(p)\n    im.load()\n    print(im.size[0], im.size[1], im.mode)\n";
@@ -357,7 +352,7 @@ Bytes ReadFile(const std::string& path) {
 }
 
 TEST(JpegEncoderInterop, TablesAndPixelsMatchCjpegAtTheSameQuality) {
-    if (!HaveTool("cjpeg -version")) GTEST_SKIP() << "cjpeg is not installed";
+    REQUIRE_PEER(velmora::peers::Run("cjpeg -version"), "cjpeg");
     TempDirectory directory;
     for (uint8_t components : {1, 3}) {
         Image source = MakeImage(Kind::Photo, 640, 480, components, 40 + components);
@@ -396,7 +391,7 @@ TEST(JpegEncoderInterop, TablesAndPixelsMatchCjpegAtTheSameQuality) {
 }
 
 TEST(JpegEncoderInterop, OptimisedTablesAreNoLargerThanCjpegOptimize) {
-    if (!HaveTool("cjpeg -version")) GTEST_SKIP() << "cjpeg is not installed";
+    REQUIRE_PEER(velmora::peers::Run("cjpeg -version"), "cjpeg");
     TempDirectory directory;
     Image source = MakeImage(Kind::Photo, 640, 480, 3, 77);
     std::string input = directory.File("in.ppm");

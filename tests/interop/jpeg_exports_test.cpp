@@ -18,6 +18,7 @@
 #include "io/stream.h"
 #include "platform/platform.h"
 #include "velmora/velmora.h"
+#include "support/peers.h"
 
 namespace {
 
@@ -80,7 +81,7 @@ class JpegExports : public ::testing::Test {
 protected:
     void SetUp() override {
         for (const char* tool : {"/usr/bin/cjpeg", "/usr/bin/djpeg", "/usr/bin/jpegtran", "/usr/bin/convert"}) {
-            if (access(tool, X_OK) != 0) GTEST_SKIP() << tool << " is not installed";
+            REQUIRE_PEER(velmora::peers::Have(tool), tool);
         }
         char pattern[] = "/tmp/velmora-jpeg-exports-XXXXXX";
         directory_ = mkdtemp(pattern);

@@ -21,6 +21,7 @@
 #include "../unit/jpeg_pixels_reference.h"
 #include "jpeg/jpeg_color.h"
 #include "jpeg/jpeg_idct.h"
+#include "support/peers.h"
 
 namespace velmora::jpeg {
 namespace {
@@ -282,7 +283,6 @@ BlockCount CompareGreyBlocks(const Image& image, const Bytes& decoded, bool repo
     return count;
 }
 
-bool HaveTool(const char* path) { return access(path, X_OK) == 0; }
 
 // `djpeg -dct int -nosmooth -grayscale` of a file, with libjpeg-turbo's
 // SIMD code switched off so that its C transform runs.
@@ -304,7 +304,7 @@ bool DecodeWithPlainDjpeg(const Bytes& file, const fs::path& dir, Bytes* pixels)
 }
 
 TEST(JpegIdctInterop, IdenticalToLibjpegIslowForEveryBlock) {
-    const bool haveDjpeg = HaveTool("/usr/bin/djpeg");
+    const bool haveDjpeg = velmora::peers::Have("/usr/bin/djpeg");
     const fs::path dir = fs::temp_directory_path() / ("velmora_jpeg_pixels_" + std::to_string(getpid()));
     fs::create_directories(dir);
     std::mt19937 random(2024);
@@ -336,7 +336,7 @@ TEST(JpegIdctInterop, IdenticalToLibjpegIslowForEveryBlock) {
         EXPECT_EQ(c.differing + c.outsideDiffering, 0) << test.name << " against djpeg without SIMD";
     }
     fs::remove_all(dir);
-    if (!haveDjpeg) GTEST_SKIP() << "djpeg is missing: compared with the linked libjpeg only";
+    REQUIRE_PEER(haveDjpeg, "djpeg");
 }
 
 // ---- Upsampling and colour ------------------------------------------------------------

@@ -27,6 +27,7 @@
 #include "io/stream.h"
 #include "platform/platform.h"
 #include "velmora/velmora.h"
+#include "support/peers.h"
 
 namespace {
 
@@ -173,7 +174,7 @@ class JpegTiffPages : public ::testing::Test {
 protected:
     void SetUp() override {
         for (const char* tool : {"/usr/bin/cjpeg", "/usr/bin/djpeg", "/usr/bin/tiffcp", "/usr/bin/convert"}) {
-            if (access(tool, X_OK) != 0) GTEST_SKIP() << tool << " is not installed";
+            REQUIRE_PEER(velmora::peers::Have(tool), tool);
         }
         char pattern[] = "/tmp/velmora-jpeg-tiff-XXXXXX";
         directory_ = mkdtemp(pattern);

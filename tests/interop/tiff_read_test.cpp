@@ -23,6 +23,7 @@
 
 #include "platform/platform.h"
 #include "velmora/velmora.h"
+#include "support/peers.h"
 
 namespace {
 
@@ -451,16 +452,6 @@ bool FromDib(HGLOBAL dib, Image* image) {
     return true;
 }
 
-// What a command prints on standard output; empty when it fails.
-std::string Output(const std::string& command) {
-    std::string text;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) return text;
-    char buffer[4096];
-    for (size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) text.append(buffer, got);
-    return pclose(pipe) == 0 ? text : std::string();
-}
-
 // The numbers following every `"key": ` of a JSON text, in order.
 std::vector<long> Numbers(const std::string& json, const std::string& key) {
     std::vector<long> values;
@@ -506,9 +497,7 @@ void ExpectSamePixels(HGLOBAL dib, const Image& expected, int tolerance, const s
 class TiffReadCorpus : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (std::system("tiffcp -h >/dev/null 2>&1") == -1 || access("/usr/bin/tiffcp", X_OK) != 0) {
-            GTEST_SKIP() << "tiffcp is not installed";
-        }
+        REQUIRE_PEER(velmora::peers::Have("/usr/bin/tiffcp"), "tiffcp");
     }
     static void SetUpTestSuite() {
         char pattern[] = "/tmp/velmora-tiff-corpus-XXXXXX";
@@ -596,7 +585,7 @@ TEST_F(TiffReadCorpus, EveryPageMatchesLibtiff) {
             // and the second.
             if (page == static_cast<int>(i % 2)) {
                 const std::string bmp = path + ".bmp";
-                ASSERT_EQ(Output("'" + velmora + "' render '" + path + "' --page " + std::to_string(page + 1) +
+                ASSERT_EQ(velmora::peers::Output("'" + velmora + "' render '" + path + "' --page " + std::to_string(page + 1) +
                                  " -o '" + bmp + "' 2>&1"),
                           "")
                     << path;
@@ -609,7 +598,7 @@ TEST_F(TiffReadCorpus, EveryPageMatchesLibtiff) {
         }
         // What the program says of the file: its two pages with libtiff's
         // dimensions and orientation.
-        const std::string json = Output("'" + velmora + "' info '" + path + "' --json");
+        const std::string json = velmora::peers::Output("'" + velmora + "' info '" + path + "' --json");
         uint32_t width = 0, length = 0;
         TIFFGetField(original, TIFFTAG_IMAGEWIDTH, &width);
         TIFFGetField(original, TIFFTAG_IMAGELENGTH, &length);

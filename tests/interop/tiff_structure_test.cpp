@@ -15,11 +15,11 @@
 #include "platform/platform.h"
 #include "tiff/page_info.h"
 #include "tiff/tiff_file.h"
+#include "support/peers.h"
 
 namespace velmora {
 namespace {
 
-bool Shell(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
 
 class TiffStructureInterop : public ::testing::Test {
 protected:
@@ -33,24 +33,24 @@ protected:
         // one with an orientation; "eight" has only pages of 8-bit samples,
         // which planar configurations and the predictor need.
         bool made =
-            Shell(
+            velmora::peers::Run(
                 "/usr/bin/convert -size 97x61 gradient:black-white -depth 8 -density 300x150 -units "
                 "PixelsPerInch " +
                 d + "grey.tif") &&
-            Shell(
+            velmora::peers::Run(
                 "/usr/bin/convert -size 70x45 pattern:checkerboard -type bilevel -depth 1 -density 204x98 -units "
                 "PixelsPerInch " +
                 d + "bw.tif") &&
-            Shell("/usr/bin/convert rose: -depth 8 -density 72 " + d + "rgb.tif") &&
-            Shell(
+            velmora::peers::Run("/usr/bin/convert rose: -depth 8 -density 72 " + d + "rgb.tif") &&
+            velmora::peers::Run(
                 "/usr/bin/convert -size 50x31 gradient:red-blue -colors 16 -type Palette -depth 4 "
                 "-density 118x118 -units PixelsPerCentimeter " +
                 d + "palette.tif") &&
-            Shell("/usr/bin/convert -size 41x23 gradient:white-black -depth 8 -orient LeftBottom " + d +
+            velmora::peers::Run("/usr/bin/convert -size 41x23 gradient:white-black -depth 8 -orient LeftBottom " + d +
                   "oriented.tif") &&
-            Shell("/usr/bin/tiffcp " + d + "grey.tif " + d + "bw.tif " + d + "rgb.tif " + d + "palette.tif " + d +
+            velmora::peers::Run("/usr/bin/tiffcp " + d + "grey.tif " + d + "bw.tif " + d + "rgb.tif " + d + "palette.tif " + d +
                   "oriented.tif " + d + "multi.tif") &&
-            Shell("/usr/bin/tiffcp " + d + "grey.tif " + d + "rgb.tif " + d + "oriented.tif " + d + "eight.tif");
+            velmora::peers::Run("/usr/bin/tiffcp " + d + "grey.tif " + d + "rgb.tif " + d + "oriented.tif " + d + "eight.tif");
         if (!made) return;
         static const struct {
             const char* name;
@@ -71,17 +71,17 @@ protected:
         };
         for (const auto& v : kVariants) {
             std::string out = d + v.name + ".tif";
-            if (Shell(std::string("/usr/bin/tiffcp ") + v.options + " " + d + v.source + " " + out))
+            if (velmora::peers::Run(std::string("/usr/bin/tiffcp ") + v.options + " " + d + v.source + " " + out))
                 files_.push_back(out);
         }
     }
 
     static void TearDownTestSuite() {
-        if (!dir_.empty()) Shell("rm -rf " + dir_);
+        if (!dir_.empty()) velmora::peers::Run("rm -rf " + dir_);
     }
 
     void SetUp() override {
-        if (dir_.empty()) GTEST_SKIP() << "ImageMagick or tiffcp missing";
+        REQUIRE_PEER(!dir_.empty(), "ImageMagick or tiffcp");
     }
 
     static std::string dir_;

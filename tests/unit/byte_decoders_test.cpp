@@ -245,23 +245,6 @@ TEST(Predictor, ShortRows) {
     EXPECT_EQ(five[3], 4);
 }
 
-TEST(Predictor, EveryRowLengthGivesTheRunningSums) {
-    // The row is summed in vector blocks with a byte-wise tail; every length
-    // puts the seam somewhere else.
-    uint32_t seed = 12345;
-    for (unsigned samples = 1; samples <= 4; ++samples) {
-        for (size_t bytes = 0; bytes <= 260; ++bytes) {
-            Bytes row(bytes);
-            for (auto& b : row) b = static_cast<uint8_t>((seed = seed * 1103515245 + 12345) >> 16);
-            Bytes expected = row;
-            if (bytes >= 2 * samples)
-                for (size_t i = samples; i < bytes; ++i)
-                    expected[i] = static_cast<uint8_t>(expected[i] + expected[i - samples]);
-            UndoHorizontalDifferencing(row.data(), row.size(), samples);
-            ASSERT_EQ(row, expected) << samples << " samples, " << bytes << " bytes";
-        }
-    }
-}
 
 TEST(Predictor, SelectionErrors) {
     struct Case {
@@ -317,77 +300,6 @@ TEST(PackBitsDecoder, RunsLiteralsAndNoOpsAcrossRows) {
     EXPECT_EQ(result.rows[2], testing::kGuard);
 }
 
-TEST(PackBitsDecoder, AgreesWithAModelInEveryRowLayout) {
-    // Random streams of short and full-length literals and runs and no-ops,
-    // on rows narrower and wider than one control byte's output, whole or
-    // clipped, touching or bottom-up, and cut anywhere: the rows hold the
-    // model's bytes as far as the input reaches, and nothing else is written.
-    std::mt19937 random(7);
-    auto below = [&](uint32_t n) { return static_cast<uint32_t>(random() % n); };
-    for (int trial = 0; trial < 80; ++trial) {
-        SCOPED_TRACE(trial);
-        const uint32_t width = trial % 4 == 0 ? 1 + below(100) : 100 + below(900);
-        const uint32_t rows = 1 + below(12);
-        const uint16_t samples = trial % 3 == 0 ? 3 : 1;
-        CodecPage page = BytePage(32773, width, rows, rows, samples);
-        if (trial % 5 == 1) page.outputWidth = 1 + below(width);
-        const size_t rowBytes = size_t{width} * samples;
-        Bytes stream, model;
-        std::vector<size_t> ends;  // where each control byte's bytes end
-        while (model.size() < rowBytes * rows + 200) {
-            const uint32_t count = below(4) == 0 ? 128 : below(3) == 0 ? 1 + below(128) : 1 + below(12);
-            const uint32_t kind = below(9);
-            if (kind == 0) {
-                stream.push_back(0x80);
-            } else if (kind < 5) {
-                stream.push_back(static_cast<uint8_t>(count - 1));
-                for (uint32_t k = 0; k < count; ++k) stream.push_back(static_cast<uint8_t>(random()));
-                model.insert(model.end(), stream.end() - count, stream.end());
-            } else if (count > 1) {
-                stream.push_back(static_cast<uint8_t>(257 - count));
-                stream.push_back(static_cast<uint8_t>(random()));
-                model.insert(model.end(), count, stream.back());
-            }
-            ends.push_back(stream.size());
-        }
-        // The model's output of the first `size` bytes of the stream.
-        auto reached = [&](size_t size) {
-            size_t out = 0;
-            for (size_t at = 0; at < size;) {
-                const int n = static_cast<int8_t>(stream[at++]);
-                if (n >= 0) {
-                    const size_t count = std::min<size_t>(n + 1, size - at);
-                    out += count;
-                    at += count;
-                } else if (n != -128) {
-                    if (at == size) break;
-                    out += 1 - n;
-                    ++at;
-                }
-            }
-            return out;
-        };
-        const size_t visible =
-            static_cast<size_t>(StoredRowBytes(page.outputWidth, page.bitsPerSample, page.samplesPerPixel));
-        // Whole, cut anywhere, and cut one byte short of a control's bytes.
-        const size_t shortOf = ends[below(static_cast<uint32_t>(ends.size()))] - 1;
-        for (size_t size : {stream.size(), size_t{below(static_cast<uint32_t>(stream.size()))}, shortOf}) {
-            const size_t have = reached(size);
-            Bytes want;
-            for (size_t r = 0; r < rows; ++r)
-                for (size_t k = 0; k < visible; ++k)
-                    want.push_back(r * rowBytes + k < have ? model[r * rowBytes + k] : testing::kGuard);
-            const Bytes input(stream.begin(), stream.begin() + size);
-            for (auto layout : {testing::RowLayout::kBottomUp, testing::RowLayout::kTouching}) {
-                auto decoder = CreatePackBitsDecoder();
-                auto result = DecodePage(*decoder, page, {input}, nullptr, layout);
-                ASSERT_TRUE(result.ok);
-                ASSERT_TRUE(result.guardsIntact);
-                ASSERT_EQ(result.rows, want) << "size " << size << " of " << stream.size();
-            }
-        }
-    }
-}
 
 // ---- The run-length code 50000 -------------------------------------------------
 TEST(RunLengthDecoder, EvenRowsRunsCutAtRowEndsAndRgb) {

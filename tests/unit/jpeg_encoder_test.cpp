@@ -120,39 +120,6 @@ TestDib GreyImage(int32_t width, int32_t height, uint32_t seed) {
     return dib;
 }
 
-TEST(JpegEncoderTables, QualityScalesTheAnnexKTables) {
-    JpegEncoderSettings settings;
-    uint16_t tables[2][64];
-    settings.quality = 50;
-    MakeQuantisationTables(settings, tables);
-    for (int i = 0; i < 64; ++i) {
-        EXPECT_EQ(tables[0][i], kLuminanceQuantisation[i]) << i;
-        EXPECT_EQ(tables[1][i], kChrominanceQuantisation[i]) << i;
-    }
-    for (int32_t quality : {100, 250}) {
-        settings.quality = quality;
-        MakeQuantisationTables(settings, tables);
-        for (int i = 0; i < 128; ++i) EXPECT_EQ(tables[i / 64][i % 64], 1) << quality;
-    }
-    for (int32_t quality : {1, 0, -7}) {
-        settings.quality = quality;
-        MakeQuantisationTables(settings, tables);
-        for (int i = 0; i < 128; ++i) EXPECT_EQ(tables[i / 64][i % 64], 255) << quality;
-    }
-    // Below 50 the scale is 5000 / q: at 10, 500 % of 16 is 80.
-    settings.quality = 10;
-    MakeQuantisationTables(settings, tables);
-    EXPECT_EQ(tables[0][0], 80);
-    EXPECT_EQ(tables[0][1], 55);  // (11 x 500 + 50) / 100
-    // Caller tables are used as given, zeros raised to 1.
-    uint8_t own[128];
-    for (int i = 0; i < 128; ++i) own[i] = static_cast<uint8_t>(i * 2);
-    settings.tables = own;
-    MakeQuantisationTables(settings, tables);
-    EXPECT_EQ(tables[0][0], 1);
-    EXPECT_EQ(tables[0][5], 10);
-    EXPECT_EQ(tables[1][63], 254);
-}
 
 // Every code of a table is a prefix of no other, no code is all one bits,
 // and lengths stay within 16 (Kraft sum below 1).
@@ -205,33 +172,6 @@ TEST(JpegEncoderHuffman, OptimalTablesAreLimitedTo16BitsAndFavourFrequentSymbols
     EXPECT_EQ(table.spec.counts[0], 1);
 }
 
-TEST(JpegEncoderTransform, MatchesTheDefiningSumWithinRounding) {
-    uint32_t state = 99;
-    uint16_t ones[64];
-    for (uint16_t& q : ones) q = 1;
-    DctDivisors divisors;
-    MakeDctDivisors(ones, &divisors);
-    for (int trial = 0; trial < 50; ++trial) {
-        uint8_t samples[64];
-        for (uint8_t& s : samples) s = static_cast<uint8_t>(trial < 2 ? trial * 255 : NextRandom(&state));
-        int16_t coefficients[64];
-        ForwardDctQuantise(samples, 8, divisors, coefficients);
-        for (int u = 0; u < 8; ++u) {
-            for (int v = 0; v < 8; ++v) {
-                double sum = 0;
-                for (int y = 0; y < 8; ++y) {
-                    for (int x = 0; x < 8; ++x) {
-                        sum += (samples[y * 8 + x] - 128.0) * std::cos((2 * y + 1) * u * std::numbers::pi / 16) *
-                               std::cos((2 * x + 1) * v * std::numbers::pi / 16);
-                    }
-                }
-                double exact =
-                    sum / 4 * (u == 0 ? (1 / std::numbers::sqrt2) : 1) * (v == 0 ? (1 / std::numbers::sqrt2) : 1);
-                EXPECT_NEAR(coefficients[u * 8 + v], exact, 0.51) << trial << " " << u << "," << v;
-            }
-        }
-    }
-}
 
 // A rectangle copied out of a stream keeps the library's resolution and
 // scale segments, spliced (mode 1) or coded again (mode 2).
@@ -323,32 +263,6 @@ TEST(JpegEncoderSegments, ColourStreamOrderAndContents) {
     EXPECT_EQ(segments[11].data, (std::vector<uint8_t>{3, 1, 0x00, 2, 0x11, 3, 0x11, 0, 63, 0}));
 }
 
-TEST(JpegEncoderSegments, GreyImagesHaveOneComponentAndOneTable) {
-    TestDib dib = GreyImage(9, 3, 1);
-    JpegEncoderSettings settings;
-    settings.sampling = ChromaSampling::H2V2;  // ignored for grey
-    settings.writeComment = false;
-    settings.optimiseHuffman = true;
-    ErrorRecord record;
-    std::vector<Segment> segments = Segments(EncodeToBytes(dib, settings, &record));
-    ASSERT_TRUE(record.ok());
-    EXPECT_EQ(Markers(segments), (std::vector<uint8_t>{0xD8, 0xDB, 0xC0, 0xC4, 0xC4, 0xDA, 0xD9}));
-    EXPECT_EQ(segments[1].data.size(), 65u);
-    EXPECT_EQ(segments[2].data, (std::vector<uint8_t>{8, 0, 3, 0, 9, 1, 1, 0x11, 0}));
-    EXPECT_EQ(segments[3].data[0], 0x00);
-    EXPECT_EQ(segments[4].data[0], 0x10);
-
-    // A 4-bit DIB with a grey table is grey too; a colour table makes colour.
-    TestDib four = MakeDib(5, 5, 4);
-    for (uint32_t i = 0; i < 16; ++i) four.table()[i] = RGBQUAD{uint8_t(i * 17), uint8_t(i * 17), uint8_t(i * 17), 0};
-    segments = Segments(EncodeToBytes(four, settings, &record));
-    ASSERT_TRUE(record.ok());
-    EXPECT_EQ(segments[2].data[5], 1);
-    four.table()[3].rgbRed = 1;
-    segments = Segments(EncodeToBytes(four, settings, &record));
-    ASSERT_TRUE(record.ok());
-    EXPECT_EQ(segments[2].data[5], 3);
-}
 
 TEST(JpegEncoderSegments, TablesOnlyAndAbbreviatedStreamsSplitTheTables) {
     JpegEncoderSettings settings;

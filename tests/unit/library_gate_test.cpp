@@ -102,6 +102,8 @@ TEST_F(Gate, SetPointerStoresOrRefuses) {
 }
 
 TEST_F(Gate, ConversionDefaultsAreFilledAtLoad) {
+    // The shared library's load does this; the tests link the archive.
+    ASSERT_EQ(EnsureLibraryInitialized(), 1);
     const ConversionDefaults* defaults = DefaultConversionOptions();
     EXPECT_EQ(defaults->flags, 0x1483u);
     const uint8_t expected[10] = {2, 6, 0, 1, 1, 2, 1, 1, 4, 1};
