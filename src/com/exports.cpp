@@ -1,8 +1,6 @@
 // The four entry points of an in-process component server. This edition
 // serves no class: the entry points exist so that the module can be
 // registered, and answer with fixed results.
-#include <atomic>
-
 #include "frame/library.h"
 #include "platform/platform.h"
 #include "velmora/velmora.h"
@@ -13,31 +11,13 @@
 #define VELMORA_COM_EXPORT VELMORA_EXPORT
 #endif
 
-namespace {
-
-// Live objects and server locks, and the tick of the last release. Nothing in
-// this edition changes them; a server that served classes would.
-std::atomic<uint32_t> g_liveObjects{0};
-std::atomic<bool> g_releaseRecorded{false};
-std::atomic<uint32_t> g_lastReleaseTick{0};
-
-// The module stays loaded for a moment after its last object is released.
-constexpr uint32_t kUnloadGraceMs = 0x1F5;
-
-}  // namespace
-
 extern "C" VELMORA_COM_EXPORT HRESULT VELMORA_API DllGetClassObject(REFCLSID, REFIID, LPVOID* ppv) {
     if (ppv != nullptr) *ppv = nullptr;
     return CLASS_E_CLASSNOTAVAILABLE;
 }
 
-extern "C" VELMORA_COM_EXPORT HRESULT VELMORA_API DllCanUnloadNow(void) {
-    if (g_liveObjects.load() != 0) return S_FALSE;
-    if (g_releaseRecorded.load() && velmora::platform::TickCount() - g_lastReleaseTick.load() < kUnloadGraceMs) {
-        return S_FALSE;
-    }
-    return S_OK;
-}
+// With no objects served, the module may always be unloaded.
+extern "C" VELMORA_COM_EXPORT HRESULT VELMORA_API DllCanUnloadNow(void) { return S_OK; }
 
 extern "C" VELMORA_COM_EXPORT HRESULT VELMORA_API DllRegisterServer(void) {
     if (velmora::EnsureLibraryInitialized()) return S_OK;

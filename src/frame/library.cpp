@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstring>
 #include <memory>
-#include <vector>
 
 #include "frame/formatter.h"
 #include "frame/language.h"
@@ -48,19 +47,6 @@ uint32_t g_simulatedFailure = 0;
 
 // The helper-process service of later subsystems waits under this lock.
 platform::RecursiveLock* g_helperProcessLock = nullptr;
-
-struct WindowRecord {
-    uint32_t threadId;
-    HWND window;
-};
-std::vector<WindowRecord>* g_windows = nullptr;
-
-struct ThreadRecord {
-    uint32_t threadId;
-    void* record;
-    void (*release)(void*);
-};
-std::vector<ThreadRecord>* g_threadRecords = nullptr;
 
 void FillConversionDefaults() {
     std::memset(&g_conversionDefaults, 0, sizeof g_conversionDefaults);
@@ -142,49 +128,8 @@ bool FullInitialization(void* moduleHandle, uint16_t startupLanguage, ErrorRecor
     return record->ok();
 }
 
-// Destroys the calling thread's library windows and frees its record.
-void PerThreadCleanup() {
-    uint32_t self = platform::CurrentThreadId();
-    for (;;) {
-        HWND window = nullptr;
-        {
-            platform::LockGuard guard(g_libraryLock);
-            if (g_windows != nullptr) {
-                for (const WindowRecord& record : *g_windows) {
-                    if (record.threadId == self) {
-                        window = record.window;
-                        break;
-                    }
-                }
-            }
-        }
-        if (window == nullptr) break;
-        // Destroying the window removes its record; make sure it goes even
-        // where no window procedure does that.
-        platform::DestroyWindowHandle(window);
-        RemoveLibraryWindow(window);
-    }
-    platform::LockGuard guard(g_libraryLock);
-    if (g_threadRecords == nullptr) return;
-    for (size_t i = 0; i < g_threadRecords->size(); ++i) {
-        ThreadRecord record = (*g_threadRecords)[i];
-        if (record.threadId == self) {
-            g_threadRecords->erase(g_threadRecords->begin() + static_cast<long>(i));
-            if (record.release != nullptr) record.release(record.record);
-            break;
-        }
-    }
-}
-
 void GlobalCleanup() {
     // Each subsystem releases only what it created.
-    if (g_threadRecords != nullptr) {
-        for (const ThreadRecord& record : *g_threadRecords) {
-            if (record.release != nullptr) record.release(record.record);
-        }
-        delete g_threadRecords;
-        g_threadRecords = nullptr;
-    }
     delete g_helperProcessLock;
     g_helperProcessLock = nullptr;
     platform::DeleteUiFont();
@@ -216,12 +161,6 @@ void ProcessDetach() {
     g_libraryLock = nullptr;
 }
 
-void ThreadDetach() {
-    if (g_libraryLock == nullptr) return;
-    platform::LockGuard guard(g_libraryLock);
-    if (g_initialized.load(std::memory_order_acquire)) PerThreadCleanup();
-}
-
 int EnsureLibraryInitialized() {
     if (g_initialized.load(std::memory_order_acquire) && g_initError.ok()) return 1;
     if (g_libraryLock == nullptr) ProcessAttach(g_moduleHandle);
@@ -245,7 +184,6 @@ void TerminateLibrary() {
     platform::LockGuard guard(g_libraryLock);
     if (!g_initialized.load(std::memory_order_relaxed)) return;
     platform::UnregisterPrintWindowClass();
-    PerThreadCleanup();
     {
         platform::LockGuard shared(g_sharedObjectLock);
         if (g_conversionDefaults.owned != nullptr) {
@@ -313,31 +251,6 @@ std::u16string TempDirectory() {
 }
 
 ConversionDefaults* DefaultConversionOptions() { return &g_conversionDefaults; }
-
-void AddLibraryWindow(uint32_t threadId, HWND window) {
-    platform::WatchThreadExit();
-    platform::LockGuard guard(g_libraryLock);
-    if (g_windows == nullptr) g_windows = new std::vector<WindowRecord>;
-    g_windows->push_back(WindowRecord{threadId, window});
-}
-
-void RemoveLibraryWindow(HWND window) {
-    platform::LockGuard guard(g_libraryLock);
-    if (g_windows == nullptr) return;
-    for (size_t i = 0; i < g_windows->size(); ++i) {
-        if ((*g_windows)[i].window == window) {
-            g_windows->erase(g_windows->begin() + static_cast<long>(i));
-            return;
-        }
-    }
-}
-
-void SetThreadRecord(void* record, void (*release)(void*)) {
-    platform::WatchThreadExit();
-    platform::LockGuard guard(g_libraryLock);
-    if (g_threadRecords == nullptr) g_threadRecords = new std::vector<ThreadRecord>;
-    g_threadRecords->push_back(ThreadRecord{platform::CurrentThreadId(), record, release});
-}
 
 void SimulateInitializationFailure(uint32_t code) { g_simulatedFailure = code; }
 

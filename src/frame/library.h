@@ -17,7 +17,7 @@ constexpr uint32_t kInitNoShell = 0x2;
 
 // The module events declared by the platform layer are implemented here:
 // process attach stores the module and creates LibraryLock, process detach
-// terminates, thread detach cleans up the thread's windows.
+// terminates.
 
 // The gate: runs full initialisation once per load. 1 when the library is
 // ready; 0 when initialisation failed, with its error copied into the last
@@ -55,13 +55,6 @@ struct ConversionDefaults {
     uint32_t reserved[16];
 };
 ConversionDefaults* DefaultConversionOptions();
-
-// The library's windows, by owning thread, for the per-thread cleanup.
-void AddLibraryWindow(uint32_t threadId, HWND window);
-void RemoveLibraryWindow(HWND window);
-// A per-thread record of the viewer (its message hooks), freed when the
-// thread ends or the library terminates.
-void SetThreadRecord(void* record, void (*release)(void*));
 
 // Makes the next full initialisation fail with `code`, as a failing system
 // service would; 0 turns it off. For tests of the gate.

@@ -195,11 +195,6 @@ void DeleteUiFont();
 bool LoadCursors(uint32_t* error);
 bool RegisterProgressBarClass(uint32_t* error);
 void UnregisterPrintWindowClass();
-void DestroyWindowHandle(HWND window);
-uint32_t CurrentThreadId();
-// Makes sure the library hears of the calling thread's end (Windows tells
-// every module anyway).
-void WatchThreadExit();
 // The product name and version of the library's version resource.
 void ReadVersionResource(std::u16string* productName, std::u16string* productVersion);
 
@@ -239,10 +234,8 @@ namespace velmora {
 
 // ---- Module events -------------------------------------------------------------
 // The module's entry points (the DLL entry on Windows, load and unload hooks
-// and a thread-exit watch elsewhere) report these; the library's frame
-// implements them.
+// elsewhere) report these; the library's frame implements them.
 void ProcessAttach(void* moduleHandle);
 void ProcessDetach();
-void ThreadDetach();
 
 }  // namespace velmora

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "frame/error_record.h"
+#include "frame/library.h"
 #include "frame/memory_handle.h"
 #include "platform/platform.h"
 #include "velmora/velmora.h"
@@ -87,6 +88,8 @@ TEST(ErrorRecords, FirstErrorWinsAndDetailsJoinOnOneLineBreak) {
 }
 
 TEST(ErrorRecords, FinishPublishesTheRecordAndSuccessLeavesTheLastError) {
+    // Start-up sets the system's error on the way: done before the checks.
+    ASSERT_EQ(EnsureLibraryInitialized(), 1);
     SetErrorCode(7);
     ErrorRecord ok;
     EXPECT_EQ(FinishWithRecord(ok), 1);

@@ -1,24 +1,16 @@
 // Start-up services on POSIX systems. There is no Win32 shell, OLE or GDI
 // here: the user-interface parts of the library answer for themselves, so
 // these services succeed without doing anything.
-#include <pthread.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <mutex>
 #include <new>
 
-#include "platform/version_resource.h"
 #include "platform/platform.h"
+#include "platform/version_resource.h"
 
 namespace velmora::platform {
 namespace {
-
-// Runs the per-thread cleanup when a thread that used the library ends.
-struct ThreadWatch {
-    ~ThreadWatch() { ThreadDetach(); }
-};
-thread_local ThreadWatch t_watch;
 
 // A non-null stand-in for a user-interface library and its entry points.
 int g_standIn = 0;
@@ -43,11 +35,7 @@ void DeleteUiFont() {}
 bool LoadCursors(uint32_t*) { return true; }
 bool RegisterProgressBarClass(uint32_t*) { return true; }
 void UnregisterPrintWindowClass() {}
-void DestroyWindowHandle(HWND) {}
 
-void WatchThreadExit() { (void)&t_watch; }
-
-uint32_t CurrentThreadId() { return static_cast<uint32_t>(syscall(SYS_gettid)); }
 
 void ReadVersionResource(std::u16string* productName, std::u16string* productVersion) {
     *productName = WideFromUtf8(kVersionProductName);

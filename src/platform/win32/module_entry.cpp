@@ -8,7 +8,6 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
     switch (reason) {
         case DLL_PROCESS_ATTACH: velmora::ProcessAttach(instance); break;
         case DLL_PROCESS_DETACH: velmora::ProcessDetach(); break;
-        case DLL_THREAD_DETACH: velmora::ThreadDetach(); break;
         default: break;
     }
     return TRUE;

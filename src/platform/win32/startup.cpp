@@ -123,9 +123,6 @@ bool RegisterProgressBarClass(uint32_t* error) {
 
 void UnregisterPrintWindowClass() {}
 
-void DestroyWindowHandle(HWND window) { ::DestroyWindow(window); }
-uint32_t CurrentThreadId() { return ::GetCurrentThreadId(); }
-void WatchThreadExit() {}
 
 void ReadVersionResource(std::u16string* productName, std::u16string* productVersion) {
     productName->clear();
