@@ -22,7 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         TiffPageInfo info;
         SetWanted(&info, kFieldAll);
         uint32_t flags = kReadStructure | (page % 2 == 0 ? kReadStrict : 0);
-        if (ReadPageInfo(tiff, page, flags, &info, nullptr, &pageRecord) &&
+        if (ReadPageInfo(tiff, page, flags, &info, &pageRecord) &&
             CheckImageStructure(tiff, &info, &pageRecord)) {
             TiffStripBuffer buffer;
             for (uint32_t i = 0; i < info.stripCount && i < 4096; ++i) {
@@ -41,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     TiffPageInfo info;
     info.startDirectory = size > 8 ? data[size - 1] * 7u + 8u : 8u;
     SetWanted(&info, kFieldImageWidth);
-    ReadPageInfo(tiff, 1 + (size % 3), kReadFromOffset, &info, nullptr, &at);
+    ReadPageInfo(tiff, 1 + (size % 3), kReadFromOffset, &info, &at);
     FreePageInfo(&info);
     CloseTiff(tiff, nullptr);
     return 0;

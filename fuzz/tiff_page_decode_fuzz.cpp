@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "dib/image.h"
+#include "tiff/page_decoder.h"
 #include "tiff/page_info.h"
 #include "tiff/tiff_file.h"
 
@@ -16,15 +18,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         velmora::ErrorRecord record;
         velmora::TiffPageInfo info;
         velmora::SetWanted(&info, velmora::kFieldImage);
-        if (!velmora::ReadPageInfo(tiff, page, velmora::kReadStructure, &info, nullptr, &record)) break;
+        if (!velmora::ReadPageInfo(tiff, page, velmora::kReadStructure, &info, &record)) break;
         bool small = uint64_t{info.width} * info.length <= kMaxPixels;
         velmora::FreePageInfo(&info);
         if (!small) continue;
         velmora::TiffPageInfo decoded;
         velmora::SetWanted(&decoded, velmora::kFieldImage);
         velmora::ErrorRecord decodeRecord;
-        if (velmora::ReadPageInfo(tiff, page, velmora::kReadStructure | velmora::kReadDecodeImage, &decoded, nullptr,
+        if (velmora::ReadPageInfo(tiff, page, velmora::kReadStructure | velmora::kReadCheckImage, &decoded,
                                   &decodeRecord)) {
+            uint16_t rotation = 0;
+            HGLOBAL dib = velmora::DecodePage(tiff, decoded, nullptr, &rotation, &decodeRecord);
+            velmora::FreeImage(&dib);
             velmora::FreePageInfo(&decoded);
         }
     }

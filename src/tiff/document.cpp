@@ -76,7 +76,7 @@ bool ReadRows(TiffDocument* document, ProgressReporter* progress, PageNumberScan
         SetWantedList(&info, kFieldPageNumber, kFieldImageLength, kFieldImageWidth, kFieldSubfileType,
                       kFieldPhotometric, kFieldListEnd);
         ErrorRecord read;
-        if (!ReadPageInfo(tiff, ifd, 0, &info, nullptr, &read)) {
+        if (!ReadPageInfo(tiff, ifd, 0, &info, &read)) {
             if (read.code == kErrIfdNotFound) {
                 if (ChainPointedOn(tiff, ifd)) document->flags |= kDocumentDamagedChain;
                 return true;

@@ -15,6 +15,7 @@
 #include "platform/platform.h"
 #include "tiff/document_type.h"
 #include "tiff/exact_fraction.h"
+#include "tiff/page_decoder.h"
 #include "tiff/page_info.h"
 #include "tiff/tiff_file.h"
 #include "velmora/velmora.h"
@@ -32,7 +33,7 @@ constexpr DWORD kAccessRead = 0x80000000u;
 constexpr DWORD kAccessWrite = 0x40000000u;
 constexpr uint32_t kReadInformation = velmora::kReadStructure;
 // The exported reader: information, physical size, full decode.
-constexpr uint32_t kReadPage = velmora::kReadExported | velmora::kReadDecodeImage | velmora::kReadStructure;
+constexpr uint32_t kReadPage = velmora::kReadExported | velmora::kReadCheckImage | velmora::kReadStructure;
 constexpr DWORD kReadFlagFast = 0x1;
 constexpr DWORD kReadFlagBurnIn = 0x2;
 constexpr uint32_t kErrNotFound = 1168;  // ERROR_NOT_FOUND
@@ -49,7 +50,7 @@ TiffFile* TiffOf(ExportCall& call, HGLOBAL handle) {
 // kFieldListEnd); false with the record set.
 bool ReadInfo(TiffFile* tiff, DWORD page, TiffPageInfo* info, ErrorRecord* record, std::initializer_list<uint32_t> fields) {
     for (uint32_t field : fields) velmora::SetWanted(info, field);
-    return velmora::ReadPageInfo(tiff, page, kReadInformation, info, nullptr, record);
+    return velmora::ReadPageInfo(tiff, page, kReadInformation, info, record);
 }
 
 HGLOBAL OpenTiff(const char16_t* name, DWORD access, DWORD create) {
@@ -515,10 +516,9 @@ HGLOBAL VELMORA_API ReadVelmoraOpenTIFFDIBEx(const VelmoraReadTIFFDIB* request) 
     velmora::SetWanted(&info, velmora::kFieldYResolution);
     uint32_t readFlags = kReadPage | ((flags & kReadFlagFast) ? velmora::kReadFast : 0);
     HGLOBAL dib = nullptr;
-    if (velmora::ReadPageInfo(tiff, request->page, readFlags, &info, &progress, &call.record)) {
-        dib = info.dib;
-        info.dib = nullptr;
-        uint16_t rotation = info.rotation;
+    if (velmora::ReadPageInfo(tiff, request->page, readFlags, &info, &call.record)) {
+        uint16_t rotation = 0;
+        dib = velmora::DecodePage(tiff, info, &progress, &rotation, &call.record);
         velmora::FreePageInfo(&info);
         if (rotation != 0 && dib != nullptr) {
             HGLOBAL turned = velmora::RotateDib(dib, rotation, &call.record);

@@ -127,16 +127,16 @@ void PlaceRow(const DibRows& dib, const Placement& placement, uint16_t bits, con
 
 class PageDecoder {
 public:
-    PageDecoder(TiffFile* tiff, TiffPageInfo* info, ProgressReporter* progress)
+    PageDecoder(TiffFile* tiff, const TiffPageInfo* info, ProgressReporter* progress)
         : tiff_(tiff), info_(info), progress_(progress) {}
 
-    bool Run(ErrorRecord* record);
+    HGLOBAL Run(uint16_t* rotation, ErrorRecord* record);
 
 private:
     bool DecodeUnit(uint32_t unit, StripDecoder* decoder, const CodecPage& page, ErrorRecord* record);
 
     TiffFile* tiff_;
-    TiffPageInfo* info_;
+    const TiffPageInfo* info_;
     ProgressReporter* progress_;
     PageFormat format_;
     Placement placement_ = {};
@@ -228,14 +228,15 @@ bool PageDecoder::DecodeUnit(uint32_t unit, StripDecoder* decoder, const CodecPa
     return true;
 }
 
-bool PageDecoder::Run(ErrorRecord* record) {
-    if (!ChoosePageFormat(tiff_, *info_, &format_, record)) return false;
+HGLOBAL PageDecoder::Run(uint16_t* rotation, ErrorRecord* record) {
+    *rotation = 0;
+    if (!ChoosePageFormat(tiff_, *info_, &format_, record)) return nullptr;
     const TiffPageInfo& info = *info_;
     unitWidth_ = info.tiled ? info.tileWidth : info.width;
     unitLength_ = info.tiled ? info.tileLength : (info.rowsPerStrip == 0 ? info.length : info.rowsPerStrip);
     if (unitWidth_ == 0 || unitLength_ == 0) {
         SetRecordError(record, kErrBadImageData, 0);
-        return false;
+        return nullptr;
     }
     // The strip or tile grid as the page description checked it.
     unitsAcross_ = info.tiled ? static_cast<uint32_t>((uint64_t{info.width} + unitWidth_ - 1) / unitWidth_) : 1;
@@ -243,7 +244,7 @@ bool PageDecoder::Run(ErrorRecord* record) {
     unitsPerPlane_ = info.stripsPerPlane;
     if (uint64_t{unitsPerPlane_} * format_.planes > info.stripCount) {
         SetRecordError(record, kErrBadImageData, 0);
-        return false;
+        return nullptr;
     }
     const uint16_t codedBits = format_.kind == SampleKind::kYcbcr ? 8 : info.bitsPerSample;
     const uint32_t codedWidth = format_.kind == SampleKind::kYcbcr
@@ -254,7 +255,7 @@ bool PageDecoder::Run(ErrorRecord* record) {
     storedRowBytes_ = StoredRowBytes(codedWidth, codedBits, codedSamples);
     if (storedRowBytes_ * unitLength_ > kMaxRowBuffer) {
         SetRecordError(record, kErrBadImageData, 0);
-        return false;
+        return nullptr;
     }
 
     // One strip or tile covering the page decodes as stored and leaves the
@@ -273,7 +274,7 @@ bool PageDecoder::Run(ErrorRecord* record) {
     HGLOBAL dib = CreatePackedDib(static_cast<int32_t>(dibWidth), static_cast<int32_t>(dibHeight), format_.dibBits,
                                   format_.tableCount ? format_.table : nullptr, format_.tableCount, xPels, yPels,
                                   record);
-    if (dib == nullptr) return false;
+    if (dib == nullptr) return nullptr;
     {
         ImageLock lock(dib);
         dib_ = RowsFromTop(lock.header(), lock.bits());
@@ -303,22 +304,22 @@ bool PageDecoder::Run(ErrorRecord* record) {
     }
     if (record->failed()) {
         FreeImage(&dib);
-        return false;
+        return nullptr;
     }
     // 3 and 4 turn half way; 6 and 7 a quarter clockwise; 5 and 8 three quarters.
     static const uint16_t kAngles[9] = {0, 0, 0, 180, 180, 270, 90, 90, 270};
-    info_->rotation = wholePage ? kAngles[orientation] : 0;
-    info_->dib = dib;
-    return true;
+    *rotation = wholePage ? kAngles[orientation] : 0;
+    return dib;
 }
 
 }  // namespace
 
-bool DecodePageImage(TiffFile* tiff, TiffPageInfo* info, uint32_t, ProgressReporter* progress,
-                     ErrorRecord* record) {
-    if (record->failed()) return false;
-    PageDecoder decoder(tiff, info, progress);
-    return decoder.Run(record);
+HGLOBAL DecodePage(TiffFile* tiff, const TiffPageInfo& info, ProgressReporter* progress, uint16_t* rotation,
+                   ErrorRecord* record) {
+    *rotation = 0;
+    if (record->failed()) return nullptr;
+    PageDecoder decoder(tiff, &info, progress);
+    return decoder.Run(rotation, record);
 }
 
 }  // namespace velmora

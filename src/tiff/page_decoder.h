@@ -1,6 +1,5 @@
-// Decoding a page's image: the step ReadPageInfo runs when the caller wants
-// the image (kFieldImage), after the directory has been interpreted and its
-// structure checked.
+// Decoding a page's image from its description: ReadPageInfo with
+// kFieldImage and kReadCheckImage first, then DecodePage.
 #pragma once
 
 #include <cstdint>
@@ -12,9 +11,11 @@
 
 namespace velmora {
 
-// Decodes the page described by `info` into info->dib (and info->rotation).
-// `progress` may be null. False with the record set on failure.
-bool DecodePageImage(TiffFile* tiff, TiffPageInfo* info, uint32_t readFlags, ProgressReporter* progress,
-                     ErrorRecord* record);
+// Decodes the page `info` describes into a new packed DIB, owned by the
+// caller; *rotation receives the clockwise turn still to apply to it (a page
+// stored in one strip or tile is decoded as stored). `progress` may be null.
+// Null with the record set on failure.
+HGLOBAL DecodePage(TiffFile* tiff, const TiffPageInfo& info, ProgressReporter* progress, uint16_t* rotation,
+                   ErrorRecord* record);
 
 }  // namespace velmora

@@ -5,7 +5,6 @@
 
 #include "frame/memory_handle.h"
 #include "platform/platform.h"
-#include "tiff/page_decoder.h"
 #include "tiff/tags.h"
 
 namespace velmora {
@@ -498,8 +497,7 @@ bool CheckImageStructure(TiffFile* tiff, TiffPageInfo* info, ErrorRecord* record
     return true;
 }
 
-bool ReadPageInfo(TiffFile* tiff, uint32_t page, uint32_t readFlags, TiffPageInfo* info, ProgressReporter* progress,
-                  ErrorRecord* record) {
+bool ReadPageInfo(TiffFile* tiff, uint32_t page, uint32_t readFlags, TiffPageInfo* info, ErrorRecord* record) {
     if (record->failed()) return false;
     uint64_t wanted = info->fields;
     uint64_t start = info->startDirectory;
@@ -514,10 +512,10 @@ bool ReadPageInfo(TiffFile* tiff, uint32_t page, uint32_t readFlags, TiffPageInf
     bool image = (wanted & (Bit(kFieldImage) | Bit(kFieldAll))) != 0;
     bool structure = image || (readFlags & kReadStructure) != 0;
     InterpretDirectory(tiff, info, wanted, structure, record);
-    if ((wanted & Bit(kFieldImage)) != 0 && (readFlags & kReadDecodeImage) != 0 && record->ok()) {
+    if ((wanted & Bit(kFieldImage)) != 0 && (readFlags & kReadCheckImage) != 0 && record->ok()) {
         if (CheckImageStructure(tiff, info, record)) {
             NormaliseResolution(info);
-            if (DecodePageImage(tiff, info, readFlags, progress, record)) info->fields |= Bit(kFieldDecodeDone);
+            info->fields |= Bit(kFieldDecodeDone);
         }
     }
     if (image && record->ok()) info->fields |= Bit(kFieldImage);
@@ -560,7 +558,6 @@ void FreePageInfo(TiffPageInfo* info) {
                            &info->ocrText,
                            &info->pageInformation};
     for (TiffBlock* block : blocks) FreeHandle(&block->handle);
-    FreeHandle(&info->dib);
     *info = TiffPageInfo{};
 }
 

@@ -4,7 +4,7 @@
 // Usage:
 //     TiffPageInfo info;
 //     SetWantedList(&info, kFieldImageWidth, kFieldImageLength, kFieldListEnd);
-//     if (ReadPageInfo(tiff, page, kReadStructure, &info, nullptr, record)) ...
+//     if (ReadPageInfo(tiff, page, kReadStructure, &info, record)) ...
 //     FreePageInfo(&info);
 //
 // Arrays and texts are held in movable blocks that FreePageInfo releases; a
@@ -29,7 +29,7 @@ enum : uint32_t {
     kFieldCopyright = 7,            // 33432
     kFieldDateTime = 8,             // 306
     kFieldDocumentName = 9,         // 269
-    kFieldDecodeDone = 10,          // set with the decoded image
+    kFieldDecodeDone = 10,          // set once the image's structure was checked (kReadCheckImage)
     kFieldFreeSpace = 13,           // FreeOffsets, FreeByteCounts (288, 289)
     kFieldHostComputer = 14,        // 316
     kFieldImage = 15,               // everything needed to decode the image, and the image
@@ -72,7 +72,7 @@ enum : uint32_t {
 // Read flags of ReadPageInfo.
 constexpr uint32_t kReadStrict = 0x001;       // report non-conformant directories
 constexpr uint32_t kReadStructure = 0x002;    // interpret image-structure tags without the image
-constexpr uint32_t kReadDecodeImage = 0x008;  // with kFieldImage: decode the image (resolution checked)
+constexpr uint32_t kReadCheckImage = 0x008;  // with kFieldImage: check that the image can be decoded
 constexpr uint32_t kReadFast = 0x020;         // faster, reduced-quality decoding
 constexpr uint32_t kReadIfdNotFound = 0x100;  // a missing first page is "IFD not found."
 constexpr uint32_t kReadFromOffset = 0x200;   // count pages from info->startDirectory
@@ -189,11 +189,6 @@ struct TiffPageInfo {
     TiffBlock pageInformation = {};    // 33945
     bool hasAnnotations = false;
     bool hasOcrText = false;
-
-    // The decoded page (kFieldImage): a packed DIB owned by the caller, and
-    // the clockwise rotation still to apply to it.
-    HGLOBAL dib = nullptr;
-    uint16_t rotation = 0;
 };
 
 // Field-set helpers. kFieldEverything sets (or, for ClearWanted, clears) all.
@@ -206,21 +201,18 @@ bool IsPresent(const TiffPageInfo* info, uint32_t field);
 
 // Locates the page and interprets the wanted fields. kFieldImage (or the
 // wildcard) interprets every image-structure tag, as kReadStructure does;
-// kFieldImage with kReadDecodeImage also checks the structure
-// (CheckImageStructure), makes a resolution with a zero part absent (one
-// direction present stands for both) and decodes the page into info->dib.
-// Returns true on success; on failure the page info is released. `progress`
-// may be null.
-bool ReadPageInfo(TiffFile* tiff, uint32_t page, uint32_t readFlags, TiffPageInfo* info, ProgressReporter* progress,
-                  ErrorRecord* record);
+// kFieldImage with kReadCheckImage also checks the structure
+// (CheckImageStructure) and makes a resolution with a zero part absent (one
+// direction present stands for both): the description DecodePage takes.
+// Returns true on success; on failure the page info is released.
+bool ReadPageInfo(TiffFile* tiff, uint32_t page, uint32_t readFlags, TiffPageInfo* info, ErrorRecord* record);
 // Checks what decoding relies on: dimensions within the limits, strips or
 // tiles that cover the image (their arrays are then exactly stripCount
 // long; missing byte counts become zeros) and a colour map of 3 x 2^bits
 // entries for palette pages. "Bad image data." with the file name when not.
-// ReadPageInfo runs it before decoding.
+// ReadPageInfo runs it for kReadCheckImage.
 bool CheckImageStructure(TiffFile* tiff, TiffPageInfo* info, ErrorRecord* record);
-// Frees the blocks inside (the DIB too, unless the caller took it) and
-// resets the record.
+// Frees the blocks inside and resets the record.
 void FreePageInfo(TiffPageInfo* info);
 
 // Reads the bytes of strip or tile `index` into `buffer`, which grows as

@@ -97,7 +97,7 @@ void ComparePage(TIFF* peer, TiffFile* tiff, uint32_t page, const std::string& w
     ErrorRecord record;
     TiffPageInfo info;
     SetWanted(&info, kFieldAll);
-    ASSERT_TRUE(ReadPageInfo(tiff, page, kReadStructure, &info, nullptr, &record))
+    ASSERT_TRUE(ReadPageInfo(tiff, page, kReadStructure, &info, &record))
         << platform::Utf8FromWide(record.message);
     ASSERT_TRUE(CheckImageStructure(tiff, &info, &record)) << platform::Utf8FromWide(record.message);
 

@@ -174,7 +174,7 @@ TEST(TiffChain, TruncationAndLyingOffsets) {
         Opened t(b.bytes());
         TiffPageInfo info;
         SetWanted(&info, kFieldDataOffsets);
-        EXPECT_FALSE(ReadPageInfo(t.tiff, 1, 0, &info, nullptr, &t.record));
+        EXPECT_FALSE(ReadPageInfo(t.tiff, 1, 0, &info, &t.record));
         EXPECT_EQ(t.record.code, kErrBadFileData) << count;
         EXPECT_EQ(info.offsets.handle, nullptr);
     }
@@ -188,7 +188,7 @@ TEST(TiffPage, WrongTypesAndHugeDimensionsAreBadImageData) {
         Opened t(b.bytes());
         TiffPageInfo info;
         SetWantedList(&info, kFieldImageWidth, kFieldImageLength, kFieldListEnd);
-        if (ReadPageInfo(t.tiff, 1, flags, &info, nullptr, &t.record) && check)
+        if (ReadPageInfo(t.tiff, 1, flags, &info, &t.record) && check)
             CheckImageStructure(t.tiff, &info, &t.record);
         FreePageInfo(&info);
         return t.record.code;
@@ -221,7 +221,7 @@ TEST(TiffPage, DuplicateTagsAreReadButNotConformant) {
     EXPECT_TRUE(t.record.ok());
     TiffPageInfo info;
     SetWanted(&info, kFieldImageWidth);
-    ASSERT_TRUE(ReadPageInfo(t.tiff, 1, kReadStrict, &info, nullptr, &t.record));
+    ASSERT_TRUE(ReadPageInfo(t.tiff, 1, kReadStrict, &info, &t.record));
     EXPECT_FALSE(info.conformant);
     EXPECT_EQ(info.width, 10u);  // the first of the two
     // Unsorted directories are still searched in any order.
@@ -255,7 +255,7 @@ TEST_P(TiffForms, PagesReadTheSame) {
 
     TiffPageInfo info;
     SetWantedList(&info, kFieldSoftware, kFieldPageNumber, kFieldXScale, kFieldListEnd);
-    ASSERT_TRUE(ReadPageInfo(t.tiff, 1, kReadStructure, &info, nullptr, &t.record))
+    ASSERT_TRUE(ReadPageInfo(t.tiff, 1, kReadStructure, &info, &t.record))
         << platform::Utf8FromWide(t.record.message);
     ASSERT_TRUE(CheckImageStructure(t.tiff, &info, &t.record));
     EXPECT_EQ(info.width, 10u);
@@ -289,8 +289,8 @@ TEST_P(TiffForms, PagesReadTheSame) {
     // Page 2 after page 1, and back, through the cache.
     TiffPageInfo second;
     SetWanted(&second, kFieldImageWidth);
-    EXPECT_TRUE(ReadPageInfo(t.tiff, 2, 0, &second, nullptr, &t.record));
-    EXPECT_TRUE(ReadPageInfo(t.tiff, 1, 0, &second, nullptr, &t.record));
+    EXPECT_TRUE(ReadPageInfo(t.tiff, 2, 0, &second, &t.record));
+    EXPECT_TRUE(ReadPageInfo(t.tiff, 1, 0, &second, &t.record));
     EXPECT_EQ(second.width, 10u);
     FreePageInfo(&second);
     EXPECT_GT(GetPageDirectorySize(t.tiff, 1, &t.record), 240u);
@@ -323,7 +323,7 @@ TEST(TiffFileLifecycle, MemoryTiffStartsWithAHeaderAndBaseOffsetsWork) {
     tiff = OpenTiffFromStream(stream, 100, false, false, false, &record);
     ASSERT_NE(tiff, nullptr);
     TiffPageInfo info;
-    ASSERT_TRUE(ReadPageInfo(tiff, 1, kReadStructure, &info, nullptr, &record));
+    ASSERT_TRUE(ReadPageInfo(tiff, 1, kReadStructure, &info, &record));
     ASSERT_TRUE(CheckImageStructure(tiff, &info, &record));
     TiffStripBuffer buffer;
     uint32_t size = 0;
