@@ -15,6 +15,7 @@
 #include "platform/platform.h"
 #include "tiff/document_type.h"
 #include "tiff/exact_fraction.h"
+#include "tiff/compression.h"
 #include "tiff/page_decoder.h"
 #include "tiff/page_info.h"
 #include "tiff/tiff_file.h"
@@ -260,19 +261,8 @@ BOOL VELMORA_API GetVelmoraTIFFCompression(HGLOBAL handle, DWORD page, WORD* cod
     *code = VELMORA_COMPRESSION_OTHER;
     TiffPageInfo info;
     if (ReadInfo(tiff, page, &info, &call.record, {velmora::kFieldImage})) {
-        switch (info.compression) {
-            case 1: *code = VELMORA_COMPRESSION_NONE; break;
-            case 32773: *code = VELMORA_COMPRESSION_PACKBITS; break;
-            case 4: *code = VELMORA_COMPRESSION_GROUP4; break;
-            case 3: *code = VELMORA_COMPRESSION_GROUP3; break;
-            case 2: *code = VELMORA_COMPRESSION_CCITT_RLE; break;
-            case 5: *code = VELMORA_COMPRESSION_LZW; break;
-            case 6: *code = VELMORA_COMPRESSION_OJPEG; break;
-            case 7: *code = VELMORA_COMPRESSION_JPEG; break;
-            case 32771: *code = VELMORA_COMPRESSION_CCITT_RLEW; break;
-            case 32809: *code = VELMORA_COMPRESSION_THUNDERSCAN; break;
-            default: break;
-        }
+        const velmora::TiffCompression* compression = velmora::FindCompression(info.compression);
+        if (compression != nullptr) *code = compression->reported;
         velmora::FreePageInfo(&info);
     }
     return call.Finish();

@@ -11,6 +11,7 @@
 #include "dib/resolution.h"
 #include "frame/checked_array.h"
 #include "io/stream.h"
+#include "tiff/compression.h"
 #include "tiff/jpeg_strip_decoder.h"
 #include "tiff/page_format.h"
 
@@ -47,17 +48,19 @@ private:
 };
 
 std::unique_ptr<StripDecoder> CreateDecoder(TiffFile* tiff, const TiffPageInfo& info) {
-    switch (info.compression) {
-        case 1: return NewDecoder<CopyDecoder>();
-        case 2: case 3: case 4: case 32771: return CreateFaxDecoder(info.compression);
-        case 5: return CreateLzwDecoder();
-        case 8: case 32946: return CreateDeflateDecoder();
-        case 32773: return CreatePackBitsDecoder();
-        case 32809: return CreateThunderScanDecoder();
-        case 50000: return CreateRunLengthDecoder();
-        case 6: case 7: return CreateTiffJpegDecoder(tiff, info);
-        default: return nullptr;
+    const TiffCompression* compression = FindCompression(info.compression);
+    if (compression == nullptr) return nullptr;
+    switch (compression->coding) {
+        case StripCoding::Stored: return NewDecoder<CopyDecoder>();
+        case StripCoding::Fax: return CreateFaxDecoder(info.compression);
+        case StripCoding::Lzw: return CreateLzwDecoder();
+        case StripCoding::Deflate: return CreateDeflateDecoder();
+        case StripCoding::PackBits: return CreatePackBitsDecoder();
+        case StripCoding::ThunderScan: return CreateThunderScanDecoder();
+        case StripCoding::RunLength: return CreateRunLengthDecoder();
+        case StripCoding::Jpeg: return CreateTiffJpegDecoder(tiff, info);
     }
+    return nullptr;
 }
 
 // Where a stored pixel goes in the DIB for each orientation (TIFF 6.0

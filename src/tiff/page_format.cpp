@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "io/stream.h"
+#include "tiff/compression.h"
 
 namespace velmora {
 namespace {
@@ -17,18 +18,8 @@ constexpr uint16_t kPhotometricSeparated = 5;
 constexpr uint16_t kPhotometricYcbcr = 6;
 constexpr uint16_t kPhotometricAbsent = 0xFFFF;
 constexpr uint16_t kPlanarSeparate = 2;
-constexpr uint16_t kJpegOld = 6;
-constexpr uint16_t kJpeg = 7;
 constexpr uint32_t kT6Uncompressed = 0x2;
 constexpr uint16_t kPrivateRunLength = 50000;
-
-bool KnownCompression(uint16_t compression) {
-    switch (compression) {
-        case 1: case 2: case 3: case 4: case 5: case 6: case 7: case 8:
-        case 32771: case 32773: case 32809: case 32946: case 50000: return true;
-        default: return false;
-    }
-}
 
 bool Unsupported(TiffFile* tiff, ErrorRecord* record) {
     StreamFail(GetTiffStream(tiff), kErrUnsupportedImageType, record);
@@ -132,11 +123,12 @@ bool ChooseJpegFormat(TiffFile* tiff, const TiffPageInfo& info, PageFormat* form
 bool ChoosePageFormat(TiffFile* tiff, const TiffPageInfo& info, PageFormat* format, ErrorRecord* record) {
     if (record->failed()) return false;
     *format = PageFormat();
-    if (!KnownCompression(info.compression)) {
+    const TiffCompression* compression = FindCompression(info.compression);
+    if (compression == nullptr) {
         SetRecordError(record, kErrUnknownImageType, 0);
         return false;
     }
-    if (info.compression == kJpegOld || info.compression == kJpeg) return ChooseJpegFormat(tiff, info, format, record);
+    if (compression->coding == StripCoding::Jpeg) return ChooseJpegFormat(tiff, info, format, record);
     if (info.compression == 4 && (info.t6Options & kT6Uncompressed)) return Unsupported(tiff, record);
     if (info.bitsPerSampleDiffer || info.sampleFormat > 1) return Unsupported(tiff, record);
 
