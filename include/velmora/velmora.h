@@ -69,6 +69,15 @@ extern "C" {
  * codes 10004 to 11004, OLE result codes, and the library's own codes
  * below, which have bit 25 set. GetVelmoraErrorMessage gives the text.
  * ====================================================================== */
+/* The system's codes the functions below answer with most (the prose of
+   each function names them by number, as a host's error tables do). */
+#define VELMORA_ERROR_INVALID_HANDLE              6UL    /* a handle that is not one, or freed */
+#define VELMORA_ERROR_NOT_ENOUGH_MEMORY           8UL    /* memory for the work could not be had */
+#define VELMORA_ERROR_INVALID_PARAMETER           87UL   /* a value, flag or record size out of range */
+#define VELMORA_ERROR_CALL_NOT_IMPLEMENTED        120UL  /* not available in this build or on this system */
+#define VELMORA_ERROR_NO_ACCESS                   998UL  /* NULL or unreadable where memory is required */
+#define VELMORA_ERROR_CANCELLED                   1223UL /* the progress callback said stop */
+
 #define VELMORA_ERROR_UNKNOWN_IMAGE_TYPE          0x02000001UL /* "Unknown image type." */
 #define VELMORA_ERROR_UNRECOGNIZED_FILE_FORMAT    0x02000002UL /* "Unrecognized file format." */
 #define VELMORA_ERROR_IFD_NOT_FOUND               0x02000003UL /* "IFD not found." */
