@@ -14,7 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "codecs/byte_encoders.h"
-#include "platform/platform.h"
+#include "support/memory_stream.h"
 
 namespace {
 
@@ -24,14 +24,7 @@ std::vector<uint8_t> Encode(uint16_t compression, const velmora::EncoderStrip& j
     strip.out = velmora::OpenMemoryStream(false, &record);
     uint64_t written = compression == COMPRESSION_LZW ? velmora::EncodeLzwStrip(strip, &record)
                                                       : velmora::EncodePackBitsStrip(strip, &record);
-    HGLOBAL data = velmora::CloseStream(strip.out, &record);
-    std::vector<uint8_t> bytes;
-    if (data != nullptr) {
-        auto* p = static_cast<const uint8_t*>(velmora::platform::MemLock(data));
-        bytes.assign(p, p + velmora::platform::MemSize(data));
-        velmora::platform::MemUnlock(data);
-        velmora::platform::MemFree(data);
-    }
+    std::vector<uint8_t> bytes = velmora::testing_support::CloseAndTake(strip.out, &record);
     EXPECT_EQ(written, bytes.size());
     *error = record.code;
     return bytes;

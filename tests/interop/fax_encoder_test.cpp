@@ -19,8 +19,7 @@
 
 #include "codecs/fax_decoder.h"
 #include "codecs/fax_encoder.h"
-#include "frame/memory_handle.h"
-#include "platform/platform.h"
+#include "support/memory_stream.h"
 
 namespace {
 
@@ -102,14 +101,7 @@ std::vector<uint8_t> Encode(velmora::FaxEncoder* encoder, const Page& page, uint
     strip.index = index;
     strip.out = out;
     uint64_t written = encoder->Encode(strip, &record);
-    HGLOBAL data = velmora::CloseStream(out, &record);
-    std::vector<uint8_t> bytes;
-    if (data != nullptr) {
-        auto* p = static_cast<const uint8_t*>(velmora::platform::MemLock(data));
-        bytes.assign(p, p + velmora::platform::MemSize(data));
-        velmora::platform::MemUnlock(data);
-        velmora::platform::MemFree(data);
-    }
+    std::vector<uint8_t> bytes = velmora::testing_support::CloseAndTake(out, &record);
     EXPECT_EQ(written, bytes.size());
     *error = record.code;
     return bytes;
