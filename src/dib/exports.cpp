@@ -86,11 +86,6 @@ BOOL VELMORA_API SaveVelmoraBMPDIB(LPCSTR path, const void* bits, const BITMAPIN
     ExportCall call;
     if (!call.Gate() || !AcceptDib(nullptr, bits, header) || !call.String(path)) return FALSE;
     std::u16string widePath;
-    uint32_t error = 0;
-    if (!velmora::platform::NarrowToWide(path, &widePath, &error)) {
-        velmora::SetRecordError(&call.record, error, 0);
-    } else {
-        velmora::WriteBmpFile(widePath, header, bits, &call.record);
-    }
+    if (call.Widen(path, &widePath)) velmora::WriteBmpFile(widePath, header, bits, &call.record);
     return call.Finish() ? TRUE : FALSE;
 }

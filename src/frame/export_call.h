@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
 #include "frame/error_record.h"
 #include "frame/library.h"
@@ -33,6 +34,23 @@ public:
     bool String(const char16_t* text) { return platform::IsReadableString(text) || Fail(kErrNoAccess); }
     bool Callable(const void* code) { return platform::IsCallable(code) || Fail(kErrNoAccess); }
     bool Window(HWND window) { return platform::IsWindowHandle(window) || Fail(kErrInvalidWindow); }
+    // An out-parameter: writable (998), then cleared, so that it holds zero
+    // whatever happens next.
+    template <typename T>
+    bool Out(T* pointer) {
+        if (!Writable(pointer, sizeof *pointer)) return false;
+        *pointer = T{};
+        return true;
+    }
+    // A host's narrow string (readable, 998) in UTF-16; a string the system
+    // code page cannot convert leaves the conversion's error in the record.
+    bool Widen(const char* text, std::u16string* wide) {
+        if (!String(text)) return false;
+        uint32_t error = 0;
+        if (platform::NarrowToWide(text, wide, &error)) return true;
+        SetRecordError(&record, error, 0);
+        return false;
+    }
 
     // 1 when the work succeeded; otherwise publishes the record and returns 0.
     int Finish() { return FinishWithRecord(record); }

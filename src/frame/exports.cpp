@@ -20,17 +20,6 @@ namespace {
 
 constexpr LONG kDebugFlagsMask = 0x1F;
 
-// Converts a host's narrow string to wide; on failure the record holds the
-// error.
-bool ToWide(const char* text, std::u16string* out, ErrorRecord* record) {
-    uint32_t error = 0;
-    if (!velmora::platform::NarrowToWide(text, out, &error)) {
-        velmora::SetRecordError(record, error, 0);
-        return false;
-    }
-    return true;
-}
-
 size_t LowWord(DWORD size) { return size & 0xFFFFu; }
 
 }  // namespace
@@ -95,7 +84,7 @@ DWORD VELMORA_API SetVelmoraProductName(LPCSTR name) {
         return 1;
     }
     std::u16string wide;
-    if (ToWide(name, &wide, &call.record)) velmora::SetProductNameOverride(wide.c_str());
+    if (call.Widen(name, &wide)) velmora::SetProductNameOverride(wide.c_str());
     return static_cast<DWORD>(call.Finish());
 }
 
@@ -211,7 +200,7 @@ BOOL VELMORA_API SetVelmoraIniFile(LPCSTR path) {
     ExportCall call;
     if (!call.Gate() || !call.String(path)) return 0;
     std::u16string wide;
-    if (ToWide(path, &wide, &call.record)) velmora::SetSettingsFile(wide, &call.record);
+    if (call.Widen(path, &wide)) velmora::SetSettingsFile(wide, &call.record);
     return call.Finish();
 }
 
@@ -226,7 +215,7 @@ BOOL VELMORA_API SetVelmoraWindowPrefsRoot(LPCSTR root) {
     ExportCall call;
     if (!call.Gate() || !call.String(root)) return 0;
     std::u16string wide;
-    if (ToWide(root, &wide, &call.record)) velmora::SetPrefsRoot(wide, &call.record);
+    if (call.Widen(root, &wide)) velmora::SetPrefsRoot(wide, &call.record);
     return call.Finish();
 }
 

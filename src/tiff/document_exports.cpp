@@ -56,11 +56,8 @@ HGLOBAL VELMORA_API OpenVelmoraTIFFDocumentEx(const VelmoraOpenTIFFDocument* ope
         if (!call.String(name)) return nullptr;
         wide = name;
     } else {
-        const char* name = static_cast<const char*>(open->name);
-        if (!call.String(name)) return nullptr;
-        uint32_t error = 0;
-        if (!velmora::platform::NarrowToWide(name, &wide, &error)) {
-            velmora::SetErrorCode(error);
+        if (!call.Widen(static_cast<const char*>(open->name), &wide)) {
+            call.Finish();
             return nullptr;
         }
     }

@@ -47,12 +47,25 @@ TiffFile* TiffOf(ExportCall& call, HGLOBAL handle) {
     return tiff;
 }
 
-// Reads the information of a page with the fields given (up to
-// kFieldListEnd); false with the record set.
-bool ReadInfo(TiffFile* tiff, DWORD page, TiffPageInfo* info, ErrorRecord* record, std::initializer_list<uint32_t> fields) {
-    for (uint32_t field : fields) velmora::SetWanted(info, field);
-    return velmora::ReadPageInfo(tiff, page, kReadInformation, info, record);
-}
+// The information of a page with the fields given, read for one export and
+// freed with it; ok() is false with the record set when it could not be read.
+class PageRead {
+public:
+    PageRead(TiffFile* tiff, DWORD page, ErrorRecord* record, std::initializer_list<uint32_t> fields) {
+        for (uint32_t field : fields) velmora::SetWanted(&info_, field);
+        ok_ = velmora::ReadPageInfo(tiff, page, kReadInformation, &info_, record);
+    }
+    ~PageRead() { velmora::FreePageInfo(&info_); }
+    PageRead(const PageRead&) = delete;
+    PageRead& operator=(const PageRead&) = delete;
+    bool ok() const { return ok_; }
+    const TiffPageInfo* operator->() const { return &info_; }
+    const TiffPageInfo& operator*() const { return info_; }
+
+private:
+    TiffPageInfo info_;
+    bool ok_ = false;
+};
 
 HGLOBAL OpenTiff(const char16_t* name, DWORD access, DWORD create) {
     ExportCall call;
@@ -157,9 +170,8 @@ HGLOBAL VELMORA_API OpenVelmoraTIFF(LPCSTR name, DWORD access, DWORD create) {
     if (!call.Gate() || (name != nullptr && !call.String(name))) return nullptr;
     if (name == nullptr) return OpenTiff(nullptr, access, create);
     std::u16string wide;
-    uint32_t error = 0;
-    if (!velmora::platform::NarrowToWide(name, &wide, &error)) {
-        velmora::SetErrorCode(error);
+    if (!call.Widen(name, &wide)) {
+        call.Finish();
         return nullptr;
     }
     return OpenTiff(wide.c_str(), access, create);
@@ -226,11 +238,10 @@ BOOL VELMORA_API GetVelmoraTIFFSize(HGLOBAL handle, DWORD page, DWORD* width, DW
         !call.Writable(width, sizeof *width) || !call.Writable(length, sizeof *length)) {
         return 0;
     }
-    TiffPageInfo info;
-    if (ReadInfo(tiff, page, &info, &call.record, {velmora::kFieldImageWidth, velmora::kFieldImageLength})) {
-        *width = info.width;
-        *length = info.length;
-        velmora::FreePageInfo(&info);
+    PageRead info(tiff, page, &call.record, {velmora::kFieldImageWidth, velmora::kFieldImageLength});
+    if (info.ok()) {
+        *width = info->width;
+        *length = info->length;
     }
     return call.Finish();
 }
@@ -239,14 +250,12 @@ BOOL VELMORA_API IsVelmoraTIFFTiled(HGLOBAL handle, DWORD page, DWORD* tiled) {
     ExportCall call;
     TiffFile* tiff;
     if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr || !call.Value(page != 0) ||
-        !call.Writable(tiled, sizeof *tiled)) {
+        !call.Out(tiled)) {
         return 0;
     }
-    *tiled = 0;
-    TiffPageInfo info;
-    if (ReadInfo(tiff, page, &info, &call.record, {velmora::kFieldImage})) {
-        if (info.tiled) *tiled = 0xFFFFFFFFu;
-        velmora::FreePageInfo(&info);
+    PageRead info(tiff, page, &call.record, {velmora::kFieldImage});
+    if (info.ok()) {
+        if (info->tiled) *tiled = 0xFFFFFFFFu;
     }
     return call.Finish();
 }
@@ -259,11 +268,10 @@ BOOL VELMORA_API GetVelmoraTIFFCompression(HGLOBAL handle, DWORD page, WORD* cod
         return 0;
     }
     *code = VELMORA_COMPRESSION_OTHER;
-    TiffPageInfo info;
-    if (ReadInfo(tiff, page, &info, &call.record, {velmora::kFieldImage})) {
-        const velmora::TiffCompression* compression = velmora::FindCompression(info.compression);
+    PageRead info(tiff, page, &call.record, {velmora::kFieldImage});
+    if (info.ok()) {
+        const velmora::TiffCompression* compression = velmora::FindCompression(info->compression);
         if (compression != nullptr) *code = compression->reported;
-        velmora::FreePageInfo(&info);
     }
     return call.Finish();
 }
@@ -272,12 +280,11 @@ LONG VELMORA_API GetVelmoraTIFFPhotoInt(HGLOBAL handle, DWORD page) {
     ExportCall call;
     TiffFile* tiff;
     if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr || !call.Value(page != 0)) return -1;
-    TiffPageInfo info;
+    PageRead info(tiff, page, &call.record, {velmora::kFieldPhotometric});
     LONG result = -1;
-    if (ReadInfo(tiff, page, &info, &call.record, {velmora::kFieldPhotometric})) {
-        uint16_t p = info.photometric;
+    if (info.ok()) {
+        uint16_t p = info->photometric;
         result = (p <= 6 || p == 8) ? p : -2;
-        velmora::FreePageInfo(&info);
     }
     return call.Finish() ? result : -1;
 }
@@ -332,11 +339,10 @@ LONG VELMORA_API GetVelmoraTIFFColorType(HGLOBAL handle, DWORD page) {
     ExportCall call;
     TiffFile* tiff;
     if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr || !call.Value(page != 0)) return -1;
-    TiffPageInfo info;
+    PageRead info(tiff, page, &call.record, {velmora::kFieldImage});
     LONG result = -1;
-    if (ReadInfo(tiff, page, &info, &call.record, {velmora::kFieldImage})) {
-        result = PageColourType(info);
-        velmora::FreePageInfo(&info);
+    if (info.ok()) {
+        result = PageColourType(*info);
     }
     return call.Finish() ? result : -1;
 }
@@ -348,13 +354,12 @@ BOOL VELMORA_API GetVelmoraTIFFResolution(HGLOBAL handle, DWORD page, VelmoraRes
         !call.Writable(resolution, sizeof *resolution)) {
         return 0;
     }
-    TiffPageInfo info;
-    if (ReadInfo(tiff, page, &info, &call.record, {velmora::kFieldXResolution, velmora::kFieldYResolution})) {
-        bool x = velmora::IsPresent(&info, velmora::kFieldXResolution);
-        bool y = velmora::IsPresent(&info, velmora::kFieldYResolution);
-        StoreResolution(resolution, x ? info.xResolution : velmora::TiffRational{},
-                        y ? info.yResolution : velmora::TiffRational{}, x || y, info.resolutionUnit);
-        velmora::FreePageInfo(&info);
+    PageRead info(tiff, page, &call.record, {velmora::kFieldXResolution, velmora::kFieldYResolution});
+    if (info.ok()) {
+        bool x = velmora::IsPresent(&*info, velmora::kFieldXResolution);
+        bool y = velmora::IsPresent(&*info, velmora::kFieldYResolution);
+        StoreResolution(resolution, x ? info->xResolution : velmora::TiffRational{},
+                        y ? info->yResolution : velmora::TiffRational{}, x || y, info->resolutionUnit);
     }
     return call.Finish();
 }
@@ -366,13 +371,12 @@ BOOL VELMORA_API GetVelmoraTIFFScale(HGLOBAL handle, DWORD page, VelmoraResoluti
         !call.Writable(scale, sizeof *scale)) {
         return 0;
     }
-    TiffPageInfo info;
-    if (ReadInfo(tiff, page, &info, &call.record, {velmora::kFieldXScale, velmora::kFieldYScale})) {
-        bool x = velmora::IsPresent(&info, velmora::kFieldXScale);
-        bool y = velmora::IsPresent(&info, velmora::kFieldYScale);
-        StoreResolution(scale, x ? info.xScale : velmora::TiffRational{}, y ? info.yScale : velmora::TiffRational{},
-                        x || y, info.scaleUnit);
-        velmora::FreePageInfo(&info);
+    PageRead info(tiff, page, &call.record, {velmora::kFieldXScale, velmora::kFieldYScale});
+    if (info.ok()) {
+        bool x = velmora::IsPresent(&*info, velmora::kFieldXScale);
+        bool y = velmora::IsPresent(&*info, velmora::kFieldYScale);
+        StoreResolution(scale, x ? info->xScale : velmora::TiffRational{}, y ? info->yScale : velmora::TiffRational{},
+                        x || y, info->scaleUnit);
     }
     return call.Finish();
 }
@@ -416,13 +420,13 @@ BOOL VELMORA_API GetVelmoraTIFFDateTime(HGLOBAL handle, DWORD page, VelmoraTIFFD
         !call.Writable(dateTime, sizeof *dateTime) || !call.Writable(text, sizeof *text)) {
         return 0;
     }
-    TiffPageInfo info;
-    if (ReadInfo(tiff, page, &info, &call.record, {velmora::kFieldDateTime})) {
-        if (!velmora::IsPresent(&info, velmora::kFieldDateTime) || info.dateTime.handle == nullptr) {
+    PageRead info(tiff, page, &call.record, {velmora::kFieldDateTime});
+    if (info.ok()) {
+        if (!velmora::IsPresent(&*info, velmora::kFieldDateTime) || info->dateTime.handle == nullptr) {
             velmora::SetRecordError(&call.record, kErrNotFound, 0);
         } else {
-            auto* raw = static_cast<const char*>(velmora::platform::MemLock(info.dateTime.handle));
-            size_t length = raw != nullptr ? strnlen(raw, info.dateTime.size) : 0;
+            auto* raw = static_cast<const char*>(velmora::platform::MemLock(info->dateTime.handle));
+            size_t length = raw != nullptr ? strnlen(raw, info->dateTime.size) : 0;
             if (raw != nullptr && !ParseDateTime(raw, length, dateTime)) {
                 std::memset(dateTime, 0, sizeof *dateTime);
                 HGLOBAL copy = velmora::AllocHandle(length + 1, GMEM_ZEROINIT, &call.record);
@@ -432,9 +436,8 @@ BOOL VELMORA_API GetVelmoraTIFFDateTime(HGLOBAL handle, DWORD page, VelmoraTIFFD
                     *text = copy;
                 }
             }
-            if (raw != nullptr) velmora::platform::MemUnlock(info.dateTime.handle);
+            if (raw != nullptr) velmora::platform::MemUnlock(info->dateTime.handle);
         }
-        velmora::FreePageInfo(&info);
     }
     return call.Finish();
 }
@@ -574,11 +577,9 @@ LONG DocumentTypeOfFile(const std::u16string& path) {
 
 LONG VELMORA_API GetVelmoraDocumentType(LPCSTR name) {
     ExportCall call;
-    if (!call.Gate() || !call.String(name)) return -1;
     std::u16string wide;
-    uint32_t error = 0;
-    if (!velmora::platform::NarrowToWide(name, &wide, &error)) {
-        velmora::SetErrorCode(error);
+    if (!call.Gate() || !call.Widen(name, &wide)) {
+        call.Finish();
         return -1;
     }
     return DocumentTypeOfFile(wide);
