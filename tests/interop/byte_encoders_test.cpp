@@ -4,6 +4,7 @@
 // and RGB rows coded with red and blue exchanged go into TIFF files that
 // libtiff decodes strip by strip to exactly the bytes coded.
 #include <tiffio.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -68,7 +69,7 @@ std::vector<Image> MakeImages() {
 }
 
 TEST(ByteEncoders, StripsDecodeInLibtiffToTheCodedBytes) {
-    std::string path = (std::filesystem::temp_directory_path() / "velmora_byte_encoders.tif").string();
+    std::string path = (std::filesystem::temp_directory_path() / ("velmora_byte_encoders_" + std::to_string(getpid()) + ".tif")).string();
     for (uint16_t compression : {COMPRESSION_LZW, COMPRESSION_PACKBITS}) {
         for (const Image& image : MakeImages()) {
             for (uint32_t rowsPerStrip : {image.height, 7u}) {

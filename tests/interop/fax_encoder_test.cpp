@@ -7,6 +7,7 @@
 // ends on a byte boundary when fill bits are set). Both must give back the
 // page bit for bit.
 #include <tiffio.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
@@ -137,7 +138,7 @@ std::vector<uint8_t> DecodeOurs(const Page& page, const Coding& coding, uint16_t
 TEST(FaxEncoder, EveryCodingDecodesToThePageInLibtiffAndInTheLibrary) {
     const Coding codings[] = {{2, 0, 200}, {3, 0, 200}, {3, 4, 200}, {3, 1, 196},
                               {3, 1, 204}, {3, 5, 204}, {4, 0, 200}};
-    std::string path = (std::filesystem::temp_directory_path() / "velmora_fax_encoder.tif").string();
+    std::string path = (std::filesystem::temp_directory_path() / ("velmora_fax_encoder_" + std::to_string(getpid()) + ".tif")).string();
     int cases = 0;
     for (const Page& page : MakePages()) {
         for (const Coding& coding : codings) {

@@ -14,6 +14,7 @@
 #include "tiff/document.h"
 #include "tiff_builder.h"
 #include "velmora/velmora.h"
+#include "temp_names.h"
 
 namespace velmora {
 namespace {
@@ -156,7 +157,7 @@ TEST(TiffDocumentChain, ProgressCancelsAndCompanionIsNamed) {
 // ---- The exports, on files -------------------------------------------------
 
 std::string WriteTemp(const char* name, const std::vector<uint8_t>& bytes) {
-    std::string path = platform::Utf8FromWide(platform::SystemTempDirectory()) + "velmora-document-" + name;
+    std::string path = platform::Utf8FromWide(platform::SystemTempDirectory()) + "velmora-document-" + testing::ProcessTag() + "-" + name;
     std::ofstream(path, std::ios::binary)
         .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
     return path;

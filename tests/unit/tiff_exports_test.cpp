@@ -11,6 +11,7 @@
 #include "platform/platform.h"
 #include "tiff_builder.h"
 #include "velmora/velmora.h"
+#include "temp_names.h"
 
 namespace velmora {
 namespace {
@@ -21,7 +22,7 @@ using testing::Short;
 using testing::TiffBuilder;
 
 std::string TempPath(const char* name) {
-    return platform::Utf8FromWide(platform::SystemTempDirectory()) + "velmora-exports-" + name;
+    return platform::Utf8FromWide(platform::SystemTempDirectory()) + "velmora-exports-" + testing::ProcessTag() + "-" + name;
 }
 
 void WriteFile(const std::string& path, const std::vector<uint8_t>& bytes) {

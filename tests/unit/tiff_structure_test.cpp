@@ -11,6 +11,7 @@
 #include "tiff/page_info.h"
 #include "tiff/tiff_file.h"
 #include "tiff_builder.h"
+#include "temp_names.h"
 
 namespace velmora {
 namespace {
@@ -98,7 +99,7 @@ TEST(TiffChain, MissingPagesNameTheFileAndPage) {
     EXPECT_EQ(Detail(t.record), u"(3)");  // a memory stream has no name
 
     // A file's name appears in the detail.
-    std::u16string path = platform::SystemTempDirectory() + u"vlm_chain_test.tif";
+    std::u16string path = platform::SystemTempDirectory() + u"vlm_chain_test" + platform::WideFromUtf8(testing::ProcessTag()) + u".tif";
     {
         ErrorRecord record;
         Stream* s = OpenFileStream(path.c_str(), kStreamWrite, false, true, &record);
