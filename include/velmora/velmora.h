@@ -370,6 +370,9 @@ typedef struct VelmoraResolutionScale {
 #define VELMORA_COMPRESSION_CCITT_RLEW   8   /* TIFF 32771, word-aligned rows */
 #define VELMORA_COMPRESSION_THUNDERSCAN  9   /* TIFF 32809 */
 #define VELMORA_COMPRESSION_CCITT_RLE    10  /* TIFF 2, modified Huffman */
+/* Two choices for writers only (VelmoraAppendTIFF.compression). */
+#define VELMORA_COMPRESSION_GROUP3_2D    11  /* TIFF 3 with two-dimensional rows (T4Options bit 0) */
+#define VELMORA_COMPRESSION_DEFAULT      0xFFFF /* keep a copied page's coding; a DIB's colour type's default */
 
 /*
  * Opens a TIFF file, or creates a TIFF in memory when name is NULL, and

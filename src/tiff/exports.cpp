@@ -7,7 +7,6 @@
 
 #include "dib/image.h"
 #include "frame/progress.h"
-#include "dib/rotate.h"
 #include "frame/export_call.h"
 #include "frame/memory_handle.h"
 #include "frame/wide_text.h"
@@ -33,8 +32,6 @@ namespace {
 constexpr DWORD kAccessRead = 0x80000000u;
 constexpr DWORD kAccessWrite = 0x40000000u;
 constexpr uint32_t kReadInformation = velmora::kReadStructure;
-// The exported reader: information, physical size, full decode.
-constexpr uint32_t kReadPage = velmora::kReadExported | velmora::kReadCheckImage | velmora::kReadStructure;
 constexpr DWORD kReadFlagFast = 0x1;
 constexpr DWORD kReadFlagBurnIn = 0x2;
 constexpr uint32_t kErrNotFound = 1168;  // ERROR_NOT_FOUND
@@ -503,22 +500,8 @@ HGLOBAL VELMORA_API ReadVelmoraOpenTIFFDIBEx(const VelmoraReadTIFFDIB* request) 
         return nullptr;
     }
     velmora::ProgressReporter progress(request->progress, request->progressUser);
-    TiffPageInfo info;
-    velmora::SetWanted(&info, velmora::kFieldImage);
-    velmora::SetWanted(&info, velmora::kFieldXResolution);
-    velmora::SetWanted(&info, velmora::kFieldYResolution);
-    uint32_t readFlags = kReadPage | ((flags & kReadFlagFast) ? velmora::kReadFast : 0);
-    HGLOBAL dib = nullptr;
-    if (velmora::ReadPageInfo(tiff, request->page, readFlags, &info, &call.record)) {
-        uint16_t rotation = 0;
-        dib = velmora::DecodePage(tiff, info, &progress, &rotation, &call.record);
-        velmora::FreePageInfo(&info);
-        if (rotation != 0 && dib != nullptr) {
-            HGLOBAL turned = velmora::RotateDib(dib, rotation, &call.record);
-            velmora::FreeImage(&dib);
-            dib = turned;
-        }
-    }
+    HGLOBAL dib = velmora::ReadUprightPage(tiff, request->page, (flags & kReadFlagFast) ? velmora::kReadFast : 0,
+                                           &progress, &call.record);
     if (!call.Finish()) {
         velmora::FreeImage(&dib);
         return nullptr;

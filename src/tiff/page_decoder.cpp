@@ -9,6 +9,7 @@
 #include "dib/image.h"
 #include "dib/dib_layout.h"
 #include "dib/resolution.h"
+#include "dib/rotate.h"
 #include "frame/checked_array.h"
 #include "io/stream.h"
 #include "tiff/compression.h"
@@ -323,6 +324,25 @@ HGLOBAL DecodePage(TiffFile* tiff, const TiffPageInfo& info, ProgressReporter* p
     if (record->failed()) return nullptr;
     PageDecoder decoder(tiff, &info, progress);
     return decoder.Run(rotation, record);
+}
+
+HGLOBAL ReadUprightPage(TiffFile* tiff, uint32_t page, uint32_t readFlags, ProgressReporter* progress,
+                        ErrorRecord* record) {
+    TiffPageInfo info;
+    SetWanted(&info, kFieldImage);
+    SetWanted(&info, kFieldXResolution);
+    SetWanted(&info, kFieldYResolution);
+    readFlags |= kReadExported | kReadCheckImage | kReadStructure;
+    if (!ReadPageInfo(tiff, page, readFlags, &info, record)) return nullptr;
+    uint16_t rotation = 0;
+    HGLOBAL dib = DecodePage(tiff, info, progress, &rotation, record);
+    FreePageInfo(&info);
+    if (rotation != 0 && dib != nullptr) {
+        HGLOBAL turned = RotateDib(dib, rotation, record);
+        FreeImage(&dib);
+        dib = turned;
+    }
+    return dib;
 }
 
 }  // namespace velmora

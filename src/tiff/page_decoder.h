@@ -18,4 +18,11 @@ namespace velmora {
 HGLOBAL DecodePage(TiffFile* tiff, const TiffPageInfo& info, ProgressReporter* progress, uint16_t* rotation,
                    ErrorRecord* record);
 
+// Page `page` as a host sees it: its description read for decoding (with
+// kReadFast among `readFlags` for the faster, reduced-quality decode), the
+// image decoded and turned upright. A new packed DIB owned by the caller, or
+// null with the record set.
+HGLOBAL ReadUprightPage(TiffFile* tiff, uint32_t page, uint32_t readFlags, ProgressReporter* progress,
+                        ErrorRecord* record);
+
 }  // namespace velmora

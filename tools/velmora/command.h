@@ -25,6 +25,8 @@ HGLOBAL LoadJpeg(const char* path);
 // numerator / denominator, 0 for a zero denominator.
 double Value(DWORD numerator, DWORD denominator);
 
+int RunAppend(int argc, char** argv);
+int RunConvert(int argc, char** argv);
 int RunInfo(int argc, char** argv);
 int RunRender(int argc, char** argv);
 int RunSample(int argc, char** argv);

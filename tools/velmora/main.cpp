@@ -35,6 +35,16 @@ const Command kCommands[] = {
      "Windows bitmap.\n"
      "Shows progress on standard error when that is a terminal.",
      RunRender},
+    {"convert", "velmora convert IN.tif OUT.tif [--compression NAME] [--pages LIST]",
+     "Write the pages of a TIFF file (all, or a list such as 1,3-5) into a new TIFF file. Pages\n"
+     "keep their coding unless --compression names another: g4, g3, g3-2d, mh (bi-level pages),\n"
+     "lzw, packbits, none (every page), jpeg (grey and colour pages). Pages that are decoded\n"
+     "to be coded again are stored upright.",
+     RunConvert},
+    {"append", "velmora append DEST.tif SOURCE.tif...",
+     "Append every page of each SOURCE to DEST, creating it when it does not exist. DEST is\n"
+     "rewritten through a temporary file and left unchanged when anything fails.",
+     RunAppend},
     {"sample", "velmora sample OUT.tif",
      "Write a small two-page TIFF (a grey page and a colour page) to try the other commands on.", RunSample},
 };

@@ -1,5 +1,6 @@
 // Every page of a corpus of TIFF files, made at test time by libtiff itself,
-// must decode through the library's exported reader to exactly the pixels
+// must be copied and coded again by the library's writer into files libtiff
+// reads back unchanged, and must decode through the library's exported reader to exactly the pixels
 // libtiff decodes: every compression the reader supports, both fill orders,
 // both byte orders, classic and BigTIFF, one strip, many strips with an
 // uneven last strip, tiles with uneven edges, all eight orientations, and
@@ -509,6 +510,15 @@ protected:
         std::string command = "rm -rf '" + directory_ + "'";
         if (std::system(command.c_str()) != 0) std::fprintf(stderr, "could not remove %s\n", directory_.c_str());
     }
+    // Writes corpus file `i` (two pages) with libtiff; empty on failure.
+    static std::string MakeFile(const Variant& v, size_t i) {
+        const std::string path = directory_ + "/" + NameOf(v, static_cast<int>(i));
+        TIFF* out = TIFFOpen(path.c_str(), ModeOf(v).c_str());
+        if (out == nullptr) return std::string();
+        bool written = WritePage(out, v, 0, 2) && WritePage(out, v, 1, 2);
+        TIFFClose(out);
+        return written ? path : std::string();
+    }
     static std::string directory_;
 };
 std::string TiffReadCorpus::directory_;
@@ -519,12 +529,8 @@ TEST_F(TiffReadCorpus, EveryPageMatchesLibtiff) {
     const std::string velmora = VELMORA_CLI;
     for (size_t i = 0; i < corpus.size(); ++i) {
         const Variant& v = corpus[i];
-        std::string path = directory_ + "/" + NameOf(v, static_cast<int>(i));
-        TIFF* out = TIFFOpen(path.c_str(), ModeOf(v).c_str());
-        ASSERT_NE(out, nullptr) << path;
-        bool written = WritePage(out, v, 0, 2) && WritePage(out, v, 1, 2);
-        TIFFClose(out);
-        ASSERT_TRUE(written) << path;
+        const std::string path = MakeFile(v, i);
+        ASSERT_FALSE(path.empty()) << NameOf(v, static_cast<int>(i));
 
         // libtiff's RGBA reader does not read every kind of tiled page; tiled
         // pages are compared with libtiff's own conversion of them to strips.
@@ -612,6 +618,141 @@ TEST_F(TiffReadCorpus, EveryPageMatchesLibtiff) {
         ++files;
     }
     std::printf("%d files, %d pages compared\n", files, pages);
+}
+
+// The raw strips or tiles of libtiff's current directory.
+std::vector<std::vector<uint8_t>> RawParts(TIFF* tif) {
+    std::vector<std::vector<uint8_t>> parts;
+    const bool tiled = TIFFIsTiled(tif);
+    const uint32_t count = tiled ? TIFFNumberOfTiles(tif) : TIFFNumberOfStrips(tif);
+    uint64_t* sizes = nullptr;
+    TIFFGetField(tif, tiled ? TIFFTAG_TILEBYTECOUNTS : TIFFTAG_STRIPBYTECOUNTS, &sizes);
+    for (uint32_t i = 0; i < count && sizes != nullptr; ++i) {
+        std::vector<uint8_t> bytes(static_cast<size_t>(sizes[i]));
+        tmsize_t got = tiled ? TIFFReadRawTile(tif, i, bytes.data(), static_cast<tmsize_t>(bytes.size()))
+                             : TIFFReadRawStrip(tif, i, bytes.data(), static_cast<tmsize_t>(bytes.size()));
+        bytes.resize(got < 0 ? 0 : static_cast<size_t>(got));
+        parts.push_back(std::move(bytes));
+    }
+    return parts;
+}
+
+// What tiffinfo reports of a file on its error stream; empty for a clean file.
+std::string TiffinfoComplaints(const std::string& path) {
+    return velmora::peers::Output("tiffinfo -D '" + path + "' 2>&1 >/dev/null");
+}
+
+// Writes the DIB as the only page of a new memory TIFF with the compression
+// given and saves it at `path`; the error code, or 0.
+DWORD WriteDibFile(HGLOBAL dib, WORD compression, const std::string& path) {
+    HGLOBAL tiff = OpenVelmoraTIFF(nullptr, 0xC0000000u, 1);
+    if (tiff == nullptr) return GetLastVelmoraErrorCode();
+    VelmoraAppendTIFF append = {};
+    append.size = VELMORA_APPEND_TIFF_SIZE_V1;
+    append.dib = dib;
+    append.compression = compression;
+    DWORD error = AppendVelmoraOpenTIFFEx(tiff, &append) ? 0 : GetLastVelmoraErrorCode();
+    HGLOBAL memory = nullptr;
+    DWORD size = 0;
+    CloseMemoryVelmoraTIFF(tiff, &memory, &size);
+    if (error == 0) {
+        auto* bytes = static_cast<const uint8_t*>(velmora::platform::MemLock(memory));
+        velmora::peers::WriteFile(path, std::vector<uint8_t>(bytes, bytes + size));
+        velmora::platform::MemUnlock(memory);
+    }
+    if (memory != nullptr) velmora::platform::MemFree(memory);
+    return error;
+}
+
+TEST_F(TiffReadCorpus, EveryPageWritesBackForLibtiff) {
+    REQUIRE_PEER(velmora::peers::Have("/usr/bin/tiffinfo"), "tiffinfo");
+    std::vector<Variant> corpus = Corpus();
+    int copies = 0, codings = 0;
+    for (size_t i = 0; i < corpus.size(); ++i) {
+        const Variant& v = corpus[i];
+        const std::string path = MakeFile(v, i);
+        ASSERT_FALSE(path.empty()) << NameOf(v, static_cast<int>(i));
+
+        // Both pages appended to a new file keep their coding: libtiff finds
+        // the same strips or tiles, byte for byte, and the same pixels.
+        const std::string copy = path + ".copy.tif";
+        ASSERT_TRUE(AppendVelmoraTIFF(copy.c_str(), path.c_str()))
+            << path << ": error " << std::hex << GetLastVelmoraErrorCode();
+        EXPECT_EQ(TiffinfoComplaints(copy), "") << copy;
+        TIFF* original = TIFFOpen(path.c_str(), "rc");
+        TIFF* copied = TIFFOpen(copy.c_str(), "rc");
+        ASSERT_NE(original, nullptr);
+        ASSERT_NE(copied, nullptr) << copy;
+        ASSERT_EQ(TIFFNumberOfDirectories(copied), 2) << copy;
+        for (tdir_t page = 0; page < 2; ++page) {
+            ASSERT_TRUE(TIFFSetDirectory(original, page) && TIFFSetDirectory(copied, page)) << copy;
+            uint16_t before = 0, after = 0;
+            TIFFGetField(original, TIFFTAG_COMPRESSION, &before);
+            TIFFGetField(copied, TIFFTAG_COMPRESSION, &after);
+            const bool wide = LayoutOf(v.kind).bits > 8;
+            if (!wide || !v.bigEndian) {
+                ASSERT_EQ(after, before) << copy;
+                EXPECT_TRUE(RawParts(original) == RawParts(copied)) << copy << " page " << page + 1;
+            }
+            Image want, got;
+            if (v.tileSize == 0 && Reference(original, &want)) {
+                ASSERT_TRUE(Reference(copied, &got)) << copy;
+                EXPECT_TRUE(want.pixels == got.pixels) << copy << " page " << page + 1;
+            }
+            ++copies;
+        }
+        TIFFClose(copied);
+        TIFFClose(original);
+
+        // The first page, decoded, coded again with every writable
+        // compression: libtiff decodes what was coded.
+        HGLOBAL tiff = OpenVelmoraTIFF(path.c_str(), 0x80000000u, 0);
+        ASSERT_NE(tiff, nullptr);
+        HGLOBAL dib = ReadVelmoraOpenTIFFDIB(tiff, 1);
+        CloseVelmoraTIFF(tiff);
+        ASSERT_NE(dib, nullptr) << path;
+        const auto* header = static_cast<const BITMAPINFOHEADER*>(velmora::platform::MemLock(dib));
+        const uint16_t bits = header->biBitCount;
+        velmora::platform::MemUnlock(dib);
+        const WORD compressions[] = {VELMORA_COMPRESSION_NONE,      VELMORA_COMPRESSION_PACKBITS,
+                                     VELMORA_COMPRESSION_LZW,       VELMORA_COMPRESSION_GROUP4,
+                                     VELMORA_COMPRESSION_GROUP3,    VELMORA_COMPRESSION_GROUP3_2D,
+                                     VELMORA_COMPRESSION_CCITT_RLE, VELMORA_COMPRESSION_JPEG};
+        for (WORD compression : compressions) {
+            const bool fax = compression == VELMORA_COMPRESSION_GROUP4 || compression == VELMORA_COMPRESSION_GROUP3 ||
+                             compression == VELMORA_COMPRESSION_GROUP3_2D ||
+                             compression == VELMORA_COMPRESSION_CCITT_RLE;
+            const bool jpeg = compression == VELMORA_COMPRESSION_JPEG;
+            const std::string coded = path + ".c" + std::to_string(compression) + ".tif";
+            const DWORD error = WriteDibFile(dib, compression, coded);
+            // Fax codings take bi-level pages only, JPEG colour and grey ones.
+            if ((fax && bits != 1) || (jpeg && bits != 24 && error != 0)) {
+                EXPECT_EQ(error, 87u) << path << " compression " << compression;
+                continue;
+            }
+            ASSERT_EQ(error, 0u) << path << " compression " << compression;
+            EXPECT_EQ(TiffinfoComplaints(coded), "") << coded;
+            TIFF* in = TIFFOpen(coded.c_str(), "r");
+            ASSERT_NE(in, nullptr) << coded;
+            Image decoded;
+            ASSERT_TRUE(Reference(in, &decoded)) << coded;
+            TIFFClose(in);
+            if (jpeg) {
+                // A lossy page: libtiff and the library decode the same stream.
+                HGLOBAL written = OpenVelmoraTIFF(coded.c_str(), 0x80000000u, 0);
+                HGLOBAL ours = ReadVelmoraOpenTIFFDIB(written, 1);
+                CloseVelmoraTIFF(written);
+                ASSERT_NE(ours, nullptr) << coded;
+                ExpectSamePixels(ours, decoded, 2, coded);
+                velmora::platform::MemFree(ours);
+            } else {
+                ExpectSamePixels(dib, decoded, 0, coded);
+            }
+            ++codings;
+        }
+        velmora::platform::MemFree(dib);
+    }
+    std::printf("%d pages copied, %d pages coded again\n", copies, codings);
 }
 
 }  // namespace

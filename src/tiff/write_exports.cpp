@@ -1,0 +1,347 @@
+// Exported functions that append pages to TIFF files: one page from a file,
+// an open TIFF or a DIB (AppendVelmoraOpenTIFFEx), every page of a file into
+// an open TIFF, and every page of a file onto a TIFF file on disk through a
+// temporary copy.
+#include <cstring>
+#include <string>
+
+#include "dib/dib_layout.h"
+#include "dib/dib_validation.h"
+#include "dib/image.h"
+#include "frame/export_call.h"
+#include "frame/memory_handle.h"
+#include "frame/progress.h"
+#include "frame/wide_text.h"
+#include "io/file_names.h"
+#include "platform/platform.h"
+#include "tiff/page_writer.h"
+#include "tiff/tiff_file.h"
+#include "velmora/velmora.h"
+
+using velmora::ErrorRecord;
+using velmora::ExportCall;
+using velmora::TiffFile;
+
+namespace {
+
+constexpr DWORD kAccessRead = 0x80000000u;
+constexpr DWORD kAccessWrite = 0x40000000u;
+
+// Flags this writer takes; the others up to bit 24 select fields it does not
+// support and are refused like unknown bits.
+constexpr DWORD kSupportedFlags = VELMORA_APPEND_ANNOTATIONS | VELMORA_APPEND_ANNOTATION_OPTIONS |
+                                  VELMORA_APPEND_RESOLUTION | VELMORA_APPEND_SCALE | VELMORA_APPEND_PROGRESS |
+                                  VELMORA_APPEND_REASON | VELMORA_APPEND_OCR_TEXT | 0x001FE000u /* texts */ |
+                                  VELMORA_APPEND_WIDE_NAME | VELMORA_APPEND_DIB_POINTER;
+constexpr uint32_t kResolutionUnits = 3;
+constexpr uint32_t kScaleUnits = 17;
+
+bool KnownSize(WORD size) {
+    return size == VELMORA_APPEND_TIFF_SIZE_V1 || size == VELMORA_APPEND_TIFF_SIZE_V2 ||
+           size == VELMORA_APPEND_TIFF_SIZE_V3 || size == VELMORA_APPEND_TIFF_SIZE_V4 ||
+           size == VELMORA_APPEND_TIFF_SIZE_V5 || size == VELMORA_APPEND_TIFF_SIZE_V6 ||
+           size == VELMORA_APPEND_TIFF_SIZE_V7;
+}
+
+bool Writable(uint16_t compression) {
+    switch (compression) {
+        case VELMORA_COMPRESSION_NONE:
+        case VELMORA_COMPRESSION_PACKBITS:
+        case VELMORA_COMPRESSION_GROUP4:
+        case VELMORA_COMPRESSION_GROUP3:
+        case VELMORA_COMPRESSION_LZW:
+        case VELMORA_COMPRESSION_JPEG:
+        case VELMORA_COMPRESSION_CCITT_RLE:
+        case VELMORA_COMPRESSION_GROUP3_2D:
+        case VELMORA_COMPRESSION_DEFAULT: return true;
+        default: return false;
+    }
+}
+
+// A memory block handed in by the host: its bytes, locked while it lives.
+class HostBlock {
+public:
+    HostBlock() = default;
+    ~HostBlock() {
+        if (bytes_ != nullptr) velmora::platform::MemUnlock(handle_);
+    }
+    HostBlock(const HostBlock&) = delete;
+    HostBlock& operator=(const HostBlock&) = delete;
+    bool Lock(HGLOBAL handle) {
+        if (!velmora::platform::IsValidHandle(handle)) return false;
+        size_t size = velmora::platform::MemSize(handle);
+        if (size == 0 || size > 0xFFFFFFFFu) return false;
+        bytes_ = static_cast<const uint8_t*>(velmora::platform::MemLock(handle));
+        handle_ = handle;
+        size_ = static_cast<uint32_t>(size);
+        return bytes_ != nullptr;
+    }
+    const uint8_t* bytes() const { return bytes_; }
+    uint32_t size() const { return size_; }
+
+private:
+    HGLOBAL handle_ = nullptr;
+    const uint8_t* bytes_ = nullptr;
+    uint32_t size_ = 0;
+};
+
+// The DIB source of a record: a handle of any image kind, or a pointer to a
+// packed DIB.
+class DibSource {
+public:
+    DibSource() = default;
+    ~DibSource() {
+        if (locked_) velmora::UnlockImage(image_);
+    }
+    DibSource(const DibSource&) = delete;
+    DibSource& operator=(const DibSource&) = delete;
+    // Whether the source is a DIB the writer can store.
+    bool Take(const void* dib, bool pointer) {
+        if (pointer) {
+            header_ = static_cast<const BITMAPINFOHEADER*>(dib);
+            if (velmora::CheckDibHeader(header_, true) != 0) return false;
+            bits_ = reinterpret_cast<const uint8_t*>(header_) + velmora::BitsOffset(header_);
+            if (velmora::CheckDib(nullptr, bits_, header_) != 0) return false;
+        } else {
+            image_ = const_cast<HGLOBAL>(dib);
+            if (!velmora::platform::IsValidHandle(image_)) return false;
+            header_ = velmora::LockImage(image_);
+            if (header_ == nullptr) return false;
+            locked_ = true;
+        }
+        velmora::PageKind kind;
+        return velmora::DibPageKind(header_, &kind);
+    }
+    HGLOBAL image() const { return image_; }
+    const BITMAPINFOHEADER* header() const { return header_; }
+    const uint8_t* bits() const { return bits_; }
+
+private:
+    HGLOBAL image_ = nullptr;
+    const BITMAPINFOHEADER* header_ = nullptr;
+    const uint8_t* bits_ = nullptr;
+    bool locked_ = false;
+};
+
+// Everything one AppendVelmoraOpenTIFFEx call needs, once the record has
+// been checked.
+struct AppendRequest {
+    velmora::PageWriteOptions options;
+    velmora::ProgressReporter progress;
+    HostBlock annotations, ocrText;
+    DibSource dib;
+};
+
+bool HasField(WORD size, WORD needed) { return size >= needed; }
+
+// Checks the record's fields in their fixed order and fills the request.
+// Returns 0 when the record is accepted, else the reason it is refused.
+WORD CheckRecord(const VelmoraAppendTIFF& a, WORD size, AppendRequest* request) {
+    const DWORD flags = a.flags;
+    int sources = (a.sourceName != nullptr) + (a.sourceTIFF != nullptr) + (a.dib != nullptr);
+    if (sources != 1) return VELMORA_APPEND_REASON_SOURCES;
+    if ((flags & ~kSupportedFlags) != 0 ||
+        ((flags & VELMORA_APPEND_PROGRESS) && !HasField(size, VELMORA_APPEND_TIFF_SIZE_V4)) ||
+        ((flags & VELMORA_APPEND_OCR_TEXT) && !HasField(size, VELMORA_APPEND_TIFF_SIZE_V5)) ||
+        ((flags & 0x001FE000u) && !HasField(size, VELMORA_APPEND_TIFF_SIZE_V6))) {
+        return VELMORA_APPEND_REASON_FLAGS;
+    }
+    if (a.sourceTIFF != nullptr && a.sourcePage == 0) return VELMORA_APPEND_REASON_SOURCE_PAGE;
+    if ((flags & VELMORA_APPEND_ANNOTATION_OPTIONS) && a.annotationOptions >= 8) {
+        return VELMORA_APPEND_REASON_ANNOTATION_OPTIONS;
+    }
+    if (!Writable(a.compression)) return VELMORA_APPEND_REASON_COMPRESSION;
+    velmora::PageExtras& extras = request->options.extras;
+    if (flags & VELMORA_APPEND_RESOLUTION) {
+        const VelmoraResolutionScale* r = a.resolution;
+        if (!velmora::platform::IsReadableMemory(r, sizeof *r)) return VELMORA_APPEND_REASON_RESOLUTION_VALUE;
+        if (r->xNumerator == 0 || r->xDenominator == 0 || r->yNumerator == 0 || r->yDenominator == 0) {
+            return VELMORA_APPEND_REASON_RESOLUTION_VALUE;
+        }
+        if (r->unit < 1 || r->unit > kResolutionUnits) return VELMORA_APPEND_REASON_RESOLUTION_UNIT;
+        extras.hasResolution = true;
+        extras.resolution[0] = r->xNumerator, extras.resolution[1] = r->xDenominator;
+        extras.resolution[2] = r->yNumerator, extras.resolution[3] = r->yDenominator;
+        extras.resolutionUnit = r->unit;
+    }
+    if (flags & VELMORA_APPEND_SCALE) {
+        const VelmoraResolutionScale* s = a.scale;
+        if (!velmora::platform::IsReadableMemory(s, sizeof *s)) return VELMORA_APPEND_REASON_SCALE_VALUE;
+        if (s->xNumerator == 0 || s->xDenominator == 0 || s->yNumerator == 0 || s->yDenominator == 0) {
+            return VELMORA_APPEND_REASON_SCALE_VALUE;
+        }
+        if (s->unit < 1 || s->unit > kScaleUnits) return VELMORA_APPEND_REASON_SCALE_UNIT;
+        extras.hasScale = true;
+        extras.scale[0] = s->xNumerator, extras.scale[1] = s->xDenominator;
+        extras.scale[2] = s->yNumerator, extras.scale[3] = s->yDenominator;
+        extras.scaleUnit = s->unit;
+    }
+    if (flags & VELMORA_APPEND_OCR_TEXT) {
+        if (!request->ocrText.Lock(a.ocrText)) return VELMORA_APPEND_REASON_OCR_TEXT;
+        extras.ocrText = request->ocrText.bytes();
+        extras.ocrTextSize = request->ocrText.size();
+    }
+    if (a.dib != nullptr) {
+        if (!request->dib.Take(a.dib, (flags & VELMORA_APPEND_DIB_POINTER) != 0)) return VELMORA_APPEND_REASON_DIB;
+        velmora::PageKind kind;
+        velmora::DibPageKind(request->dib.header(), &kind);
+        if (a.compression != VELMORA_COMPRESSION_DEFAULT && !velmora::CompressionWritable(a.compression, kind)) {
+            return VELMORA_APPEND_REASON_COMPRESSION;
+        }
+    }
+    for (int i = 0; i < 8; ++i) {
+        if ((flags & VELMORA_APPEND_TEXT(i)) == 0) continue;
+        const char* text = static_cast<const char*>(a.texts[i]);
+        if (!velmora::platform::IsReadableString(text)) return VELMORA_APPEND_REASON_TEXT;
+        extras.texts[i] = text;
+    }
+    if (flags & VELMORA_APPEND_ANNOTATIONS) {
+        if (!request->annotations.Lock(a.annotations)) return VELMORA_APPEND_REASON_ANNOTATIONS;
+        extras.annotations = request->annotations.bytes();
+        extras.annotationsSize = request->annotations.size();
+    }
+    request->options.compression = a.compression;
+    return 0;
+}
+
+// Appends page `page` of the TIFF file `name`.
+bool AppendFromFile(TiffFile* tiff, const char16_t* name, uint32_t page, const velmora::PageWriteOptions& options,
+                    ErrorRecord* record) {
+    TiffFile* source = velmora::OpenTiffFile(name, kAccessRead, false, record);
+    if (source == nullptr) return false;
+    bool done = velmora::AppendTiffPage(tiff, source, page, options, record);
+    velmora::CloseTiff(source, nullptr);
+    return done;
+}
+
+// Appends every page of the TIFF file `name`, each kept as it is coded.
+bool AppendAllPages(TiffFile* tiff, const char16_t* name, ErrorRecord* record) {
+    TiffFile* source = velmora::OpenTiffFile(name, kAccessRead, false, record);
+    if (source == nullptr) return false;
+    uint32_t pages = velmora::CountPages(source, record);
+    velmora::PageWriteOptions options;
+    for (uint32_t page = 1; page <= pages && record->ok(); ++page) {
+        velmora::AppendTiffPage(tiff, source, page, options, record);
+    }
+    velmora::CloseTiff(source, nullptr);
+    return record->ok();
+}
+
+// Appends every page of the TIFF `from`.
+bool CopyAllPages(TiffFile* tiff, TiffFile* from, ErrorRecord* record) {
+    uint32_t pages = velmora::CountPages(from, record);
+    velmora::PageWriteOptions options;
+    for (uint32_t page = 1; page <= pages && record->ok(); ++page) {
+        velmora::AppendTiffPage(tiff, from, page, options, record);
+    }
+    return record->ok();
+}
+
+// AppendVelmoraTIFF's work: every page of `source` onto `destination`.
+bool AppendFileToFile(const std::u16string& destination, const std::u16string& source, ErrorRecord* record) {
+    if (!velmora::FileNameExists(destination.c_str())) {
+        TiffFile* tiff = velmora::OpenTiffFile(destination.c_str(), kAccessRead | kAccessWrite, true, record);
+        if (tiff == nullptr) return false;
+        AppendAllPages(tiff, source.c_str(), record);
+        velmora::CloseTiff(tiff, record);
+        if (record->failed()) {
+            ErrorRecord ignored;
+            velmora::DeleteFileName(destination.c_str(), &ignored);
+        }
+        return record->ok();
+    }
+    // The destination is rewritten into a temporary file beside it, which
+    // replaces it only when everything is written.
+    std::u16string full, temporary;
+    if (!velmora::FullPath(destination.c_str(), &full, record)) return false;
+    std::u16string directory = velmora::DirectoryOf(full);
+    if (!velmora::MakeTempFile(directory.c_str(), velmora::kTempPrefixId, nullptr, &temporary, record)) return false;
+    TiffFile* out = velmora::OpenTiffFile(temporary.c_str(), kAccessRead | kAccessWrite, true, record);
+    if (out != nullptr) {
+        TiffFile* old = velmora::OpenTiffFile(destination.c_str(), kAccessRead, false, record);
+        if (old != nullptr) {
+            CopyAllPages(out, old, record);
+            velmora::CloseTiff(old, nullptr);
+        }
+        AppendAllPages(out, source.c_str(), record);
+        velmora::CloseTiff(out, record);
+    }
+    if (record->ok()) velmora::ReplaceThroughTemp(destination.c_str(), temporary.c_str(), false, nullptr, record);
+    if (record->failed()) {
+        ErrorRecord ignored;
+        velmora::DeleteFileName(temporary.c_str(), &ignored);
+    }
+    return record->ok();
+}
+
+TiffFile* TiffOf(ExportCall& call, HGLOBAL handle) {
+    if (!call.Handle(handle)) return nullptr;
+    TiffFile* tiff = velmora::TiffFromHandle(handle);
+    if (tiff == nullptr) ExportCall::Fail(velmora::kErrInvalidHandle);
+    return tiff;
+}
+
+}  // namespace
+
+BOOL VELMORA_API AppendVelmoraOpenTIFFEx(HGLOBAL tiff, VelmoraAppendTIFF* append) {
+    ExportCall call;
+    TiffFile* destination;
+    if (!call.Gate() || (destination = TiffOf(call, tiff)) == nullptr || !call.Readable(append, sizeof append->size)) {
+        return 0;
+    }
+    const WORD size = append->size;
+    if (!call.Value(KnownSize(size)) || !call.Readable(append, size)) return 0;
+    const bool wantsReason = (append->flags & VELMORA_APPEND_REASON) != 0 && size >= VELMORA_APPEND_TIFF_SIZE_V4;
+    if (wantsReason && !call.Writable(&append->reason, sizeof append->reason)) return 0;
+    if (wantsReason) append->reason = 0;
+    AppendRequest request;
+    if (WORD reason = CheckRecord(*append, size, &request)) {
+        if (wantsReason) append->reason = reason;
+        ExportCall::Fail(velmora::kErrInvalidParameter);
+        return 0;
+    }
+    if (append->sourceTIFF != nullptr && TiffOf(call, append->sourceTIFF) == nullptr) return 0;
+    if (size >= VELMORA_APPEND_TIFF_SIZE_V4 && (append->flags & VELMORA_APPEND_PROGRESS) &&
+        append->progress != nullptr) {
+        if (!call.Callable(reinterpret_cast<const void*>(append->progress))) return 0;
+        request.progress = velmora::ProgressReporter(append->progress, append->progressUser);
+        request.options.progress = &request.progress;
+    }
+    if (append->sourceTIFF != nullptr) {
+        velmora::AppendTiffPage(destination, velmora::TiffFromHandle(append->sourceTIFF), append->sourcePage,
+                                request.options, &call.record);
+    } else if (append->dib != nullptr) {
+        velmora::AppendDibPage(destination, request.dib.image(), request.dib.header(), request.dib.bits(),
+                               request.options, &call.record);
+    } else {
+        std::u16string name;
+        if (append->flags & VELMORA_APPEND_WIDE_NAME) {
+            const char16_t* wide = velmora::FromHost(static_cast<const WCHAR*>(append->sourceName));
+            if (!call.String(wide)) return 0;
+            name = wide;
+        } else if (!call.Widen(static_cast<const char*>(append->sourceName), &name)) {
+            return call.record.failed() ? call.Finish() : 0;
+        }
+        AppendFromFile(destination, name.c_str(), append->sourcePage != 0 ? append->sourcePage : 1, request.options,
+                       &call.record);
+    }
+    return call.Finish();
+}
+
+BOOL VELMORA_API AppendVelmoraOpenTIFF(HGLOBAL tiff, LPCSTR source) {
+    ExportCall call;
+    TiffFile* destination;
+    if (!call.Gate() || (destination = TiffOf(call, tiff)) == nullptr) return 0;
+    std::u16string name;
+    if (!call.Widen(source, &name)) return call.record.failed() ? call.Finish() : 0;
+    AppendAllPages(destination, name.c_str(), &call.record);
+    return call.Finish();
+}
+
+BOOL VELMORA_API AppendVelmoraTIFF(LPCSTR destination, LPCSTR source) {
+    ExportCall call;
+    if (!call.Gate() || !call.String(destination) || !call.String(source)) return 0;
+    std::u16string to, from;
+    if (call.Widen(destination, &to) && call.Widen(source, &from)) AppendFileToFile(to, from, &call.record);
+    return call.Finish();
+}

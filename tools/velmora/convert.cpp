@@ -1,0 +1,151 @@
+// velmora convert and velmora append: writing TIFF files page by page.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "command.h"
+
+namespace velmora_cli {
+namespace {
+
+struct CompressionName {
+    const char* name;
+    WORD code;
+};
+
+const CompressionName kCompressions[] = {
+    {"g4", VELMORA_COMPRESSION_GROUP4},         {"g3", VELMORA_COMPRESSION_GROUP3},
+    {"g3-2d", VELMORA_COMPRESSION_GROUP3_2D},   {"mh", VELMORA_COMPRESSION_CCITT_RLE},
+    {"lzw", VELMORA_COMPRESSION_LZW},           {"packbits", VELMORA_COMPRESSION_PACKBITS},
+    {"none", VELMORA_COMPRESSION_NONE},         {"jpeg", VELMORA_COMPRESSION_JPEG},
+};
+
+bool ParseCompression(const char* text, WORD* code) {
+    for (const CompressionName& entry : kCompressions) {
+        if (std::strcmp(entry.name, text) == 0) {
+            *code = entry.code;
+            return true;
+        }
+    }
+    return false;
+}
+
+// "1,3-5" as the pages 1, 3, 4, 5 (within `count`); false for a malformed
+// list or a page outside the document.
+bool ParsePages(const char* text, DWORD count, std::vector<DWORD>* pages) {
+    const char* at = text;
+    while (*at != '\0') {
+        char* end = nullptr;
+        unsigned long first = std::strtoul(at, &end, 10), last = first;
+        if (end == at) return false;
+        if (*end == '-') {
+            at = end + 1;
+            last = std::strtoul(at, &end, 10);
+            if (end == at) return false;
+        }
+        if (first == 0 || last < first || last > count) return false;
+        for (unsigned long page = first; page <= last; ++page) pages->push_back(static_cast<DWORD>(page));
+        if (*end == ',') ++end;
+        else if (*end != '\0') return false;
+        at = end;
+    }
+    return !pages->empty();
+}
+
+// The number of pages of an open TIFF: pages are asked for until the library
+// reports "IFD not found.".
+DWORD CountPages(HGLOBAL tiff) {
+    DWORD pages = 0;
+    DWORD width = 0, length = 0;
+    while (GetVelmoraTIFFSize(tiff, pages + 1, &width, &length)) ++pages;
+    return pages;
+}
+
+}  // namespace
+
+int RunConvert(int argc, char** argv) {
+    const char* in = nullptr;
+    const char* out = nullptr;
+    const char* pageList = nullptr;
+    WORD compression = VELMORA_COMPRESSION_DEFAULT;
+    for (int i = 0; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--compression") == 0 && i + 1 < argc) {
+            if (!ParseCompression(argv[++i], &compression)) {
+                std::fprintf(stderr, "velmora: unknown compression: %s\n", argv[i]);
+                return 2;
+            }
+        } else if (std::strcmp(argv[i], "--pages") == 0 && i + 1 < argc) {
+            pageList = argv[++i];
+        } else if (in == nullptr) {
+            in = argv[i];
+        } else if (out == nullptr) {
+            out = argv[i];
+        } else {
+            in = nullptr;
+            break;
+        }
+    }
+    if (in == nullptr || out == nullptr) {
+        std::fprintf(stderr, "usage: velmora convert IN.tif OUT.tif [--compression NAME] [--pages LIST]\n");
+        return 2;
+    }
+    HGLOBAL source = OpenVelmoraTIFF(in, 0x80000000u, 0);
+    if (source == nullptr) return Fail(in);
+    const DWORD count = CountPages(source);
+    std::vector<DWORD> pages;
+    if (pageList == nullptr) {
+        for (DWORD page = 1; page <= count; ++page) pages.push_back(page);
+    } else if (!ParsePages(pageList, count, &pages)) {
+        std::fprintf(stderr, "velmora: %s: not pages of %s (%lu pages)\n", pageList, in, static_cast<unsigned long>(count));
+        CloseVelmoraTIFF(source);
+        return 2;
+    }
+    HGLOBAL target = OpenVelmoraTIFF(out, 0xC0000000u, 1);
+    if (target == nullptr) {
+        int result = Fail(out);
+        CloseVelmoraTIFF(source);
+        return result;
+    }
+    const VelmoraProgressProc progress = TerminalProgress();
+    int result = 0;
+    for (DWORD page : pages) {
+        VelmoraAppendTIFF append = {};
+        append.size = VELMORA_APPEND_TIFF_SIZE_V4;
+        append.sourceTIFF = source;
+        append.sourcePage = page;
+        append.compression = compression;
+        if (progress != nullptr) {
+            append.flags |= VELMORA_APPEND_PROGRESS;
+            append.progress = progress;
+        }
+        if (!AppendVelmoraOpenTIFFEx(target, &append)) {
+            ClearProgress(progress);
+            std::string what = std::string(in) + " page " + std::to_string(page);
+            result = Fail(what.c_str());
+            break;
+        }
+    }
+    ClearProgress(progress);
+    if (!CloseVelmoraTIFF(target) && result == 0) result = Fail(out);
+    CloseVelmoraTIFF(source);
+    if (result != 0) std::remove(out);
+    return result;
+}
+
+int RunAppend(int argc, char** argv) {
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: velmora append DEST.tif SOURCE.tif...\n");
+        return 2;
+    }
+    for (int i = 1; i < argc; ++i) {
+        if (!AppendVelmoraTIFF(argv[0], argv[i])) {
+            std::string what = std::string(argv[i]) + " onto " + argv[0];
+            return Fail(what.c_str());
+        }
+    }
+    return 0;
+}
+
+}  // namespace velmora_cli
