@@ -772,7 +772,7 @@ bool AppendTiffPage(TiffFile* tiff, TiffFile* source, uint32_t page, const PageW
     }
     TiffPageInfo info;
     SetWanted(&info, kFieldImage);
-    if (!ReadPageInfo(source, page, kReadStructure | kReadIfdNotFound, &info, record)) return false;
+    if (!ReadPageInfo(source, page, kReadStructure, &info, record)) return false;
     const bool keep = options.compression == kWriteDefault || options.compression == WriteCodeOf(info);
     bool done = false;
     ErrorRecord structure;

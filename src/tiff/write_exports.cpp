@@ -214,26 +214,26 @@ bool AppendFromFile(TiffFile* tiff, const char16_t* name, uint32_t page, const v
     return done;
 }
 
-// Appends every page of the TIFF file `name`, each kept as it is coded.
-bool AppendAllPages(TiffFile* tiff, const char16_t* name, ErrorRecord* record) {
-    TiffFile* source = velmora::OpenTiffFile(name, kAccessRead, false, record);
-    if (source == nullptr) return false;
-    uint32_t pages = velmora::CountPages(source, record);
+// Appends pages 1, 2, ... of `from` until it has no more ("IFD not found."
+// after the first page ends the loop without an error), each kept as it is
+// coded.
+bool CopyAllPages(TiffFile* tiff, TiffFile* from, ErrorRecord* record) {
     velmora::PageWriteOptions options;
-    for (uint32_t page = 1; page <= pages && record->ok(); ++page) {
-        velmora::AppendTiffPage(tiff, source, page, options, record);
+    for (uint32_t page = 1; record->ok(); ++page) {
+        ErrorRecord append;
+        if (velmora::AppendTiffPage(tiff, from, page, options, &append)) continue;
+        if (page == 1 || append.code != velmora::kErrIfdNotFound) *record = append;
+        break;
     }
-    velmora::CloseTiff(source, nullptr);
     return record->ok();
 }
 
-// Appends every page of the TIFF `from`.
-bool CopyAllPages(TiffFile* tiff, TiffFile* from, ErrorRecord* record) {
-    uint32_t pages = velmora::CountPages(from, record);
-    velmora::PageWriteOptions options;
-    for (uint32_t page = 1; page <= pages && record->ok(); ++page) {
-        velmora::AppendTiffPage(tiff, from, page, options, record);
-    }
+// Appends every page of the TIFF file `name`.
+bool AppendAllPages(TiffFile* tiff, const char16_t* name, ErrorRecord* record) {
+    TiffFile* source = velmora::OpenTiffFile(name, kAccessRead, false, record);
+    if (source == nullptr) return false;
+    CopyAllPages(tiff, source, record);
+    velmora::CloseTiff(source, nullptr);
     return record->ok();
 }
 

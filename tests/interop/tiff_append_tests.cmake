@@ -1,0 +1,1 @@
+list(APPEND INTEROP_TESTS interop/tiff_append_test.cpp)

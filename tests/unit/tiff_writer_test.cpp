@@ -1,0 +1,337 @@
+// Appending pages through the exports: the checks of the append record with
+// their reason codes, appends that fail leaving the file as it was, byte
+// order and BigTIFF destinations, and whole files appended through a
+// temporary copy.
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "dib_test_images.h"
+#include "platform/platform.h"
+#include "temp_names.h"
+#include "tiff_builder.h"
+#include "velmora/velmora.h"
+
+namespace velmora {
+namespace {
+
+using testing::Long;
+using testing::Short;
+using testing::TiffBuilder;
+
+std::string TempPath(const std::string& name) {
+    return platform::Utf8FromWide(platform::SystemTempDirectory()) + "velmora-writer-" + testing::ProcessTag() + "-" +
+           name;
+}
+
+std::vector<uint8_t> ReadBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void WriteBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),
+                                                static_cast<std::streamsize>(bytes.size()));
+}
+
+// A 24 x 5 bi-level DIB (index 0 black) with a diagonal.
+test::TestDib BiLevelDib() {
+    test::TestDib dib = test::MakeDib(24, 5, 1, 2);
+    dib.table()[1] = RGBQUAD{255, 255, 255, 0};
+    for (int32_t y = 0; y < 5; ++y) {
+        for (int32_t x = 0; x < 24; ++x) test::SetPixel(dib.header(), dib.bits(), x, y, x == y * 3 ? 0 : 1);
+    }
+    return dib;
+}
+
+// A one-page classic TIFF, 8 x 2 grey, in the given byte order.
+std::vector<uint8_t> GreyFile(bool bigEndian, bool bigTiff = false) {
+    TiffBuilder b(bigEndian, bigTiff);
+    const std::vector<uint8_t> pixels = {0, 10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 110, 120, 130, 140, 150};
+    const uint64_t at = b.bytes().size();
+    b.bytes().insert(b.bytes().end(), pixels.begin(), pixels.end());
+    b.SetFirst(b.AddDirectory({Long(256, {8}), Long(257, {2}), Short(258, {8}), Short(259, {1}), Short(262, {1}),
+                               Long(273, {at}), Long(278, {2}), Long(279, {pixels.size()})}));
+    return b.bytes();
+}
+
+VelmoraAppendTIFF DibRecord(const test::TestDib& dib) {
+    VelmoraAppendTIFF a = {};
+    a.size = VELMORA_APPEND_TIFF_SIZE_V7;
+    a.flags = VELMORA_APPEND_DIB_POINTER | VELMORA_APPEND_REASON;
+    a.dib = dib.words.data();
+    a.compression = VELMORA_COMPRESSION_DEFAULT;
+    return a;
+}
+
+// Closes a memory TIFF and returns its bytes.
+std::vector<uint8_t> CloseMemory(HGLOBAL tiff) {
+    HGLOBAL memory = nullptr;
+    DWORD size = 0;
+    EXPECT_EQ(CloseMemoryVelmoraTIFF(tiff, &memory, &size), 1);
+    std::vector<uint8_t> bytes;
+    if (memory != nullptr) {
+        auto* data = static_cast<const uint8_t*>(platform::MemLock(memory));
+        bytes.assign(data, data + size);
+        platform::MemUnlock(memory);
+        platform::MemFree(memory);
+    }
+    return bytes;
+}
+
+TEST(TiffWriter, RecordChecksGiveTheirReasonsAndLeaveTheFileAlone) {
+    test::TestDib dib = BiLevelDib();
+    test::TestDib colour = test::MakeDib(4, 4, 24);
+    VelmoraResolutionScale zero = {}, badUnit = {1, 200, 1, 200, 4, 0}, badScaleUnit = {1, 200, 1, 200, 18, 0};
+    HGLOBAL other = OpenVelmoraTIFF(nullptr, VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 1);
+    ASSERT_NE(other, nullptr);
+    struct Case {
+        const char* what;
+        void (*change)(VelmoraAppendTIFF*, void*);
+        WORD reason;
+    };
+    struct Context {
+        HGLOBAL other;
+        const test::TestDib* colour;
+        VelmoraResolutionScale *zero, *badUnit, *badScaleUnit;
+    } context{other, &colour, &zero, &badUnit, &badScaleUnit};
+    const Case cases[] = {
+        {"two sources", [](VelmoraAppendTIFF* a, void* c) { a->sourceTIFF = static_cast<Context*>(c)->other; }, 1},
+        {"no source", [](VelmoraAppendTIFF* a, void*) { a->dib = nullptr; }, 1},
+        {"a flag left to other writers", [](VelmoraAppendTIFF* a, void*) { a->flags |= 0x2; }, 2},
+        {"a flag above bit 24", [](VelmoraAppendTIFF* a, void*) { a->flags |= 0x02000000; }, 2},
+        {"a source TIFF without a page",
+         [](VelmoraAppendTIFF* a, void* c) {
+             a->dib = nullptr;
+             a->sourceTIFF = static_cast<Context*>(c)->other;
+         },
+         3},
+        {"annotation options of 8",
+         [](VelmoraAppendTIFF* a, void*) {
+             a->flags |= VELMORA_APPEND_ANNOTATION_OPTIONS;
+             a->annotationOptions = 8;
+         },
+         5},
+        {"a compression nothing writes", [](VelmoraAppendTIFF* a, void*) { a->compression = VELMORA_COMPRESSION_OTHER; },
+         6},
+        {"Group 4 for a colour DIB",
+         [](VelmoraAppendTIFF* a, void* c) {
+             a->dib = static_cast<Context*>(c)->colour->words.data();
+             a->compression = VELMORA_COMPRESSION_GROUP4;
+         },
+         6},
+        {"a zero resolution",
+         [](VelmoraAppendTIFF* a, void* c) {
+             a->flags |= VELMORA_APPEND_RESOLUTION;
+             a->resolution = static_cast<Context*>(c)->zero;
+         },
+         11},
+        {"a resolution in millimetres",
+         [](VelmoraAppendTIFF* a, void* c) {
+             a->flags |= VELMORA_APPEND_RESOLUTION;
+             a->resolution = static_cast<Context*>(c)->badUnit;
+         },
+         12},
+        {"a zero scale",
+         [](VelmoraAppendTIFF* a, void* c) {
+             a->flags |= VELMORA_APPEND_SCALE;
+             a->scale = static_cast<Context*>(c)->zero;
+         },
+         13},
+        {"a scale unit of 18",
+         [](VelmoraAppendTIFF* a, void* c) {
+             a->flags |= VELMORA_APPEND_SCALE;
+             a->scale = static_cast<Context*>(c)->badScaleUnit;
+         },
+         14},
+        {"no OCR text block", [](VelmoraAppendTIFF* a, void*) { a->flags |= VELMORA_APPEND_OCR_TEXT; }, 15},
+        {"a DIB of 2 bits per pixel",
+         [](VelmoraAppendTIFF* a, void*) {
+             static test::TestDib odd = test::MakeDib(4, 4, 2);
+             a->dib = odd.words.data();
+         },
+         16},
+        {"a missing text", [](VelmoraAppendTIFF* a, void*) { a->flags |= VELMORA_APPEND_TEXT(3); }, 17},
+        {"no annotation block", [](VelmoraAppendTIFF* a, void*) { a->flags |= VELMORA_APPEND_ANNOTATIONS; }, 18},
+    };
+    HGLOBAL tiff = OpenVelmoraTIFF(nullptr, VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 1);
+    ASSERT_NE(tiff, nullptr);
+    for (const Case& c : cases) {
+        VelmoraAppendTIFF a = DibRecord(dib);
+        c.change(&a, &context);
+        EXPECT_EQ(AppendVelmoraOpenTIFFEx(tiff, &a), 0) << c.what;
+        EXPECT_EQ(GetLastVelmoraErrorCode(), 87u) << c.what;
+        EXPECT_EQ(a.reason, c.reason) << c.what;
+    }
+    // A size that is not one of the record's, a missing record, a bad handle.
+    VelmoraAppendTIFF a = DibRecord(dib);
+    a.size = 96;
+    EXPECT_EQ(AppendVelmoraOpenTIFFEx(tiff, &a), 0);
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    EXPECT_EQ(AppendVelmoraOpenTIFFEx(tiff, nullptr), 0);
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 998u);
+    a = DibRecord(dib);
+    EXPECT_EQ(AppendVelmoraOpenTIFFEx(nullptr, &a), 0);
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 6u);
+    EXPECT_EQ(CloseMemory(tiff).size(), 8u);
+    CloseVelmoraTIFF(other);
+}
+
+// Every field the record can carry is stored with the page, and the page
+// reads back with the DIB's pixels.
+TEST(TiffWriter, DibPagesCarryTheirTextsResolutionScaleAndBlocks) {
+    test::TestDib dib = BiLevelDib();
+    HGLOBAL tiff = OpenVelmoraTIFF(nullptr, VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 1);
+    VelmoraResolutionScale resolution = {1, 204, 1, 196, 2, 0}, scale = {254, 1000, 254, 1000, 2, 0};
+    HGLOBAL ocr = platform::MemAlloc(GMEM_MOVEABLE, 5);
+    std::memcpy(platform::MemLock(ocr), "words", 5);
+    platform::MemUnlock(ocr);
+    VelmoraAppendTIFF a = DibRecord(dib);
+    a.flags |= VELMORA_APPEND_RESOLUTION | VELMORA_APPEND_SCALE | VELMORA_APPEND_OCR_TEXT | VELMORA_APPEND_TEXT(0) |
+               VELMORA_APPEND_TEXT(7);
+    a.resolution = &resolution;
+    a.scale = &scale;
+    a.ocrText = ocr;
+    a.texts[0] = "Contract";
+    a.texts[7] = "scanner-7";
+    ASSERT_EQ(AppendVelmoraOpenTIFFEx(tiff, &a), 1) << std::hex << GetLastVelmoraErrorCode();
+    a.flags = VELMORA_APPEND_DIB_POINTER;
+    a.compression = VELMORA_COMPRESSION_PACKBITS;
+    ASSERT_EQ(AppendVelmoraOpenTIFFEx(tiff, &a), 1);
+
+    VelmoraResolutionScale got = {};
+    ASSERT_EQ(GetVelmoraTIFFResolution(tiff, 1, &got), 1);
+    EXPECT_EQ(got.xNumerator * 1000 / got.xDenominator, 204000u);
+    EXPECT_EQ(got.yNumerator * 1000 / got.yDenominator, 196000u);
+    ASSERT_EQ(GetVelmoraTIFFScale(tiff, 1, &got), 1);
+    EXPECT_EQ(got.xNumerator, 1000u);
+    EXPECT_EQ(got.xDenominator, 254u);
+    WORD code = 0;
+    ASSERT_EQ(GetVelmoraTIFFCompression(tiff, 1, &code), 1);
+    EXPECT_EQ(code, VELMORA_COMPRESSION_GROUP4);
+    ASSERT_EQ(GetVelmoraTIFFCompression(tiff, 2, &code), 1);
+    EXPECT_EQ(code, VELMORA_COMPRESSION_PACKBITS);
+    for (DWORD page : {1u, 2u}) {
+        HGLOBAL read = ReadVelmoraOpenTIFFDIB(tiff, page);
+        ASSERT_NE(read, nullptr);
+        auto* header = static_cast<BITMAPINFOHEADER*>(platform::MemLock(read));
+        const uint8_t* bits = PackedBits(header);
+        const RGBQUAD* table = ColorTable(header);
+        for (int32_t y = 0; y < 5; ++y) {
+            for (int32_t x = 0; x < 24; ++x) {
+                uint32_t index = (bits[(4 - y) * 4 + x / 8] >> (7 - x % 8)) & 1;
+                EXPECT_EQ(table[index].rgbRed, x == y * 3 ? 0 : 255) << "page " << page << " " << x << "," << y;
+            }
+        }
+        platform::MemUnlock(read);
+        platform::MemFree(read);
+    }
+    const std::vector<uint8_t> bytes = CloseMemory(tiff);
+    const std::string file(bytes.begin(), bytes.end());
+    EXPECT_NE(file.find("Contract"), std::string::npos);
+    EXPECT_NE(file.find("scanner-7"), std::string::npos);
+    EXPECT_NE(file.find("words"), std::string::npos);
+    platform::MemFree(ocr);
+}
+
+// A page whose strip lies outside its file is refused before anything is
+// written; a BigTIFF destination is refused; a big-endian file grows by
+// big-endian pages.
+TEST(TiffWriter, FailedAppendsLeaveTheFileAsItWasAndByteOrderIsKept) {
+    const std::string destination = TempPath("destination.tif"), broken = TempPath("broken.tif");
+    const std::vector<uint8_t> original = GreyFile(true);
+    WriteBytes(destination, original);
+    TiffBuilder b(false, false);
+    b.SetFirst(b.AddDirectory({Long(256, {8}), Long(257, {2}), Short(258, {8}), Short(259, {1}), Short(262, {1}),
+                               Long(273, {4000}), Long(278, {2}), Long(279, {16})}));
+    WriteBytes(broken, b.bytes());
+
+    HGLOBAL tiff = OpenVelmoraTIFF(destination.c_str(), VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 0);
+    ASSERT_NE(tiff, nullptr);
+    VelmoraAppendTIFF a = {};
+    a.size = VELMORA_APPEND_TIFF_SIZE_V1;
+    a.sourceName = broken.c_str();
+    a.compression = VELMORA_COMPRESSION_DEFAULT;
+    EXPECT_EQ(AppendVelmoraOpenTIFFEx(tiff, &a), 0);
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 0x02000006u);
+    a.compression = VELMORA_COMPRESSION_LZW;
+    EXPECT_EQ(AppendVelmoraOpenTIFFEx(tiff, &a), 0);
+    EXPECT_NE(GetLastVelmoraErrorCode(), 0u);
+    EXPECT_EQ(AppendVelmoraOpenTIFF(tiff, broken.c_str()), 0);
+    CloseVelmoraTIFF(tiff);
+    EXPECT_EQ(ReadBytes(destination), original);
+
+    // Appending the file's own page, copied and coded again.
+    tiff = OpenVelmoraTIFF(destination.c_str(), VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 0);
+    a.sourceName = destination.c_str();
+    a.compression = VELMORA_COMPRESSION_DEFAULT;
+    ASSERT_EQ(AppendVelmoraOpenTIFFEx(tiff, &a), 1) << std::hex << GetLastVelmoraErrorCode();
+    a.compression = VELMORA_COMPRESSION_LZW;
+    ASSERT_EQ(AppendVelmoraOpenTIFFEx(tiff, &a), 1) << std::hex << GetLastVelmoraErrorCode();
+    CloseVelmoraTIFF(tiff);
+    const std::vector<uint8_t> grown = ReadBytes(destination);
+    ASSERT_GT(grown.size(), original.size());
+    EXPECT_TRUE(std::equal(original.begin(), original.begin() + 24, grown.begin())) << "old data rewritten";
+    tiff = OpenVelmoraTIFF(destination.c_str(), VELMORA_TIFF_READ, 0);
+    for (DWORD page = 1; page <= 3; ++page) {
+        HGLOBAL dib = ReadVelmoraOpenTIFFDIB(tiff, page);
+        ASSERT_NE(dib, nullptr) << "page " << page;
+        auto* header = static_cast<BITMAPINFOHEADER*>(platform::MemLock(dib));
+        EXPECT_EQ(PackedBits(header)[0], 80) << "page " << page;  // bottom row first
+        EXPECT_EQ(PackedBits(header)[7], 150) << "page " << page;
+        EXPECT_EQ(PackedBits(header)[8], 0) << "page " << page;
+        platform::MemUnlock(dib);
+        platform::MemFree(dib);
+    }
+    CloseVelmoraTIFF(tiff);
+
+    WriteBytes(destination, GreyFile(false, true));
+    tiff = OpenVelmoraTIFF(destination.c_str(), VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 0);
+    ASSERT_NE(tiff, nullptr);
+    EXPECT_EQ(AppendVelmoraOpenTIFFEx(tiff, &a), 0);
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 0x0200001Bu);
+    CloseVelmoraTIFF(tiff);
+    std::remove(destination.c_str());
+    std::remove(broken.c_str());
+}
+
+// A file appended onto another: created when missing, rewritten through a
+// temporary file beside it when present, unchanged when anything fails, and
+// no temporary file left either way.
+TEST(TiffWriter, FilesAppendThroughATemporaryCopy) {
+    const std::string directory = TempPath("append");
+    std::filesystem::create_directory(directory);
+    const std::string destination = directory + "/dest.tif", source = directory + "/source.tif",
+                      broken = directory + "/broken.tif";
+    WriteBytes(source, GreyFile(false));
+    std::vector<uint8_t> bad = GreyFile(false);
+    bad.resize(bad.size() - 40);  // the directory's tail and the strip's bytes go
+    WriteBytes(broken, bad);
+
+    ASSERT_EQ(AppendVelmoraTIFF(destination.c_str(), source.c_str()), 1) << std::hex << GetLastVelmoraErrorCode();
+    ASSERT_EQ(AppendVelmoraTIFF(destination.c_str(), source.c_str()), 1) << std::hex << GetLastVelmoraErrorCode();
+    ASSERT_EQ(AppendVelmoraTIFF(destination.c_str(), destination.c_str()), 1);
+    const std::vector<uint8_t> four = ReadBytes(destination);
+    EXPECT_EQ(AppendVelmoraTIFF(destination.c_str(), broken.c_str()), 0);
+    EXPECT_EQ(ReadBytes(destination), four);
+    EXPECT_EQ(AppendVelmoraTIFF((directory + "/missing/dest.tif").c_str(), source.c_str()), 0);
+
+    size_t files = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(directory)) files += entry.is_regular_file();
+    EXPECT_EQ(files, 3u) << "a temporary file was left behind";
+    HGLOBAL tiff = OpenVelmoraTIFF(destination.c_str(), VELMORA_TIFF_READ, 0);
+    DWORD width = 0, length = 0;
+    EXPECT_EQ(GetVelmoraTIFFSize(tiff, 4, &width, &length), 1);
+    EXPECT_EQ(GetVelmoraTIFFSize(tiff, 5, &width, &length), 0);
+    CloseVelmoraTIFF(tiff);
+    std::filesystem::remove_all(directory);
+}
+
+}  // namespace
+}  // namespace velmora

@@ -1,0 +1,1 @@
+list(APPEND UNIT_TESTS unit/tiff_writer_test.cpp)
