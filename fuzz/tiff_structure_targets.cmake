@@ -1,2 +1,3 @@
 velmora_fuzz_target(tiff_directory_fuzz)
 velmora_fuzz_target(tiff_page_decode_fuzz)
+velmora_fuzz_target(tiff_append_fuzz)

@@ -54,18 +54,25 @@ bool DirectoryBuilder::Add(uint16_t tag, uint16_t type, uint32_t count, const vo
     uint32_t size = TiffTypeSize(type);
     uint64_t bytes = uint64_t{count} * size;
     const bool wide = size == 8 && type != kTypeRational && type != kTypeSRational && type != kTypeDouble;
-    if (size == 0 || wide || poolUsed_ + Even(bytes) > kMaxPoolBytes) {
+    if (size == 0 || wide || bytes > kMaxPoolBytes) {
         SetRecordError(record, kErrInvalidParameter, 0);
         return false;
     }
-    uint64_t end = poolUsed_ + Even(bytes);
+    // Values start 8-byte aligned in the pool, so that MutableLongs hands out
+    // an aligned array.
+    const uint64_t start = (uint64_t{poolUsed_} + 7) & ~uint64_t{7};
+    const uint64_t end = start + Even(bytes);
+    if (end > kMaxPoolBytes) {
+        SetRecordError(record, kErrInvalidParameter, 0);
+        return false;
+    }
     if (end > pool_.size() && pool_.Grow(static_cast<size_t>(end < 256 ? 256 : end * 2 > kMaxPoolBytes ? end : end * 2),
                                          record) == nullptr) {
         return false;
     }
-    if (bytes != 0) std::memcpy(pool_.data() + poolUsed_, values, static_cast<size_t>(bytes));
-    if (bytes & 1) pool_.data()[poolUsed_ + bytes] = 0;
-    Entry entry{tag, type, count, poolUsed_, static_cast<uint32_t>(bytes)};
+    if (bytes != 0) std::memcpy(pool_.data() + start, values, static_cast<size_t>(bytes));
+    if (bytes & 1) pool_.data()[start + bytes] = 0;
+    Entry entry{tag, type, count, static_cast<uint32_t>(start), static_cast<uint32_t>(bytes)};
     poolUsed_ = static_cast<uint32_t>(end);
     if (Entry* existing = Find(tag)) {
         *existing = entry;

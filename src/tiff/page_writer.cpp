@@ -182,14 +182,6 @@ static const uint16_t kDescriptiveTags[] = {
     kTagPageInformation,
 };
 
-template <size_t N>
-bool Listed(const uint16_t (&list)[N], uint16_t tag) {
-    for (uint16_t listed : list) {
-        if (listed == tag) return true;
-    }
-    return false;
-}
-
 // Adds the source's entry as it is, 64-bit integers narrowed to LONG (a value
 // that does not fit drops the entry).
 bool CopyEntry(TiffFile* source, const TiffEntry& entry, DirectoryBuilder* builder, ErrorRecord* record) {
@@ -226,9 +218,11 @@ template <size_t N>
 bool CopyEntries(TiffFile* source, uint32_t page, const uint16_t (&list)[N], DirectoryBuilder* builder,
                  ErrorRecord* record) {
     if (!LocatePage(source, page, 0, record)) return false;
-    for (uint32_t i = 0; i < source->entryCount; ++i) {
-        const TiffEntry entry = source->entries[i];
-        if (Listed(list, entry.tag) && !CopyEntry(source, entry, builder, record)) return false;
+    // The entry the reader finds for each tag (the first, when a damaged
+    // directory has two).
+    for (uint16_t tag : list) {
+        const TiffEntry* entry = FindEntry(source, tag);
+        if (entry != nullptr && !CopyEntry(source, *entry, builder, record)) return false;
     }
     return record->ok();
 }
