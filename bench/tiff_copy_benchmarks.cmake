@@ -1,0 +1,1 @@
+velmora_benchmark(tiff_copy_bench)
