@@ -644,26 +644,63 @@ typedef struct VelmoraAppendTIFF {
 /*
  * Appends one page to the end of an open TIFF, built from the record's
  * source. The new page is linked into the file only once it is completely
- * written; a failed append leaves the file exactly as it was. New files are
+ * written; a failed append leaves the file exactly as it was, and a process
+ * killed during an append leaves every older page readable. New files are
  * little-endian classic TIFF; pages appended to a big-endian file are written
  * big-endian.
- * Returns 1 or 0: 6 for an invalid TIFF; 998 for an unreadable record; 87
- * for a size that is not one of VELMORA_APPEND_TIFF_SIZE_V*, or a refused
- * field (its reason in reason with VELMORA_APPEND_REASON); 0x0200001B when
- * the destination is a BigTIFF; the source's own errors (0x02000003 for a
- * missing source page).
+ *
+ * Sources: page sourcePage of the open TIFF sourceTIFF; page sourcePage (0:
+ * page 1) of the TIFF file sourceName; or the DIB dib (1, 4, 8, 16, 24 or 32
+ * bits, rows uncompressed or, at 16 and 32 bits, in bit fields).
+ *
+ * compression is one of the VELMORA_COMPRESSION_... codes NONE, PACKBITS,
+ * LZW (every page), GROUP4, GROUP3, GROUP3_2D, CCITT_RLE (bi-level pages:
+ * 1-bit DIBs with a grey table), JPEG (grey and colour pages; baseline,
+ * quality 75, colour as YCbCr with 2 x 2 chroma, tables in JPEGTables), or
+ * VELMORA_COMPRESSION_DEFAULT: a TIFF page keeps its coding, a DIB gets Group
+ * 4 when bi-level and LZW otherwise. A TIFF page whose coding is kept has its
+ * strips or tiles copied byte for byte with its image tags; otherwise it is
+ * decoded, turned upright and coded again, keeping the tags that describe
+ * the page (texts, resolution, position, page number, subfile type and the
+ * library's private blocks). Tags of unknown meaning and sub-directories are
+ * not copied. DIB pages are grey (BlackIsZero or WhiteIsZero after their
+ * table), bi-level WhiteIsZero, palette (ColorMap) or RGB, in strips of about
+ * 64 KB (1 MB for the fax codings), with the DIB's resolution.
+ *
+ * Flags taken: VELMORA_APPEND_ANNOTATIONS (the block's bytes are stored in
+ * tag 33938), _ANNOTATION_OPTIONS, _RESOLUTION, _SCALE (tags 33940 to 33942),
+ * _PROGRESS, _REASON, _OCR_TEXT (tag 33944), _TEXT(0) to _TEXT(7)
+ * (DocumentName, ImageDescription, Make, Model, PageName, Software, Artist,
+ * HostComputer, replacing a copied page's), _WIDE_NAME, _DIB_POINTER; the
+ * others are refused with reason VELMORA_APPEND_REASON_FLAGS, as are flags
+ * whose fields lie beyond the record's size.
+ *
+ * Returns 1 or 0: 6 for an invalid TIFF (destination or source); 998 for an
+ * unreadable record; 87 for a size that is not one of
+ * VELMORA_APPEND_TIFF_SIZE_V*, or a refused field (its reason in reason with
+ * VELMORA_APPEND_REASON; reason is set to 0 first); 0x0200001B when the
+ * destination is a BigTIFF; the source's own errors (0x02000003 for a
+ * missing source page, 0x02000006 for a strip outside the source file);
+ * 1223 when the progress callback cancelled; the system's error when
+ * writing fails.
  */
 VELMORA_EXPORT BOOL VELMORA_API AppendVelmoraOpenTIFFEx(HGLOBAL tiff, VelmoraAppendTIFF *append);
 
-/* Appends every page of the TIFF file source, in order, to an open TIFF.
-   Returns 1 or 0. */
+/* Appends every page of the TIFF file source, in order and each keeping its
+   coding, to an open TIFF: pages 1, 2, ... until the source has no more.
+   Each page is appended all or nothing; on a failure the pages appended
+   before it stay. Returns 1 or 0 (998 for an unreadable name; the source's
+   and the writer's errors as AppendVelmoraOpenTIFFEx gives them). */
 VELMORA_EXPORT BOOL VELMORA_API AppendVelmoraOpenTIFF(HGLOBAL tiff, LPCSTR source);
 
 /*
  * Appends every page of the TIFF file source to the TIFF file destination,
- * creating the destination when it does not exist. An existing destination
- * is rewritten through a temporary file in its directory and replaced only
- * when everything succeeded; on failure it is left unchanged. Returns 1 or 0.
+ * each keeping its coding. A missing destination is created (and removed
+ * again when the append fails). An existing one is rewritten with its own
+ * pages and then the source's into a temporary file ("vlm...") in its
+ * directory, which replaces it only when everything succeeded: on failure
+ * the destination is unchanged and no temporary file remains. Returns 1 or
+ * 0 (998 for an unreadable name).
  */
 VELMORA_EXPORT BOOL VELMORA_API AppendVelmoraTIFF(LPCSTR destination, LPCSTR source);
 

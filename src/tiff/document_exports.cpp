@@ -1,11 +1,15 @@
 // Exported functions of TIFF documents: opening a TIFF file or an open TIFF
 // as a document, its page and IFD queries, and closing it.
+#include <cstring>
 #include <string>
 
 #include "frame/export_call.h"
+#include "frame/memory_handle.h"
+#include "io/stream.h"
 #include "frame/wide_text.h"
 #include "platform/platform.h"
 #include "tiff/document.h"
+#include "tiff/page_writer.h"
 #include "tiff/tiff_file.h"
 #include "velmora/velmora.h"
 
@@ -149,22 +153,28 @@ BOOL VELMORA_API GetVelmoraTIFFDocumentIFDInfo(HGLOBAL handle, DWORD ifd, Velmor
     return 1;
 }
 
-// Copying IFDs out of a document writes TIFF, which needs the TIFF writer.
-// Until the library has one, both functions check their arguments as they
-// will then and answer "not implemented" (120).
-
 BOOL VELMORA_API GetVelmoraTIFFDocumentIFDTIFF(HGLOBAL handle, DWORD ifd, HGLOBAL* memory, DWORD* size) {
     ExportCall call;
     TiffDocument* document;
-    if (!call.Gate() || (document = DocumentOf(call, handle)) == nullptr || !call.Writable(memory, sizeof *memory) ||
-        !call.Writable(size, sizeof *size)) {
+    if (!call.Gate() || (document = DocumentOf(call, handle)) == nullptr || !call.Out(memory) || !call.Out(size)) {
         return 0;
     }
-    *memory = nullptr;
-    *size = 0;
     if (!call.Value(velmora::TiffDocumentRow(document, ifd) != nullptr)) return 0;
-    ExportCall::Fail(velmora::kErrCallNotImplemented);
-    return 0;
+    // The IFD, copied as it is coded, as the only page of a new memory TIFF.
+    TiffFile* single = velmora::OpenMemoryTiff(&call.record);
+    if (single == nullptr) return call.Finish();
+    velmora::PageWriteOptions options;
+    velmora::AppendTiffPage(single, document->tiff, ifd, options, &call.record);
+    velmora::Stream* stream = velmora::CloseTiff(single, &call.record);
+    const uint32_t length = velmora::StreamSize(stream, &call.record);
+    HGLOBAL data = velmora::CloseStream(stream, &call.record);
+    if (!call.Finish()) {
+        velmora::FreeHandle(&data);
+        return 0;
+    }
+    *memory = data;
+    *size = length;
+    return 1;
 }
 
 BOOL VELMORA_API CopyVelmoraTIFFDocumentPage(HGLOBAL handle, DWORD page, HGLOBAL destination,
@@ -175,7 +185,28 @@ BOOL VELMORA_API CopyVelmoraTIFFDocumentPage(HGLOBAL handle, DWORD page, HGLOBAL
         !call.Value(page != 0 && page <= document->pageCount)) {
         return 0;
     }
-    static_cast<void>(append);
-    ExportCall::Fail(velmora::kErrCallNotImplemented);
-    return 0;
+    // The host's record, when it gives one, says how each IFD is appended;
+    // its source fields are replaced by the document's IFD.
+    VelmoraAppendTIFF request = {};
+    request.size = VELMORA_APPEND_TIFF_SIZE_V1;
+    request.compression = VELMORA_COMPRESSION_DEFAULT;
+    if (append != nullptr) {
+        if (!call.Readable(append, sizeof append->size) ||
+            !call.Value(append->size >= VELMORA_APPEND_TIFF_SIZE_V1 && append->size <= sizeof request) ||
+            !call.Readable(append, append->size)) {
+            return 0;
+        }
+        std::memcpy(&request, append, append->size);
+    }
+    request.sourceName = nullptr;
+    request.dib = nullptr;
+    request.sourceTIFF = velmora::TiffHandle(document->tiff);
+    for (uint32_t i = 0; i < document->rowCount; ++i) {
+        if (document->rows[i].page != page) continue;
+        request.sourcePage = document->rows[i].ifd;
+        const BOOL done = AppendVelmoraOpenTIFFEx(destination, &request);
+        if (append != nullptr && append->size >= VELMORA_APPEND_TIFF_SIZE_V4) append->reason = request.reason;
+        if (!done) return 0;
+    }
+    return 1;
 }

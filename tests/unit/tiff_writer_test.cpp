@@ -333,5 +333,59 @@ TEST(TiffWriter, FilesAppendThroughATemporaryCopy) {
     std::filesystem::remove_all(directory);
 }
 
+// A document's pages copied IFD by IFD: a page with its thumbnail, and one
+// IFD alone as a TIFF of its own.
+TEST(TiffWriter, DocumentPagesAndIfdsCopyOut) {
+    TiffBuilder b(false, false);
+    for (uint64_t ifd = 0; ifd < 3; ++ifd) {
+        const uint64_t at = b.bytes().size();
+        b.bytes().insert(b.bytes().end(), 16, static_cast<uint8_t>(40 * ifd));
+        b.AddDirectory({Long(254, {ifd == 1 ? 1u : 0u}), Long(256, {8}), Long(257, {2}),
+                                              Short(258, {8}), Short(259, {1}), Short(262, {1}), Long(273, {at}),
+                                              Long(278, {2}), Long(279, {16}), Short(297, {ifd == 2 ? 1u : 0u, 2})});
+    }
+    const std::string path = TempPath("document.tif");
+    WriteBytes(path, b.bytes());
+    HGLOBAL document = OpenVelmoraTIFFDocument(path.c_str());
+    ASSERT_NE(document, nullptr) << std::hex << GetLastVelmoraErrorCode();
+
+    HGLOBAL copy = OpenVelmoraTIFF(nullptr, VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 1);
+    ASSERT_EQ(CopyVelmoraTIFFDocumentPage(document, 1, copy, nullptr), 1) << std::hex << GetLastVelmoraErrorCode();
+    EXPECT_EQ(CopyVelmoraTIFFDocumentPage(document, 3, copy, nullptr), 0);
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    HGLOBAL copied = OpenVelmoraTIFFDocumentTIFF(copy, VELMORA_TIFF_DOCUMENT_OWN_TIFF);
+    ASSERT_NE(copied, nullptr);
+    EXPECT_EQ(GetVelmoraTIFFDocumentIFDCount(copied), 2u);
+    VelmoraTIFFDocumentIFDInfo info = {};
+    info.size = VELMORA_TIFF_DOCUMENT_IFD_INFO_SIZE_V1;
+    ASSERT_EQ(GetVelmoraTIFFDocumentIFDInfo(copied, 2, &info), 1);
+    EXPECT_EQ(info.subfileType, 1u);
+    EXPECT_EQ(CloseVelmoraTIFFDocument(copied), 1);
+
+    HGLOBAL memory = nullptr;
+    DWORD size = 0;
+    ASSERT_EQ(GetVelmoraTIFFDocumentIFDTIFF(document, 3, &memory, &size), 1);
+    const std::string single = TempPath("single.tif");
+    const auto* bytes = static_cast<const uint8_t*>(platform::MemLock(memory));
+    WriteBytes(single, std::vector<uint8_t>(bytes, bytes + size));
+    platform::MemUnlock(memory);
+    platform::MemFree(memory);
+    HGLOBAL tiff = OpenVelmoraTIFF(single.c_str(), VELMORA_TIFF_READ, 0);
+    HGLOBAL dib = ReadVelmoraOpenTIFFDIB(tiff, 1);
+    ASSERT_NE(dib, nullptr);
+    EXPECT_EQ(PackedBits(static_cast<BITMAPINFOHEADER*>(platform::MemLock(dib)))[0], 80);
+    platform::MemUnlock(dib);
+    platform::MemFree(dib);
+    DWORD width = 0, length = 0;
+    EXPECT_EQ(GetVelmoraTIFFSize(tiff, 2, &width, &length), 0);
+    CloseVelmoraTIFF(tiff);
+    EXPECT_EQ(GetVelmoraTIFFDocumentIFDTIFF(document, 4, &memory, &size), 0);
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    EXPECT_EQ(memory, nullptr);
+    EXPECT_EQ(CloseVelmoraTIFFDocument(document), 1);
+    std::remove(path.c_str());
+    std::remove(single.c_str());
+}
+
 }  // namespace
 }  // namespace velmora
