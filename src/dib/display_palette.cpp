@@ -1,6 +1,8 @@
 #include "dib/display_palette.h"
 
+#include "dib/color_quantizer.h"
 #include "dib/dib_layout.h"
+#include "dib/pixel_fetch.h"
 #include "dib/palette.h"
 #include "dib/standing_palettes.h"
 
@@ -24,29 +26,19 @@ void AppendTable(const BITMAPINFOHEADER* header, std::vector<PaletteColor>* out)
     }
 }
 
-// The table entries the pixels use, in table order, when they fit in `room`.
-bool AppendUsedColors(const BITMAPINFOHEADER* header, const void* bits, uint32_t room, std::vector<PaletteColor>* out) {
-    uint32_t bitCount = header->biBitCount;
-    if (bitCount != 1 && bitCount != 4 && bitCount != 8) return false;
-    bool used[256] = {};
-    size_t stride = static_cast<size_t>(RowStride(header));
-    uint32_t perByte = 8 / bitCount;
-    uint32_t mask = (1u << bitCount) - 1;
+// A palette of at most `room` colours fitted by the quantiser to the colours
+// of every pixel; false when there is no room or no memory.
+bool AppendQuantised(const BITMAPINFOHEADER* header, const void* bits, uint32_t room, std::vector<PaletteColor>* out) {
+    if (room < 2) return false;
+    ColorQuantizer quantizer;
+    ErrorRecord record;
+    if (!quantizer.Begin(room < 256 ? room : 256, &record)) return false;
     for (int32_t y = 0; y < header->biHeight; ++y) {
-        const uint8_t* row = static_cast<const uint8_t*>(bits) + stride * static_cast<size_t>(y);
-        for (int32_t x = 0; x < header->biWidth; ++x) {
-            uint32_t ux = static_cast<uint32_t>(x);
-            used[row[ux / perByte] >> (perByte - 1 - ux % perByte) * bitCount & mask] = true;
-        }
+        for (int32_t x = 0; x < header->biWidth; ++x) quantizer.Add(PixelColor(header, bits, x, y));
     }
-    const RGBQUAD* table = ColorTable(header);
-    uint32_t count = ColorCount(header);
-    std::vector<PaletteColor> colors;
-    for (uint32_t i = 0; i < 256 && i < count; ++i) {
-        if (used[i]) colors.push_back(PaletteColor{table[i].rgbRed, table[i].rgbGreen, table[i].rgbBlue});
-    }
-    if (colors.size() > room) return false;
-    out->insert(out->end(), colors.begin(), colors.end());
+    RGBQUAD table[256];
+    const uint32_t count = quantizer.Palette(table);
+    for (uint32_t i = 0; i < count; ++i) out->push_back(PaletteColor{table[i].rgbRed, table[i].rgbGreen, table[i].rgbBlue});
     return true;
 }
 
@@ -66,12 +58,12 @@ std::vector<PaletteColor> BuildDisplayPalette(const platform::DisplayPaletteInfo
     }
     uint32_t count = ColorCount(header);
     if (count == 0) {
-        AppendStanding(kColorDisplayPaletteId, &palette);
+        if (!optimise || !AppendQuantised(header, bits, room, &palette)) AppendStanding(kColorDisplayPaletteId, &palette);
     } else if (count <= room) {
         AppendTable(header, &palette);
     } else if (IsGreyTable(header)) {
         AppendStanding(kGreyDisplayPaletteId, &palette);
-    } else if (!optimise || !AppendUsedColors(header, bits, room, &palette)) {
+    } else if (!optimise || !AppendQuantised(header, bits, room, &palette)) {
         AppendStanding(kColorDisplayPaletteId, &palette);
     }
     for (uint32_t i = systemCount - high; i < systemCount; ++i) {

@@ -4,12 +4,14 @@
 #include <vector>
 
 #include "dib/bmp_writer.h"
+#include "dib/color_conversion.h"
 #include "dib/color_type.h"
 #include "dib/dib_layout.h"
 #include "dib/dib_validation.h"
 #include "dib/display_palette.h"
 #include "frame/error_record.h"
 #include "frame/export_call.h"
+#include "frame/progress.h"
 #include "platform/platform.h"
 #include "velmora/velmora.h"
 
@@ -88,4 +90,37 @@ BOOL VELMORA_API SaveVelmoraBMPDIB(LPCSTR path, const void* bits, const BITMAPIN
     std::u16string widePath;
     if (call.Widen(path, &widePath)) velmora::WriteBmpFile(widePath, header, bits, &call.record);
     return call.Finish() ? TRUE : FALSE;
+}
+
+HGLOBAL VELMORA_API ChangeVelmoraDIBColorProgress(const void* bits, const BITMAPINFOHEADER* header, LONG target,
+                                                  VelmoraProgressProc progress, UINT_PTR user) {
+    ExportCall call;
+    if (!call.Gate() || !AcceptDib(nullptr, bits, header) ||
+        (progress != nullptr && !call.Callable(reinterpret_cast<const void*>(progress)))) {
+        return nullptr;
+    }
+    velmora::ProgressReporter reporter(progress, user);
+    HGLOBAL result = velmora::ChangeDibColor(header, bits, target, &reporter, &call.record);
+    return call.Finish() ? result : nullptr;
+}
+
+HGLOBAL VELMORA_API ChangeVelmoraDIBColor(const void* bits, const BITMAPINFOHEADER* header, LONG target) {
+    return ChangeVelmoraDIBColorProgress(bits, header, target, nullptr, 0);
+}
+
+HGLOBAL VELMORA_API ColorOptimizeVelmoraDIBProgress(const void* bits, const BITMAPINFOHEADER* header,
+                                                    VelmoraProgressProc progress, UINT_PTR user) {
+    ExportCall call;
+    if (!call.Gate() || !AcceptDib(nullptr, bits, header) ||
+        (progress != nullptr && !call.Callable(reinterpret_cast<const void*>(progress)))) {
+        return nullptr;
+    }
+    velmora::ProgressReporter reporter(progress, user);
+    // No smaller form leaves the last error as it was before the call.
+    HGLOBAL result = velmora::OptimizeDibColors(header, bits, &reporter, &call.record);
+    return call.Finish() ? result : nullptr;
+}
+
+HGLOBAL VELMORA_API ColorOptimizeVelmoraDIB(const void* bits, const BITMAPINFOHEADER* header) {
+    return ColorOptimizeVelmoraDIBProgress(bits, header, nullptr, 0);
 }

@@ -11,6 +11,7 @@
 #include "dib/image.h"
 #include "dib/pixel_fetch.h"
 #include "dib_test_images.h"
+#include "velmora/velmora.h"
 
 namespace velmora {
 namespace {
@@ -136,6 +137,23 @@ TEST(ColorConversion, OptimizeFindsTheSmallestForm) {
     EXPECT_EQ(ramp.header->biBitCount, 8);
     EXPECT_EQ(ColorCount(ramp.header), 256u);
     for (int x = 0; x < 40; ++x) EXPECT_EQ(ramp.Pixel(x, 0), PixelColor(greys.header(), greys.bits(), x, 0));
+}
+
+// Through the exports: a refused target, and "no smaller form"
+// leaving the host's last error as it was.
+TEST(ColorConversion, ExportsKeepTheLastErrorRule) {
+    test::TestDib many = MakeDib(300, 2, 24);
+    for (int x = 0; x < 300; ++x) SetPixel(many.header(), many.bits(), x, 0, static_cast<uint32_t>(x) * 5);
+    SetLastVelmoraError(5);
+    EXPECT_EQ(ColorOptimizeVelmoraDIB(many.bits(), many.header()), nullptr);
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 5u);
+    EXPECT_EQ(ChangeVelmoraDIBColor(many.bits(), many.header(), 9), nullptr);
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    HGLOBAL grey = ChangeVelmoraDIBColor(many.bits(), many.header(), VELMORA_COLOR_GRAY256);
+    ASSERT_NE(grey, nullptr);
+    EXPECT_EQ(static_cast<BITMAPINFOHEADER*>(LockImage(grey))->biBitCount, 8);
+    UnlockImage(grey);
+    FreeImage(&grey);
 }
 
 }  // namespace

@@ -225,7 +225,8 @@ TEST(DibDisplayPalette, TableBetweenTheReservedHalvesOrAStandingPalette) {
     ASSERT_EQ(palette.size(), 256u);
     EXPECT_EQ(std::vector<PaletteColor>(palette.begin() + 10, palette.end() - 10), Standing(30));
 
-    // A colour table that does not fit: the colours in use with optimise, else the colour palette.
+    // A colour table that does not fit: with optimise a palette fitted to the
+    // pixels' colours (exactly those, as there are few), else the colour palette.
     grey.table()[3].rgbRed = 200;
     grey.bits()[1] = 3;
     palette = BuildDisplayPalette(device, grey.header(), grey.bits(), true);
@@ -238,6 +239,9 @@ TEST(DibDisplayPalette, TableBetweenTheReservedHalvesOrAStandingPalette) {
     device.systemCount = 0;
     auto rgb = test::MakeDib(4, 1, 24);
     EXPECT_EQ(BuildDisplayPalette(device, rgb.header(), rgb.bits(), false), Standing(29));
+    test::SetPixel(rgb.header(), rgb.bits(), 1, 0, 0x102030);
+    EXPECT_EQ(BuildDisplayPalette(device, rgb.header(), rgb.bits(), true),
+              (std::vector<PaletteColor>{{0, 0, 0}, {0x10, 0x20, 0x30}}));
 }
 
 }  // namespace
