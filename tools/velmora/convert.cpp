@@ -22,6 +22,45 @@ const CompressionName kCompressions[] = {
     {"none", VELMORA_COMPRESSION_NONE},         {"jpeg", VELMORA_COMPRESSION_JPEG},
 };
 
+struct ColorName {
+    const char* name;
+    LONG target;
+};
+
+const ColorName kColors[] = {
+    {"bw", VELMORA_COLOR_BW},           {"dither", VELMORA_COLOR_DITHERED_BW},   {"gray16", VELMORA_COLOR_GRAY16},
+    {"gray256", VELMORA_COLOR_GRAY256}, {"pal16", VELMORA_COLOR_PALETTE16},      {"pal256", VELMORA_COLOR_PALETTE256},
+    {"rgb", VELMORA_COLOR_RGB},
+};
+
+bool ParseColor(const char* text, LONG* target) {
+    for (const ColorName& entry : kColors) {
+        if (std::strcmp(entry.name, text) == 0) {
+            *target = entry.target;
+            return true;
+        }
+    }
+    return false;
+}
+
+// Appends page `page` of `source` to `target` converted to the colour type
+// `color`: decoded, converted and coded again.
+BOOL AppendConverted(HGLOBAL target, HGLOBAL source, DWORD page, LONG color, VelmoraAppendTIFF* append) {
+    HGLOBAL dib = ReadVelmoraOpenTIFFDIBProgress(source, page, append->progress, 0);
+    if (dib == nullptr) return 0;
+    auto* header = static_cast<const BITMAPINFOHEADER*>(GlobalLock(dib));
+    HGLOBAL converted = ChangeVelmoraDIBColorProgress(GetVelmoraDIBData(header), header, color, append->progress, 0);
+    GlobalUnlock(dib);
+    GlobalFree(dib);
+    if (converted == nullptr) return 0;
+    append->sourceTIFF = nullptr;
+    append->sourcePage = 0;
+    append->dib = converted;
+    BOOL done = AppendVelmoraOpenTIFFEx(target, append);
+    GlobalFree(converted);
+    return done;
+}
+
 bool ParseCompression(const char* text, WORD* code) {
     for (const CompressionName& entry : kCompressions) {
         if (std::strcmp(entry.name, text) == 0) {
@@ -70,7 +109,17 @@ int RunConvert(int argc, char** argv) {
     const char* out = nullptr;
     const char* pageList = nullptr;
     WORD compression = VELMORA_COMPRESSION_DEFAULT;
+    LONG color = -1;
+    bool convertColor = false;
     for (int i = 0; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--color") == 0 && i + 1 < argc) {
+            if (!ParseColor(argv[++i], &color)) {
+                std::fprintf(stderr, "velmora: unknown colour type: %s\n", argv[i]);
+                return 2;
+            }
+            convertColor = true;
+            continue;
+        }
         if (std::strcmp(argv[i], "--compression") == 0 && i + 1 < argc) {
             if (!ParseCompression(argv[++i], &compression)) {
                 std::fprintf(stderr, "velmora: unknown compression: %s\n", argv[i]);
@@ -88,7 +137,7 @@ int RunConvert(int argc, char** argv) {
         }
     }
     if (in == nullptr || out == nullptr) {
-        std::fprintf(stderr, "usage: velmora convert IN.tif OUT.tif [--compression NAME] [--pages LIST]\n");
+        std::fprintf(stderr, "usage: velmora convert IN.tif OUT.tif [--compression NAME] [--pages LIST] [--color TYPE]\n");
         return 2;
     }
     HGLOBAL source = OpenVelmoraTIFF(in, 0x80000000u, 0);
@@ -120,7 +169,9 @@ int RunConvert(int argc, char** argv) {
             append.flags |= VELMORA_APPEND_PROGRESS;
             append.progress = progress;
         }
-        if (!AppendVelmoraOpenTIFFEx(target, &append)) {
+        const BOOL done = convertColor ? AppendConverted(target, source, page, color, &append)
+                                       : AppendVelmoraOpenTIFFEx(target, &append);
+        if (!done) {
             ClearProgress(progress);
             std::string what = std::string(in) + " page " + std::to_string(page);
             result = Fail(what.c_str());

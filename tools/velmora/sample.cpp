@@ -1,6 +1,5 @@
-// velmora sample: a small two-page TIFF written without the library, to try
-// the other commands on.
-#include <cerrno>
+// velmora sample: a small two-page TIFF (a black and white page and a colour
+// page, uncompressed) to try the other commands on.
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -19,60 +18,37 @@ uint8_t SampleValue(uint32_t x, uint32_t y, uint32_t channel) {
     return static_cast<uint8_t>((x * (channel + 1) * 255 / 320 + y * (3 - channel) * 255 / 600) % 256);
 }
 
-// A little-endian TIFF page, uncompressed, in one strip.
-// The new directory is linked after the last one in the file.
-void AppendSamplePage(std::vector<uint8_t>* file, uint16_t samples) {
-    auto put = [file](uint32_t value, int bytes) {
-        for (int i = 0; i < bytes; ++i) file->push_back(static_cast<uint8_t>(value >> (8 * i)));
-    };
-    const uint32_t width = 320, height = 200;
-    const uint32_t pixels = static_cast<uint32_t>(file->size());
+// A sample page as a packed DIB: 1-bit black and white (bars, a checkered
+// block and lines of dashes standing for text) or 24-bit colour, at 200 dpi.
+std::vector<uint32_t> SampleDib(uint16_t bits) {
+    const int32_t width = 320, height = 200;
+    const uint32_t stride = (width * bits + 31) / 32 * 4;
+    const uint32_t colours = bits == 1 ? 2 : 0;
+    std::vector<uint32_t> words((40 + 4 * colours + stride * height + 3) / 4, 0);
+    auto* header = reinterpret_cast<BITMAPINFOHEADER*>(words.data());
+    header->biSize = 40;
+    header->biWidth = width;
+    header->biHeight = height;
+    header->biPlanes = 1;
+    header->biBitCount = bits;
+    header->biXPelsPerMeter = header->biYPelsPerMeter = 7874;  // 200 dpi
+    header->biClrUsed = colours;
+    auto* table = reinterpret_cast<uint8_t*>(header + 1);
+    if (bits == 1) std::memset(table + 4, 255, 3);  // entry 0 black, entry 1 white
+    uint8_t* rows = table + 4 * colours;
     for (uint32_t y = 0; y < height; ++y) {
+        uint8_t* row = rows + stride * (height - 1 - y);  // bottom row first
         for (uint32_t x = 0; x < width; ++x) {
-            for (uint32_t c = 0; c < samples; ++c) file->push_back(SampleValue(x, y, samples == 1 ? 1 : c));
+            if (bits == 24) {
+                for (uint32_t c = 0; c < 3; ++c) row[3 * x + 2 - c] = SampleValue(x, y, c);
+            } else {
+                const bool text = y % 16 < 7 && y >= 80 && x >= 16 && x < 200 && (x / 6 + y / 16) % 5 != 0;
+                const bool black = text || SampleValue(x, y, 1) < 60;
+                if (!black) row[x / 8] |= static_cast<uint8_t>(0x80 >> (x % 8));
+            }
         }
     }
-    const uint32_t bits = static_cast<uint32_t>(file->size());
-    for (uint16_t c = 0; c < samples; ++c) put(8, 2);
-    const uint32_t resolution = static_cast<uint32_t>(file->size());
-    put(200, 4);
-    put(1, 4);
-    if (file->size() % 2 != 0) file->push_back(0);
-    struct Entry {
-        uint16_t tag, type;
-        uint32_t count, value;
-    };
-    const Entry entries[] = {
-        {256, 4, 1, width},
-        {257, 4, 1, height},
-        {258, 3, samples, samples == 1 ? 8u : bits},
-        {259, 3, 1, 1},
-        {262, 3, 1, samples == 1 ? 1u : 2u},
-        {273, 4, 1, pixels},
-        {277, 3, 1, samples},
-        {278, 4, 1, height},
-        {279, 4, 1, width * height * samples},
-        {282, 5, 1, resolution},
-        {283, 5, 1, resolution},
-        {296, 3, 1, 2},
-    };
-    const uint32_t directory = static_cast<uint32_t>(file->size());
-    put(sizeof entries / sizeof entries[0], 2);
-    for (const Entry& e : entries) {
-        put(e.tag, 2);
-        put(e.type, 2);
-        put(e.count, 4);
-        put(e.value, 4);
-    }
-    put(0, 4);
-    uint32_t link = 4;
-    while (true) {
-        uint32_t at =
-            (*file)[link] | (*file)[link + 1] << 8 | (*file)[link + 2] << 16 | uint32_t{(*file)[link + 3]} << 24;
-        if (at == 0) break;
-        link = at + 2 + 12 * ((*file)[at] | (*file)[at + 1] << 8);
-    }
-    for (int i = 0; i < 4; ++i) (*file)[link + i] = static_cast<uint8_t>(directory >> (8 * i));
+    return words;
 }
 
 }  // namespace
@@ -82,14 +58,26 @@ int RunSample(int argc, char** argv) {
         std::fprintf(stderr, "usage: velmora sample OUT.tif\n");
         return 2;
     }
-    std::vector<uint8_t> file = {'I', 'I', 42, 0, 0, 0, 0, 0};
-    AppendSamplePage(&file, 1);
-    AppendSamplePage(&file, 3);
-    FILE* out = std::fopen(argv[0], "wb");
-    if (out == nullptr || std::fwrite(file.data(), 1, file.size(), out) != file.size() || std::fclose(out) != 0) {
-        std::fprintf(stderr, "velmora: %s: %s\n", argv[0], std::strerror(errno));
-        return 1;
+    // Written by the library itself, uncompressed: the pages are there to be
+    // converted.
+    HGLOBAL tiff = OpenVelmoraTIFF(argv[0], 0xC0000000u, 1);
+    if (tiff == nullptr) return Fail(argv[0]);
+    for (uint16_t bits : {uint16_t{1}, uint16_t{24}}) {
+        const std::vector<uint32_t> dib = SampleDib(bits);
+        VelmoraAppendTIFF append = {};
+        append.size = VELMORA_APPEND_TIFF_SIZE_V6;
+        append.flags = VELMORA_APPEND_DIB_POINTER | VELMORA_APPEND_TEXT(1) | VELMORA_APPEND_TEXT(5);
+        append.dib = dib.data();
+        append.compression = VELMORA_COMPRESSION_NONE;
+        append.texts[1] = bits == 1 ? "A black and white page" : "A colour page";
+        append.texts[5] = "velmora sample";
+        if (!AppendVelmoraOpenTIFFEx(tiff, &append)) {
+            int result = Fail(argv[0]);
+            CloseVelmoraTIFF(tiff);
+            return result;
+        }
     }
+    if (!CloseVelmoraTIFF(tiff)) return Fail(argv[0]);
     return 0;
 }
 
