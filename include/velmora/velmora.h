@@ -706,11 +706,17 @@ VELMORA_EXPORT BOOL VELMORA_API AppendVelmoraTIFF(LPCSTR destination, LPCSTR sou
 
 /*
  * Adds a thumbnail of page 1 as the last image of the TIFF file name: page 1
- * is scaled down to fit maxWidth x maxHeight (1 to 512 each), keeping its
- * aspect ratio and its physical size, and appended as a reduced-resolution
- * image. option is 0 or 1. The file is rewritten through a temporary file
- * and left unchanged on failure. Returns 1 or 0: 87 for sizes or an option
- * out of range, 998 for an unreadable name.
+ * (upright) is scaled down to fit maxWidth x maxHeight (1 to 512 each, the
+ * low 16 bits), keeping its aspect ratio (a page that fits keeps its size),
+ * and appended as a reduced-resolution image (NewSubfileType 1) whose
+ * resolution is the page's scaled exactly with its pixels, so that its
+ * physical size stays. option 0 averages the pixels: grey and black and
+ * white pages give 8-bit grey thumbnails (LZW), colour pages 24-bit ones;
+ * option 1 picks pixels and keeps the page's colour type (a black and white
+ * page gives a Group 4 thumbnail). The file is rewritten through a temporary
+ * file and left unchanged on failure. Returns 1 or 0: 87 for sizes or an
+ * option out of range, 998 for an unreadable name, the reader's and
+ * writer's errors.
  */
 VELMORA_EXPORT BOOL VELMORA_API AppendVelmoraThumbnail(DWORD maxWidth, DWORD maxHeight, DWORD option, LPCSTR name);
 

@@ -229,6 +229,7 @@ bool CopyEntries(TiffFile* source, uint32_t page, const uint16_t (&list)[N], Dir
 
 // The host's texts, resolution, scale and blocks, over whatever the page had.
 bool AddExtras(const PageExtras& extras, DirectoryBuilder* builder, ErrorRecord* record) {
+    if (extras.hasSubfileType) builder->AddLong(kTagNewSubfileType, extras.newSubfileType, record);
     for (int i = 0; i < 8; ++i) {
         if (extras.texts[i] == nullptr) continue;
         size_t length = std::strlen(extras.texts[i]);

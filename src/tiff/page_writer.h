@@ -53,6 +53,8 @@ struct PageExtras {
     // DocumentName, ImageDescription, Make, Model, PageName, Software,
     // Artist, HostComputer.
     const char* texts[8] = {};
+    bool hasSubfileType = false;
+    uint32_t newSubfileType = 0;  // NewSubfileType: bit 0 reduced resolution
     bool hasResolution = false;
     uint32_t resolution[4] = {};  // x numerator, x denominator, y numerator, y denominator
     uint16_t resolutionUnit = 2;

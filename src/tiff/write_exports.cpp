@@ -8,12 +8,16 @@
 #include "dib/dib_layout.h"
 #include "dib/dib_validation.h"
 #include "dib/image.h"
+#include "dib/reduction.h"
 #include "frame/export_call.h"
 #include "frame/memory_handle.h"
 #include "frame/progress.h"
 #include "frame/wide_text.h"
 #include "io/file_names.h"
 #include "platform/platform.h"
+#include "tiff/exact_fraction.h"
+#include "tiff/page_decoder.h"
+#include "tiff/page_info.h"
 #include "tiff/page_writer.h"
 #include "tiff/tiff_file.h"
 #include "velmora/velmora.h"
@@ -35,6 +39,7 @@ constexpr DWORD kSupportedFlags = VELMORA_APPEND_ANNOTATIONS | VELMORA_APPEND_AN
                                   VELMORA_APPEND_WIDE_NAME | VELMORA_APPEND_DIB_POINTER;
 constexpr uint32_t kResolutionUnits = 3;
 constexpr uint32_t kScaleUnits = 17;
+constexpr uint32_t kMaxThumbnail = 512;
 
 bool KnownSize(WORD size) {
     return size == VELMORA_APPEND_TIFF_SIZE_V1 || size == VELMORA_APPEND_TIFF_SIZE_V2 ||
@@ -237,6 +242,33 @@ bool AppendAllPages(TiffFile* tiff, const char16_t* name, ErrorRecord* record) {
     return record->ok();
 }
 
+// Rewrites the TIFF file `path` through a temporary file beside it: its own
+// pages, then what `append` adds to them, replacing the file only when
+// everything succeeded; on failure the temporary file goes.
+template <typename Append>
+bool RewriteThroughTemporary(const std::u16string& path, Append append, ErrorRecord* record) {
+    std::u16string full, temporary;
+    if (!velmora::FullPath(path.c_str(), &full, record)) return false;
+    std::u16string directory = velmora::DirectoryOf(full);
+    if (!velmora::MakeTempFile(directory.c_str(), velmora::kTempPrefixId, nullptr, &temporary, record)) return false;
+    TiffFile* out = velmora::OpenTiffFile(temporary.c_str(), kAccessRead | kAccessWrite, true, record);
+    if (out != nullptr) {
+        TiffFile* old = velmora::OpenTiffFile(path.c_str(), kAccessRead, false, record);
+        if (old != nullptr) {
+            CopyAllPages(out, old, record);
+            if (record->ok()) append(out, old);
+            velmora::CloseTiff(old, nullptr);
+        }
+        velmora::CloseTiff(out, record);
+    }
+    if (record->ok()) velmora::ReplaceThroughTemp(path.c_str(), temporary.c_str(), false, nullptr, record);
+    if (record->failed()) {
+        ErrorRecord ignored;
+        velmora::DeleteFileName(temporary.c_str(), &ignored);
+    }
+    return record->ok();
+}
+
 // AppendVelmoraTIFF's work: every page of `source` onto `destination`.
 bool AppendFileToFile(const std::u16string& destination, const std::u16string& source, ErrorRecord* record) {
     if (!velmora::FileNameExists(destination.c_str())) {
@@ -250,27 +282,80 @@ bool AppendFileToFile(const std::u16string& destination, const std::u16string& s
         }
         return record->ok();
     }
-    // The destination is rewritten into a temporary file beside it, which
-    // replaces it only when everything is written.
-    std::u16string full, temporary;
-    if (!velmora::FullPath(destination.c_str(), &full, record)) return false;
-    std::u16string directory = velmora::DirectoryOf(full);
-    if (!velmora::MakeTempFile(directory.c_str(), velmora::kTempPrefixId, nullptr, &temporary, record)) return false;
-    TiffFile* out = velmora::OpenTiffFile(temporary.c_str(), kAccessRead | kAccessWrite, true, record);
-    if (out != nullptr) {
-        TiffFile* old = velmora::OpenTiffFile(destination.c_str(), kAccessRead, false, record);
-        if (old != nullptr) {
-            CopyAllPages(out, old, record);
-            velmora::CloseTiff(old, nullptr);
+    return RewriteThroughTemporary(
+        destination, [&](TiffFile* out, TiffFile*) { AppendAllPages(out, source.c_str(), record); }, record);
+}
+
+// The size a page of `width` x `height` is shown at within a box of
+// `maxWidth` x `maxHeight`, keeping its aspect ratio; a page that fits keeps
+// its size.
+void FitInBox(uint32_t width, uint32_t height, uint32_t maxWidth, uint32_t maxHeight, uint32_t* fitWidth,
+              uint32_t* fitHeight) {
+    *fitWidth = width;
+    *fitHeight = height;
+    if (width <= maxWidth && height <= maxHeight) return;
+    // maxWidth / maxHeight <= width / height, in integers.
+    if (uint64_t{maxWidth} * height <= uint64_t{width} * maxHeight) {
+        *fitWidth = maxWidth;
+        *fitHeight = static_cast<uint32_t>(uint64_t{height} * maxWidth / width);
+    } else {
+        *fitHeight = maxHeight;
+        *fitWidth = static_cast<uint32_t>(uint64_t{width} * maxHeight / height);
+    }
+    if (*fitWidth == 0) *fitWidth = 1;
+    if (*fitHeight == 0) *fitHeight = 1;
+}
+
+// Appends to `out` a thumbnail of page 1 of `from`: reduced to fit the box,
+// its resolution scaled with it, marked as a reduced-resolution image.
+bool AppendThumbnail(TiffFile* out, TiffFile* from, uint32_t maxWidth, uint32_t maxHeight, bool nearest,
+                     ErrorRecord* record) {
+    velmora::TiffPageInfo info;
+    velmora::SetWanted(&info, velmora::kFieldXResolution);
+    velmora::SetWanted(&info, velmora::kFieldYResolution);
+    if (!velmora::ReadPageInfo(from, 1, 0, &info, record)) return false;
+    const bool hasResolution = velmora::IsPresent(&info, velmora::kFieldXResolution) &&
+                               velmora::IsPresent(&info, velmora::kFieldYResolution);
+    const velmora::Fraction x{info.xResolution.numerator, info.xResolution.denominator};
+    const velmora::Fraction y{info.yResolution.numerator, info.yResolution.denominator};
+    const uint16_t unit = info.resolutionUnit;
+    velmora::FreePageInfo(&info);
+    HGLOBAL page = velmora::ReadUprightPage(from, 1, 0, nullptr, record);
+    if (page == nullptr) return false;
+    HGLOBAL thumbnail = nullptr;
+    {
+        velmora::ImageLock lock(page);
+        const BITMAPINFOHEADER* header = lock.header();
+        const uint32_t pageWidth = static_cast<uint32_t>(header->biWidth);
+        const uint32_t pageHeight = static_cast<uint32_t>(header->biHeight);
+        uint32_t width = 0, height = 0;
+        FitInBox(pageWidth, pageHeight, maxWidth, maxHeight, &width, &height);
+        thumbnail = velmora::ReduceDib(header, lock.bits(), width, height, !nearest, record);
+        velmora::PageWriteOptions options;
+        options.extras.hasSubfileType = true;
+        options.extras.newSubfileType = 1;
+        if (hasResolution) {
+            // The resolution shrinks with the pixels, exactly; a result that
+            // cannot be kept becomes 1/1 without a unit.
+            ErrorRecord exact;
+            velmora::Fraction tx = velmora::Multiply(x, velmora::Fraction{width, pageWidth}, &exact);
+            velmora::Fraction ty = velmora::Multiply(y, velmora::Fraction{height, pageHeight}, &exact);
+            const bool valid = exact.ok() && tx.numerator != 0 && tx.denominator != 0 && ty.numerator != 0 &&
+                               ty.denominator != 0;
+            options.extras.hasResolution = true;
+            options.extras.resolution[0] = valid ? tx.numerator : 1;
+            options.extras.resolution[1] = valid ? tx.denominator : 1;
+            options.extras.resolution[2] = valid ? ty.numerator : 1;
+            options.extras.resolution[3] = valid ? ty.denominator : 1;
+            options.extras.resolutionUnit = valid ? unit : 1;
         }
-        AppendAllPages(out, source.c_str(), record);
-        velmora::CloseTiff(out, record);
+        if (thumbnail != nullptr) {
+            velmora::ImageLock small(thumbnail);
+            velmora::AppendDibPage(out, thumbnail, small.header(), nullptr, options, record);
+        }
     }
-    if (record->ok()) velmora::ReplaceThroughTemp(destination.c_str(), temporary.c_str(), false, nullptr, record);
-    if (record->failed()) {
-        ErrorRecord ignored;
-        velmora::DeleteFileName(temporary.c_str(), &ignored);
-    }
+    velmora::FreeImage(&thumbnail);
+    velmora::FreeImage(&page);
     return record->ok();
 }
 
@@ -343,5 +428,21 @@ BOOL VELMORA_API AppendVelmoraTIFF(LPCSTR destination, LPCSTR source) {
     if (!call.Gate() || !call.String(destination) || !call.String(source)) return 0;
     std::u16string to, from;
     if (call.Widen(destination, &to) && call.Widen(source, &from)) AppendFileToFile(to, from, &call.record);
+    return call.Finish();
+}
+
+BOOL VELMORA_API AppendVelmoraThumbnail(DWORD maxWidth, DWORD maxHeight, DWORD option, LPCSTR name) {
+    ExportCall call;
+    const uint32_t width = maxWidth & 0xFFFF, height = maxHeight & 0xFFFF, nearest = option & 0xFFFF;
+    if (!call.Gate() || !call.Value(width >= 1 && width <= kMaxThumbnail && height >= 1 && height <= kMaxThumbnail &&
+                                    nearest <= 1)) {
+        return 0;
+    }
+    std::u16string path;
+    if (!call.Widen(name, &path)) return call.record.failed() ? call.Finish() : 0;
+    RewriteThroughTemporary(
+        path,
+        [&](TiffFile* out, TiffFile* old) { AppendThumbnail(out, old, width, height, nearest != 0, &call.record); },
+        &call.record);
     return call.Finish();
 }

@@ -175,11 +175,22 @@ def main():
         if ImageChops.difference(ours.convert("L"), original.convert("L")).getbbox() is not None:
             print("the Group 4 page of the converted sample differs in Pillow")
             failures += 1
+        # A thumbnail: a reduced image of page 1 after the pages, 64 x 40 (the
+        # page is 320 x 200), with the page's physical size.
+        run(velmora, "thumbnail", joined, "--max", "64x64")
+        pages = json.loads(run(velmora, "pages", joined, "--json"))
+        images = [(i["page"], i["class"], i["width"], i["height"]) for i in pages["images"]]
+        thumbnail = Image.open(joined)
+        thumbnail.seek(2)
+        if images != [(1, "page", 320, 200), (2, "page", 320, 200), (1, "reduced", 64, 40)] or \
+                round(thumbnail.info["dpi"][0]) != 40 or thumbnail.size != (64, 40):
+            print("the thumbnail:", pages, thumbnail.info)
+            failures += 1
         if shutil.which("tiffset") and shutil.which("tiffinfo"):
             failures += check_orientations(velmora, tmp)
         if shutil.which("cjpeg") and shutil.which("djpeg"):
             failures += check_jpeg(velmora, tmp, colour)
-    print("%d passed, %d failed" % (13 - failures, failures))
+    print("%d passed, %d failed" % (14 - failures, failures))
     return 1 if failures else 0
 
 

@@ -387,5 +387,63 @@ TEST(TiffWriter, DocumentPagesAndIfdsCopyOut) {
     std::remove(single.c_str());
 }
 
+// A thumbnail of page 1, averaged or picked, appended as a reduced image with
+// the resolution scaled with its pixels.
+TEST(TiffWriter, ThumbnailsFitTheBoxAndKeepThePhysicalSize) {
+    // 300 x 200 at 200 dpi: the left third black, the rest white.
+    test::TestDib dib = test::MakeDib(300, 200, 1, 2);
+    dib.table()[1] = RGBQUAD{255, 255, 255, 0};
+    dib.header()->biXPelsPerMeter = dib.header()->biYPelsPerMeter = 7874;
+    for (int32_t y = 0; y < 200; ++y)
+        for (int32_t x = 100; x < 300; ++x) test::SetPixel(dib.header(), dib.bits(), x, y, 1);
+    const std::string path = TempPath("thumbnail.tif");
+    HGLOBAL tiff = OpenVelmoraTIFF(path.c_str(), VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 1);
+    VelmoraAppendTIFF a = DibRecord(dib);
+    ASSERT_EQ(AppendVelmoraOpenTIFFEx(tiff, &a), 1);
+    ASSERT_EQ(CloseVelmoraTIFF(tiff), 1);
+
+    EXPECT_EQ(AppendVelmoraThumbnail(513, 64, 0, path.c_str()), 0);
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    EXPECT_EQ(AppendVelmoraThumbnail(64, 64, 2, path.c_str()), 0);
+    ASSERT_EQ(AppendVelmoraThumbnail(64, 64, 0, path.c_str()), 1) << std::hex << GetLastVelmoraErrorCode();
+    ASSERT_EQ(AppendVelmoraThumbnail(0x10030, 512, 1, path.c_str()), 1);  // 48 wide: the high bits do not count
+
+    tiff = OpenVelmoraTIFF(path.c_str(), VELMORA_TIFF_READ, 0);
+    DWORD width = 0, length = 0;
+    ASSERT_EQ(GetVelmoraTIFFSize(tiff, 2, &width, &length), 1);
+    EXPECT_EQ(width, 64u);
+    EXPECT_EQ(length, 42u);  // 200 x 64 / 300
+    VelmoraResolutionScale resolution = {};
+    ASSERT_EQ(GetVelmoraTIFFResolution(tiff, 2, &resolution), 1);
+    EXPECT_EQ(resolution.xNumerator * 3, resolution.xDenominator * 128u);  // 200 x 64 / 300 dpi
+    EXPECT_EQ(GetVelmoraTIFFColorType(tiff, 2), VELMORA_COLOR_GRAY256);
+    HGLOBAL small = ReadVelmoraOpenTIFFDIB(tiff, 2);
+    ASSERT_NE(small, nullptr);
+    const auto* header = static_cast<BITMAPINFOHEADER*>(platform::MemLock(small));
+    const uint8_t* row = PackedBits(header);
+    // Thumbnail column 21 covers source columns 98 to 102: two black of five.
+    EXPECT_EQ(row[0], 0);
+    EXPECT_EQ(row[21], 153);
+    EXPECT_EQ(row[63], 255);
+    platform::MemUnlock(small);
+    platform::MemFree(small);
+    EXPECT_EQ(GetVelmoraTIFFColorType(tiff, 3), VELMORA_COLOR_BW);
+    WORD code = 0;
+    ASSERT_EQ(GetVelmoraTIFFCompression(tiff, 3, &code), 1);
+    EXPECT_EQ(code, VELMORA_COMPRESSION_GROUP4);
+    ASSERT_EQ(GetVelmoraTIFFSize(tiff, 3, &width, &length), 1);
+    EXPECT_EQ(width, 48u);
+    EXPECT_EQ(length, 32u);
+    CloseVelmoraTIFF(tiff);
+    HGLOBAL document = OpenVelmoraTIFFDocument(path.c_str());
+    EXPECT_EQ(GetVelmoraTIFFDocumentPageCount(document), 1);
+    VelmoraTIFFDocumentIFDInfo info = {};
+    info.size = VELMORA_TIFF_DOCUMENT_IFD_INFO_SIZE_V1;
+    ASSERT_EQ(GetVelmoraTIFFDocumentIFDInfo(document, 2, &info), 1);
+    EXPECT_EQ(info.subfileType, 1u);
+    CloseVelmoraTIFFDocument(document);
+    std::remove(path.c_str());
+}
+
 }  // namespace
 }  // namespace velmora

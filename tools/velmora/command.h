@@ -28,7 +28,9 @@ double Value(DWORD numerator, DWORD denominator);
 int RunAppend(int argc, char** argv);
 int RunConvert(int argc, char** argv);
 int RunInfo(int argc, char** argv);
+int RunPages(int argc, char** argv);
 int RunRender(int argc, char** argv);
 int RunSample(int argc, char** argv);
+int RunThumbnail(int argc, char** argv);
 
 }  // namespace velmora_cli

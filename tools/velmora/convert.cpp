@@ -199,4 +199,34 @@ int RunAppend(int argc, char** argv) {
     return 0;
 }
 
+int RunThumbnail(int argc, char** argv) {
+    const char* path = nullptr;
+    unsigned long width = 0, height = 0;
+    bool nearest = false;
+    for (int i = 0; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--max") == 0 && i + 1 < argc) {
+            char* end = nullptr;
+            width = std::strtoul(argv[++i], &end, 10);
+            height = *end == 'x' ? std::strtoul(end + 1, &end, 10) : 0;
+            if (*end != '\0' || width == 0 || height == 0 || width > 512 || height > 512) {
+                std::fprintf(stderr, "velmora: --max takes WIDTHxHEIGHT, each 1 to 512: %s\n", argv[i]);
+                return 2;
+            }
+        } else if (std::strcmp(argv[i], "--nearest") == 0) {
+            nearest = true;
+        } else if (path == nullptr) {
+            path = argv[i];
+        } else {
+            path = nullptr;
+            break;
+        }
+    }
+    if (path == nullptr || width == 0) {
+        std::fprintf(stderr, "usage: velmora thumbnail FILE --max WxH [--nearest]\n");
+        return 2;
+    }
+    if (!AppendVelmoraThumbnail(width, height, nearest ? 1 : 0, path)) return Fail(path);
+    return 0;
+}
+
 }  // namespace velmora_cli

@@ -46,6 +46,16 @@ const Command kCommands[] = {
      "Append every page of each SOURCE to DEST, creating it when it does not exist. DEST is\n"
      "rewritten through a temporary file and left unchanged when anything fails.",
      RunAppend},
+    {"thumbnail", "velmora thumbnail FILE --max WxH [--nearest]",
+     "Add a thumbnail of page 1, at most W x H pixels (each 1 to 512), as the last image of a\n"
+     "TIFF file: averaged (grey or colour), or with --nearest picked pixels of the page's own\n"
+     "colour type. The file is rewritten and left unchanged when anything fails.",
+     RunThumbnail},
+    {"pages", "velmora pages FILE [--json]",
+     "List the images of a TIFF file as a document: for each, the page it belongs to, whether\n"
+     "it is a page, a reduced-resolution image (thumbnail) or a mask, and its size as shown;\n"
+     "and whether the file's page numbers could be used.",
+     RunPages},
     {"sample", "velmora sample OUT.tif",
      "Write a small two-page TIFF (a grey page and a colour page) to try the other commands on.", RunSample},
 };
