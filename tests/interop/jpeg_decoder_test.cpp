@@ -45,10 +45,7 @@ constexpr const char* kCjpeg = "/usr/bin/cjpeg";
 constexpr const char* kJpegtran = "/usr/bin/jpegtran";
 
 
-std::vector<uint8_t> ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
+using velmora::peers::ReadFile;
 
 // Pixels top row first: grey, or red-green-blue triples.
 struct Picture {

@@ -34,32 +34,8 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 namespace fs = std::filesystem;
 
-bool RunCommand(const std::string& command, std::string* out) {
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) return false;
-    char buffer[4096];
-    size_t got;
-    out->clear();
-    while ((got = fread(buffer, 1, sizeof buffer, pipe)) > 0) out->append(buffer, got);
-    return pclose(pipe) == 0;
-}
-
-
-class TempDirectory {
-public:
-    TempDirectory() {
-        char pattern[] = "/tmp/velmora-jpegenc-XXXXXX";
-        path_ = mkdtemp(pattern) != nullptr ? pattern : "";
-    }
-    ~TempDirectory() {
-        std::error_code ignored;
-        if (!path_.empty()) fs::remove_all(path_, ignored);
-    }
-    std::string File(const std::string& name) const { return path_ + "/" + name; }
-
-private:
-    std::string path_;
-};
+using velmora::peers::ReadFile;
+using TempDirectory = velmora::peers::TempDir;
 
 // ---- Images ------------------------------------------------------------------
 
@@ -312,24 +288,24 @@ TEST(JpegEncoderInterop, CorpusDecodesWithLibjpegDjpegAndPillow) {
         }
     }
 
-    TempDirectory directory;
+    TempDirectory directory("velmora-jpegenc");
     REQUIRE_PEER(velmora::peers::Have("/usr/bin/djpeg"), "djpeg");
     std::string names;
     for (const CorpusCase& c : corpus) {
-        std::string path = directory.File(c.name + ".jpg");
+        std::string path = directory.Path(c.name + ".jpg");
         std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(c.jpeg.data()), c.jpeg.size());
         names += " '" + path + "'";
         std::string out;
-        EXPECT_TRUE(RunCommand("djpeg -outfile /dev/null '" + path + "' 2>&1", &out)) << c.name << ": " << out;
+        EXPECT_TRUE(velmora::peers::Output("djpeg -outfile /dev/null '" + path + "' 2>&1", &out)) << c.name << ": " << out;
         EXPECT_EQ(out, "") << c.name;  // not even a warning
     }
     std::string pillowProbe = std::string(VELMORA_PYTHON) + " -c 'import PIL'";
     REQUIRE_PEER(velmora::peers::Run(pillowProbe), std::string("Pillow for ") + VELMORA_PYTHON);
-    std::string script = directory.File("sizes.py");
+    std::string script = directory.Path("sizes.py");
     std::ofstream(script) << "import sys\nfrom PIL import Image\nfor p in sys.argv[1:]:\n"
                              "    im = Image.open(p)\n    im.load()\n    print(im.size[0], im.size[1], im.mode)\n";
     std::string out;
-    ASSERT_TRUE(RunCommand(std::string(VELMORA_PYTHON) + " '" + script + "'" + names + " 2>&1", &out)) << out;
+    ASSERT_TRUE(velmora::peers::Output(std::string(VELMORA_PYTHON) + " '" + script + "'" + names + " 2>&1", &out)) << out;
     std::string expected;
     for (const CorpusCase& c : corpus) {
         expected += std::to_string(c.source.width) + " " + std::to_string(c.source.height) +
@@ -346,23 +322,18 @@ void WritePnm(const Image& image, const std::string& path) {
     out.write(reinterpret_cast<const char*>(image.pixels.data()), image.pixels.size());
 }
 
-Bytes ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 TEST(JpegEncoderInterop, TablesAndPixelsMatchCjpegAtTheSameQuality) {
     REQUIRE_PEER(velmora::peers::Run("cjpeg -version"), "cjpeg");
-    TempDirectory directory;
+    TempDirectory directory("velmora-jpegenc");
     for (uint8_t components : {1, 3}) {
         Image source = MakeImage(Kind::Photo, 640, 480, components, 40 + components);
-        std::string input = directory.File(components == 1 ? "in.pgm" : "in.ppm");
+        std::string input = directory.Path(components == 1 ? "in.pgm" : "in.ppm");
         WritePnm(source, input);
         for (int32_t quality : {5, 30, 50, 75, 90, 100}) {
             SCOPED_TRACE("components " + std::to_string(components) + " quality " + std::to_string(quality));
-            std::string output = directory.File("peer.jpg");
+            std::string output = directory.Path("peer.jpg");
             std::string out;
-            ASSERT_TRUE(RunCommand("cjpeg -quality " + std::to_string(quality) + " -baseline -sample 2x2 -outfile '" +
+            ASSERT_TRUE(velmora::peers::Output("cjpeg -quality " + std::to_string(quality) + " -baseline -sample 2x2 -outfile '" +
                                        output + "' '" + input + "' 2>&1",
                                    &out))
                 << out;
@@ -392,14 +363,14 @@ TEST(JpegEncoderInterop, TablesAndPixelsMatchCjpegAtTheSameQuality) {
 
 TEST(JpegEncoderInterop, OptimisedTablesAreNoLargerThanCjpegOptimize) {
     REQUIRE_PEER(velmora::peers::Run("cjpeg -version"), "cjpeg");
-    TempDirectory directory;
+    TempDirectory directory("velmora-jpegenc");
     Image source = MakeImage(Kind::Photo, 640, 480, 3, 77);
-    std::string input = directory.File("in.ppm");
+    std::string input = directory.Path("in.ppm");
     WritePnm(source, input);
-    std::string output = directory.File("peer.jpg");
+    std::string output = directory.Path("peer.jpg");
     std::string out;
     ASSERT_TRUE(
-        RunCommand("cjpeg -quality 75 -optimize -sample 2x2 -outfile '" + output + "' '" + input + "' 2>&1", &out));
+        velmora::peers::Output("cjpeg -quality 75 -optimize -sample 2x2 -outfile '" + output + "' '" + input + "' 2>&1", &out));
     Bytes peer = ReadFile(output);
     JpegEncoderSettings settings;
     settings.sampling = ChromaSampling::H2V2;

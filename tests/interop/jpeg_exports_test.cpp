@@ -24,11 +24,6 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-Bytes ReadAll(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 bool Shell(const std::string& command) { return std::system(command.c_str()) == 0; }
 
 // A host's JPEG handle: a movable block holding the stream.
@@ -95,7 +90,7 @@ protected:
     Bytes Make(const std::string& options) {
         const std::string out = Path("made.jpg");
         EXPECT_TRUE(Shell("/usr/bin/cjpeg " + options + " -outfile " + out + " " + Path("source.ppm")));
-        return ReadAll(out);
+        return velmora::peers::ReadFile(out);
     }
 
     std::string directory_;

@@ -41,21 +41,12 @@ struct Picture {
     Bytes pixels;  // top row first, RGB or grey
 };
 
-Bytes ReadAll(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void WriteAll(const std::string& path, const Bytes& bytes) {
-    std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
-
+using velmora::peers::ReadFile;
 bool Shell(const std::string& command) { return std::system(command.c_str()) == 0; }
 
 // A binary PPM or PGM as djpeg writes it.
 bool ReadPnm(const std::string& path, Picture* picture) {
-    Bytes bytes = ReadAll(path);
+    Bytes bytes = ReadFile(path);
     if (bytes.size() < 3 || bytes[0] != 'P' || (bytes[1] != '5' && bytes[1] != '6')) return false;
     picture->channels = bytes[1] == '6' ? 3 : 1;
     size_t at = 2;
@@ -192,7 +183,7 @@ protected:
 
     // djpeg's decoding of a stream, without chroma smoothing.
     bool Reference(const Bytes& jpeg, Picture* picture) {
-        WriteAll(Path("part.jpg"), jpeg);
+        velmora::peers::WriteFile(Path("part.jpg"), jpeg);
         return Shell("/usr/bin/djpeg -dct int -outfile " + Path("part.pnm") + " " + Path("part.jpg")) &&
                ReadPnm(Path("part.pnm"), picture);
     }
@@ -273,7 +264,7 @@ TEST_F(JpegTiffPages, OldStylePagesMatchDjpeg) {
         const std::string jpegPath = Path("old.jpg");
         ASSERT_TRUE(Shell(std::string("/usr/bin/cjpeg -quality 85 ") + (grey ? "-grayscale " : "") + "-outfile " +
                           jpegPath + " " + Path("source.ppm")));
-        const Bytes jpeg = ReadAll(jpegPath);
+        const Bytes jpeg = ReadFile(jpegPath);
         Picture expected;
         ASSERT_TRUE(Reference(jpeg, &expected));
         Parsed parsed;
@@ -319,7 +310,7 @@ TEST_F(JpegTiffPages, OldStylePagesMatchDjpeg) {
             if (!grey) fields.push_back(Short(530, {parsed.h, parsed.v}));
             builder.AddDirectory(fields);
             const std::string path = Path("old.tif");
-            WriteAll(path, bytes);
+            velmora::peers::WriteFile(path, bytes);
 
             Picture actual;
             uint32_t error = 0;
@@ -428,7 +419,7 @@ TEST_F(JpegTiffPages, StripsTheEncoderWritesDecodeInLibtiff) {
         }
         builder.AddDirectory(fields);
         const std::string path = Path("written.tif");
-        WriteAll(path, bytes);
+        velmora::peers::WriteFile(path, bytes);
 
         Picture ours;
         uint32_t error = 0;

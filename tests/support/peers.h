@@ -34,6 +34,17 @@ inline std::string Output(const std::string& command) {
     return pclose(pipe) == 0 ? text : std::string();
 }
 
+// Runs a shell command; true when it succeeds, with its standard output in
+// `*out` either way.
+inline bool Output(const std::string& command, std::string* out) {
+    out->clear();
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) return false;
+    char buffer[4096];
+    for (size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) out->append(buffer, got);
+    return pclose(pipe) == 0;
+}
+
 // Whether the program at `path` exists and may be run.
 inline bool Have(const char* path) { return access(path, X_OK) == 0; }
 
