@@ -372,6 +372,7 @@ typedef struct VelmoraResolutionScale {
 #define VELMORA_COMPRESSION_CCITT_RLE    10  /* TIFF 2, modified Huffman */
 /* Two choices for writers only (VelmoraAppendTIFF.compression). */
 #define VELMORA_COMPRESSION_GROUP3_2D    11  /* TIFF 3 with two-dimensional rows (T4Options bit 0) */
+#define VELMORA_COMPRESSION_DEFLATE      12  /* TIFF 8, zlib streams (read as VELMORA_COMPRESSION_OTHER) */
 #define VELMORA_COMPRESSION_DEFAULT      0xFFFF /* keep a copied page's coding; a DIB's colour type's default */
 
 /*
@@ -654,7 +655,7 @@ typedef struct VelmoraAppendTIFF {
  * bits, rows uncompressed or, at 16 and 32 bits, in bit fields).
  *
  * compression is one of the VELMORA_COMPRESSION_... codes NONE, PACKBITS,
- * LZW (every page), GROUP4, GROUP3, GROUP3_2D, CCITT_RLE (bi-level pages:
+ * LZW, DEFLATE (every page), GROUP4, GROUP3, GROUP3_2D, CCITT_RLE (bi-level pages:
  * 1-bit DIBs with a grey table), JPEG (grey and colour pages; baseline,
  * quality 75, colour as YCbCr with 2 x 2 chroma, tables in JPEGTables), or
  * VELMORA_COMPRESSION_DEFAULT: a TIFF page keeps its coding, a DIB gets Group

@@ -1,5 +1,6 @@
-// Encoders of the byte-oriented TIFF compressions: LZW (Compression 5) and
-// PackBits (32773). Both code the strip's rows as bytes, with no predictor.
+// Encoders of the byte-oriented TIFF compressions: LZW (Compression 5),
+// PackBits (32773) and Deflate (8). They code the strip's rows as bytes, with
+// no predictor.
 //
 // LZW codes the whole strip as one stream, TIFF's most-significant-bit-first
 // form with the early width change: Clear first, EndOfInformation last, the
@@ -19,5 +20,7 @@ namespace velmora {
 
 uint64_t EncodeLzwStrip(const EncoderStrip& strip, ErrorRecord* record);
 uint64_t EncodePackBitsStrip(const EncoderStrip& strip, ErrorRecord* record);
+// A zlib stream of Deflate blocks (Compression 8); see deflate_encoder.cpp.
+uint64_t EncodeDeflateStrip(const EncoderStrip& strip, ErrorRecord* record);
 
 }  // namespace velmora

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "codecs/adler32.h"
+#include "codecs/deflate_tables.h"
 #include "io/byte_order.h"
 
 namespace velmora {
@@ -61,19 +62,6 @@ inline uint32_t Lookup(const uint32_t* table, uint64_t bits) {
     if (e & kLinkFlag) e = table[Value(e) + (static_cast<uint32_t>(bits >> Primary) & ((1u << CodeBits(e)) - 1))];
     return e;
 }
-
-// RFC 1951 section 3.2.5.
-constexpr uint16_t kLengthBase[29] = {3,  4,  5,  6,  7,  8,  9,  10, 11,  13,  15,  17,  19,  23, 27,
-                                      31, 35, 43, 51, 59, 67, 83, 99, 115, 131, 163, 195, 227, 258};
-constexpr uint8_t kLengthExtra[29] = {0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2,
-                                      2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5, 0};
-constexpr uint16_t kDistanceBase[30] = {1,    2,    3,    4,    5,    7,    9,    13,    17,    25,
-                                        33,   49,   65,   97,   129,  193,  257,  385,   513,   769,
-                                        1025, 1537, 2049, 3073, 4097, 6145, 8193, 12289, 16385, 24577};
-constexpr uint8_t kDistanceExtra[30] = {0, 0, 0, 0, 1, 1, 2, 2,  3,  3,  4,  4,  5,  5,  6,
-                                        6, 7, 7, 8, 8, 9, 9, 10, 10, 11, 11, 12, 12, 13, 13};
-// RFC 1951 section 3.2.7: the order of the code-length code's lengths.
-const uint8_t kCodeLengthOrder[19] = {16, 17, 18, 0, 8, 7, 9, 6, 10, 5, 11, 4, 12, 3, 13, 2, 14, 1, 15};
 
 // Every symbol's entry without its code length.
 struct SymbolEntries {

@@ -30,7 +30,7 @@ namespace {
 
 // TIFF Compression values.
 constexpr uint16_t kTiffNone = 1, kTiffModifiedHuffman = 2, kTiffGroup3 = 3, kTiffGroup4 = 4, kTiffLzw = 5,
-                   kTiffJpeg = 7, kTiffPackBits = 32773;
+                   kTiffJpeg = 7, kTiffDeflate = 8, kTiffPackBits = 32773, kTiffOldDeflate = 32946;
 // PhotometricInterpretation values.
 constexpr uint16_t kWhiteIsZero = 0, kBlackIsZero = 1, kRgb = 2, kPalette = 3, kYCbCr = 6;
 constexpr uint16_t kTagIccProfile = 34675;
@@ -60,6 +60,7 @@ uint16_t TiffCompressionOf(uint16_t code) {
         case VELMORA_COMPRESSION_LZW: return kTiffLzw;
         case VELMORA_COMPRESSION_JPEG: return kTiffJpeg;
         case VELMORA_COMPRESSION_CCITT_RLE: return kTiffModifiedHuffman;
+        case VELMORA_COMPRESSION_DEFLATE: return kTiffDeflate;
         default: return 0;
     }
 }
@@ -537,6 +538,7 @@ bool WriteDibStrips(TiffFile* tiff, DibRowReader* rows, const DibPlan& plan, con
         switch (plan.tiffCompression) {
             case kTiffLzw: EncodeLzwStrip(job, record); break;
             case kTiffPackBits: EncodePackBitsStrip(job, record); break;
+            case kTiffDeflate: EncodeDeflateStrip(job, record); break;
             case kTiffModifiedHuffman:
             case kTiffGroup3:
             case kTiffGroup4: fax.Encode(job, record); break;
@@ -605,6 +607,7 @@ bool WriteDib(TiffFile* tiff, HGLOBAL image, const BITMAPINFOHEADER* header, con
 // The compression code a page's own coding is chosen by; 0xFFFE for one
 // that has none.
 uint16_t WriteCodeOf(const TiffPageInfo& info) {
+    if (info.compression == kTiffDeflate || info.compression == kTiffOldDeflate) return VELMORA_COMPRESSION_DEFLATE;
     const TiffCompression* coding = FindCompression(info.compression);
     if (coding == nullptr || coding->reported == VELMORA_COMPRESSION_OTHER) return 0xFFFE;
     if (info.compression == kTiffGroup3 && (info.t4Options & 1) != 0) return kWriteGroup3TwoD;
@@ -739,6 +742,7 @@ bool CompressionWritable(uint16_t compression, PageKind kind) {
     switch (TiffCompressionOf(compression)) {
         case kTiffNone:
         case kTiffPackBits:
+        case kTiffDeflate:
         case kTiffLzw: return true;
         case kTiffModifiedHuffman:
         case kTiffGroup3:

@@ -58,6 +58,7 @@ bool Writable(uint16_t compression) {
         case VELMORA_COMPRESSION_JPEG:
         case VELMORA_COMPRESSION_CCITT_RLE:
         case VELMORA_COMPRESSION_GROUP3_2D:
+        case VELMORA_COMPRESSION_DEFLATE:
         case VELMORA_COMPRESSION_DEFAULT: return true;
         default: return false;
     }

@@ -1,4 +1,4 @@
-// The LZW and PackBits encoders against libtiff: strips of text-like rows,
+// The LZW, PackBits and Deflate encoders against libtiff: strips of text-like rows,
 // noise, long uniform stretches (the LZW table fills and is cleared), data
 // whose compressibility drops part-way (the ratio check clears the table),
 // and RGB rows coded with red and blue exchanged go into TIFF files that
@@ -23,8 +23,9 @@ std::vector<uint8_t> Encode(uint16_t compression, const velmora::EncoderStrip& j
     velmora::ErrorRecord record;
     velmora::EncoderStrip strip = job;
     strip.out = velmora::OpenMemoryStream(false, &record);
-    uint64_t written = compression == COMPRESSION_LZW ? velmora::EncodeLzwStrip(strip, &record)
-                                                      : velmora::EncodePackBitsStrip(strip, &record);
+    uint64_t written = compression == COMPRESSION_LZW        ? velmora::EncodeLzwStrip(strip, &record)
+                       : compression == COMPRESSION_PACKBITS ? velmora::EncodePackBitsStrip(strip, &record)
+                                                             : velmora::EncodeDeflateStrip(strip, &record);
     std::vector<uint8_t> bytes = velmora::testing_support::CloseAndTake(strip.out, &record);
     EXPECT_EQ(written, bytes.size());
     *error = record.code;
@@ -70,7 +71,7 @@ std::vector<Image> MakeImages() {
 
 TEST(ByteEncoders, StripsDecodeInLibtiffToTheCodedBytes) {
     std::string path = (std::filesystem::temp_directory_path() / ("velmora_byte_encoders_" + std::to_string(getpid()) + ".tif")).string();
-    for (uint16_t compression : {COMPRESSION_LZW, COMPRESSION_PACKBITS}) {
+    for (uint16_t compression : {COMPRESSION_LZW, COMPRESSION_PACKBITS, COMPRESSION_ADOBE_DEFLATE}) {
         for (const Image& image : MakeImages()) {
             for (uint32_t rowsPerStrip : {image.height, 7u}) {
                 SCOPED_TRACE(testing::Message() << image.name << " compression " << compression << " rows/strip "

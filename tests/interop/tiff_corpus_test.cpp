@@ -717,7 +717,8 @@ TEST_F(TiffReadCorpus, EveryPageWritesBackForLibtiff) {
         const WORD compressions[] = {VELMORA_COMPRESSION_NONE,      VELMORA_COMPRESSION_PACKBITS,
                                      VELMORA_COMPRESSION_LZW,       VELMORA_COMPRESSION_GROUP4,
                                      VELMORA_COMPRESSION_GROUP3,    VELMORA_COMPRESSION_GROUP3_2D,
-                                     VELMORA_COMPRESSION_CCITT_RLE, VELMORA_COMPRESSION_JPEG};
+                                     VELMORA_COMPRESSION_CCITT_RLE, VELMORA_COMPRESSION_JPEG,
+                                     VELMORA_COMPRESSION_DEFLATE};
         for (WORD compression : compressions) {
             const bool fax = compression == VELMORA_COMPRESSION_GROUP4 || compression == VELMORA_COMPRESSION_GROUP3 ||
                              compression == VELMORA_COMPRESSION_GROUP3_2D ||

@@ -20,6 +20,7 @@ const CompressionName kCompressions[] = {
     {"g3-2d", VELMORA_COMPRESSION_GROUP3_2D},   {"mh", VELMORA_COMPRESSION_CCITT_RLE},
     {"lzw", VELMORA_COMPRESSION_LZW},           {"packbits", VELMORA_COMPRESSION_PACKBITS},
     {"none", VELMORA_COMPRESSION_NONE},         {"jpeg", VELMORA_COMPRESSION_JPEG},
+    {"deflate", VELMORA_COMPRESSION_DEFLATE},
 };
 
 struct ColorName {

@@ -38,7 +38,7 @@ const Command kCommands[] = {
     {"convert", "velmora convert IN.tif OUT.tif [--compression NAME] [--pages LIST] [--color TYPE]",
      "Write the pages of a TIFF file (all, or a list such as 1,3-5) into a new TIFF file. Pages\n"
      "keep their coding unless --compression names another: g4, g3, g3-2d, mh (bi-level pages),\n"
-     "lzw, packbits, none (every page), jpeg (grey and colour pages). --color converts every page\n"
+     "lzw, deflate, packbits, none (every page), jpeg (grey and colour pages). --color converts every page\n"
      "to bw, dither (dithered black and white), gray16, gray256, pal16, pal256 or rgb. Pages that\n"
      "are decoded to be coded again are stored upright. Shows progress on a terminal.",
      RunConvert},
