@@ -15,6 +15,10 @@
  *    (out of range, unknown flag bits, a record whose size field is not one
  *    of its accepted sizes: error 87), pointers (NULL where a buffer, record
  *    or string is required: error 998), windows (not a window: error 1400).
+ *  - Out-parameters (pointers to which a function writes its results) are
+ *    checked with the other pointers and then set to zero (NULL), so after a
+ *    failure they hold zero; records passed in to be changed in place are
+ *    left as they were when the function fails.
  *  - On failure a function returns 0 (or -1 for counts and indexes, or -2
  *    where stated) and sets the library's last error: its code through
  *    GetLastVelmoraErrorCode and the thread's GetLastError, its message
@@ -509,9 +513,11 @@ VELMORA_EXPORT BOOL VELMORA_API OCRVelmoraTIFF(UINT_PTR value1, UINT_PTR value2,
  * ---------------------------------------------------------------------- */
 
 /* Flags of VelmoraReadTIFFDIB. */
-#define VELMORA_READ_TIFF_FAST              0x0001u  /* faster, reduced-quality decoding */
+#define VELMORA_READ_TIFF_FAST              0x0001u  /* may trade quality for speed; in this edition
+                                                        pages decode exactly as without it */
 #define VELMORA_READ_TIFF_BURN_ANNOTATIONS  0x0002u  /* draw the page's annotations into the DIB
-                                                        (needs the larger record) */
+                                                        (needs the larger record); in this edition
+                                                        refused after the checks */
 
 /* The parameters of ReadVelmoraOpenTIFFDIBEx. */
 typedef struct VelmoraReadTIFFDIB {
@@ -533,14 +539,18 @@ typedef struct VelmoraReadTIFFDIB {
  * Decodes a page of an open TIFF into a new packed DIB that the caller owns
  * (free it with GlobalFree). The DIB's resolution is the page's; a page
  * stored rotated (Orientation 5 to 8, or 3 and 4) comes out turned as it is
- * meant to be seen. With VELMORA_READ_TIFF_BURN_ANNOTATIONS the page's own
- * annotations are drawn into the DIB.
- * Returns NULL on failure: 998 for an unreadable record or a callback that is
- * not code; 87 for a wrong size, page 0, unknown flags, burning in with the
- * short record, or burn-in options of 16 or more; 6 for an invalid TIFF;
- * 0x02000003 for a page that does not exist; 0x02000005 for a page the
- * library cannot decode, 0x02000001 for an unknown compression; 1223 when
- * the callback cancelled.
+ * meant to be seen. VELMORA_READ_TIFF_BURN_ANNOTATIONS is checked and then
+ * refused: annotations are not drawn into pages in this edition.
+ * Returns NULL on failure: VELMORA_ERROR_NO_ACCESS (998) for an unreadable
+ * record or a callback that is not code; VELMORA_ERROR_INVALID_PARAMETER (87)
+ * for a wrong size, page 0, unknown flags, burning in with the short record,
+ * or burn-in options of 16 or more; VELMORA_ERROR_INVALID_HANDLE (6) for an
+ * invalid TIFF; VELMORA_ERROR_UNSUPPORTED_ANNOTATIONS for burning in;
+ * VELMORA_ERROR_IFD_NOT_FOUND for a page that does not exist;
+ * VELMORA_ERROR_UNSUPPORTED_IMAGE_TYPE for a page the library cannot decode,
+ * VELMORA_ERROR_UNKNOWN_IMAGE_TYPE for an unknown compression; VELMORA_ERROR_CANCELLED (1223) when the callback
+ * cancelled; VELMORA_ERROR_NOT_ENOUGH_MEMORY (8) when a page is too large for
+ * the memory there is.
  */
 VELMORA_EXPORT HGLOBAL VELMORA_API ReadVelmoraOpenTIFFDIBEx(const VelmoraReadTIFFDIB *read);
 
@@ -676,14 +686,17 @@ typedef struct VelmoraAppendTIFF {
  * others are refused with reason VELMORA_APPEND_REASON_FLAGS, as are flags
  * whose fields lie beyond the record's size.
  *
- * Returns 1 or 0: 6 for an invalid TIFF (destination or source); 998 for an
- * unreadable record; 87 for a size that is not one of
+ * Returns 1 or 0: VELMORA_ERROR_INVALID_HANDLE for an invalid TIFF
+ * (destination or source); VELMORA_ERROR_NO_ACCESS for an unreadable record;
+ * VELMORA_ERROR_INVALID_PARAMETER for a size that is not one of
  * VELMORA_APPEND_TIFF_SIZE_V*, or a refused field (its reason in reason with
- * VELMORA_APPEND_REASON; reason is set to 0 first); 0x0200001B when the
- * destination is a BigTIFF; the source's own errors (0x02000003 for a
- * missing source page, 0x02000006 for a strip outside the source file);
- * 1223 when the progress callback cancelled; the system's error when
- * writing fails.
+ * VELMORA_APPEND_REASON; reason is set to 0 first);
+ * VELMORA_ERROR_UNSUPPORTED_FILE_TYPE when the destination is a BigTIFF; the
+ * source's own errors (VELMORA_ERROR_IFD_NOT_FOUND for a missing source
+ * page, VELMORA_ERROR_BAD_IMAGE_DATA for a strip outside the source file);
+ * VELMORA_ERROR_CANCELLED when the progress callback cancelled; the
+ * system's error when writing fails. The file is unchanged after any of
+ * them.
  */
 VELMORA_EXPORT BOOL VELMORA_API AppendVelmoraOpenTIFFEx(HGLOBAL tiff, VelmoraAppendTIFF *append);
 

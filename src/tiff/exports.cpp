@@ -150,8 +150,7 @@ BOOL VELMORA_API SetVelmoraTIFFResolutionScale(VelmoraResolutionScale* value, DW
 
 BOOL VELMORA_API VelmoraDoubleToURational(double value, DWORD* numerator, DWORD* denominator) {
     ExportCall call;
-    if (!call.Gate() || !call.Value(!(value < 0)) || !call.Writable(numerator, sizeof *numerator) ||
-        !call.Writable(denominator, sizeof *denominator)) {
+    if (!call.Gate() || !call.Value(!(value < 0)) || !call.Out(numerator) || !call.Out(denominator)) {
         return 0;
     }
     Fraction result = velmora::FractionFromDouble(value, &call.record);
@@ -232,7 +231,7 @@ BOOL VELMORA_API GetVelmoraTIFFSize(HGLOBAL handle, DWORD page, DWORD* width, DW
     ExportCall call;
     TiffFile* tiff;
     if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr || !call.Value(page != 0) ||
-        !call.Writable(width, sizeof *width) || !call.Writable(length, sizeof *length)) {
+        !call.Out(width) || !call.Out(length)) {
         return 0;
     }
     PageRead info(tiff, page, &call.record, {velmora::kFieldImageWidth, velmora::kFieldImageLength});
@@ -348,7 +347,7 @@ BOOL VELMORA_API GetVelmoraTIFFResolution(HGLOBAL handle, DWORD page, VelmoraRes
     ExportCall call;
     TiffFile* tiff;
     if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr || !call.Value(page != 0) ||
-        !call.Writable(resolution, sizeof *resolution)) {
+        !call.Out(resolution)) {
         return 0;
     }
     PageRead info(tiff, page, &call.record, {velmora::kFieldXResolution, velmora::kFieldYResolution});
@@ -365,7 +364,7 @@ BOOL VELMORA_API GetVelmoraTIFFScale(HGLOBAL handle, DWORD page, VelmoraResoluti
     ExportCall call;
     TiffFile* tiff;
     if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr || !call.Value(page != 0) ||
-        !call.Writable(scale, sizeof *scale)) {
+        !call.Out(scale)) {
         return 0;
     }
     PageRead info(tiff, page, &call.record, {velmora::kFieldXScale, velmora::kFieldYScale});
@@ -414,7 +413,7 @@ BOOL VELMORA_API GetVelmoraTIFFDateTime(HGLOBAL handle, DWORD page, VelmoraTIFFD
     ExportCall call;
     TiffFile* tiff;
     if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr || !call.Value(page != 0) ||
-        !call.Writable(dateTime, sizeof *dateTime) || !call.Writable(text, sizeof *text)) {
+        !call.Out(dateTime) || !call.Out(text)) {
         return 0;
     }
     PageRead info(tiff, page, &call.record, {velmora::kFieldDateTime});
@@ -450,11 +449,9 @@ LONG VELMORA_API GetVelmoraTIFFIFDSize(HGLOBAL handle, DWORD page) {
 
 BOOL VELMORA_API GetVelmoraTIFFOCRText(HGLOBAL handle, DWORD page, HGLOBAL* text, LPDWORD size) {
     ExportCall call;
-    if (!call.Gate() || !call.Handle(handle) || !call.Value(page != 0) || !call.Writable(text, sizeof *text) ||
-        !call.Writable(size, sizeof *size)) {
+    if (!call.Gate() || !call.Handle(handle) || !call.Value(page != 0) || !call.Out(text) || !call.Out(size)) {
         return 0;
     }
-    *text = nullptr;
     // Reading OCR text is not part of this edition.
     ExportCall::Fail(velmora::kErrCallNotImplemented);
     return 0;
