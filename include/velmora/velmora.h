@@ -489,11 +489,15 @@ VELMORA_EXPORT BOOL VELMORA_API GetVelmoraTIFFDateTime(HGLOBAL tiff, DWORD page,
 VELMORA_EXPORT LONG VELMORA_API GetVelmoraTIFFIFDSize(HGLOBAL tiff, DWORD page);
 
 /*
- * Collects the page's annotations from every source (the library's own
- * annotation tag, the two foreign annotation tags converted, and the
- * companion ".art" file of a TIFF document) into one annotation stream:
- * *annotations receives a movable block that the caller frees with
- * GlobalFree, *size its byte count. Returns 1 or 0.
+ * Collects the page's annotations into one annotation stream: *annotations
+ * receives a movable block that the caller frees with GlobalFree, *size its
+ * byte count; a page without annotations gives 1 with NULL and 0. In this
+ * edition the stream is the library's own annotation block (tag 33938) as
+ * stored; a page that carries annotations in one of the two foreign formats
+ * (tags 32932 and 33581), which need converting, is refused with
+ * VELMORA_ERROR_UNSUPPORTED_ANNOTATIONS. Returns 1 or 0: also
+ * VELMORA_ERROR_INVALID_HANDLE, VELMORA_ERROR_INVALID_PARAMETER for page 0,
+ * VELMORA_ERROR_NO_ACCESS for a NULL out-pointer, the reader's errors.
  */
 VELMORA_EXPORT BOOL VELMORA_API GetVelmoraTIFFAnnotations(HGLOBAL tiff, DWORD page, HGLOBAL *annotations, DWORD *size);
 

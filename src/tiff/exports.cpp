@@ -586,3 +586,29 @@ LONG VELMORA_API GetVelmoraDocumentTypeCaps(LONG type) {
     if (!call.Value(caps >= 0)) return -1;
     return caps;
 }
+
+BOOL VELMORA_API GetVelmoraTIFFAnnotations(HGLOBAL handle, DWORD page, HGLOBAL* annotations, DWORD* size) {
+    ExportCall call;
+    TiffFile* tiff;
+    if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr || !call.Value(page != 0) || !call.Out(annotations) ||
+        !call.Out(size)) {
+        return 0;
+    }
+    TiffPageInfo info;
+    velmora::SetWantedList(&info, velmora::kFieldAnnotations, velmora::kFieldWangAnnotations,
+                           velmora::kFieldSecondAnnotations, velmora::kFieldListEnd);
+    if (!velmora::ReadPageInfo(tiff, page, 0, &info, &call.record)) return call.Finish();
+    // The foreign formats are converted into the library's own by the
+    // annotation layer, which this edition does not have: a page that holds
+    // them is refused rather than answered with part of its annotations.
+    if (velmora::IsPresent(&info, velmora::kFieldWangAnnotations) ||
+        velmora::IsPresent(&info, velmora::kFieldSecondAnnotations)) {
+        velmora::SetRecordError(&call.record, velmora::kErrUnsupportedAnnotations, 0);
+    } else if (info.annotations.handle != nullptr) {
+        *annotations = info.annotations.handle;
+        *size = info.annotations.size;
+        info.annotations.handle = nullptr;
+    }
+    velmora::FreePageInfo(&info);
+    return call.Finish();
+}

@@ -192,9 +192,13 @@ TEST(TiffWriter, DibPagesCarryTheirTextsResolutionScaleAndBlocks) {
     HGLOBAL ocr = platform::MemAlloc(GMEM_MOVEABLE, 5);
     std::memcpy(platform::MemLock(ocr), "words", 5);
     platform::MemUnlock(ocr);
+    HGLOBAL marks = platform::MemAlloc(GMEM_MOVEABLE, 7);
+    std::memcpy(platform::MemLock(marks), "\x07\0\0\0abc", 7);
+    platform::MemUnlock(marks);
     VelmoraAppendTIFF a = DibRecord(dib);
     a.flags |= VELMORA_APPEND_RESOLUTION | VELMORA_APPEND_SCALE | VELMORA_APPEND_OCR_TEXT | VELMORA_APPEND_TEXT(0) |
-               VELMORA_APPEND_TEXT(7);
+               VELMORA_APPEND_TEXT(7) | VELMORA_APPEND_ANNOTATIONS;
+    a.annotations = marks;
     a.resolution = &resolution;
     a.scale = &scale;
     a.ocrText = ocr;
@@ -212,6 +216,15 @@ TEST(TiffWriter, DibPagesCarryTheirTextsResolutionScaleAndBlocks) {
     ASSERT_EQ(GetVelmoraTIFFScale(tiff, 1, &got), 1);
     EXPECT_EQ(got.xNumerator, 1000u);
     EXPECT_EQ(got.xDenominator, 254u);
+    HGLOBAL stored = nullptr;
+    DWORD storedSize = 0;
+    ASSERT_EQ(GetVelmoraTIFFAnnotations(tiff, 1, &stored, &storedSize), 1);
+    ASSERT_EQ(storedSize, 7u);
+    EXPECT_EQ(std::memcmp(platform::MemLock(stored), "\x07\0\0\0abc", 7), 0);
+    platform::MemUnlock(stored);
+    platform::MemFree(stored);
+    ASSERT_EQ(GetVelmoraTIFFAnnotations(tiff, 2, &stored, &storedSize), 1);
+    EXPECT_EQ(stored, nullptr);
     WORD code = 0;
     ASSERT_EQ(GetVelmoraTIFFCompression(tiff, 1, &code), 1);
     EXPECT_EQ(code, VELMORA_COMPRESSION_GROUP4);
@@ -238,6 +251,7 @@ TEST(TiffWriter, DibPagesCarryTheirTextsResolutionScaleAndBlocks) {
     EXPECT_NE(file.find("scanner-7"), std::string::npos);
     EXPECT_NE(file.find("words"), std::string::npos);
     platform::MemFree(ocr);
+    platform::MemFree(marks);
 }
 
 // A page whose strip lies outside its file is refused before anything is
@@ -340,14 +354,20 @@ TEST(TiffWriter, DocumentPagesAndIfdsCopyOut) {
     for (uint64_t ifd = 0; ifd < 3; ++ifd) {
         const uint64_t at = b.bytes().size();
         b.bytes().insert(b.bytes().end(), 16, static_cast<uint8_t>(40 * ifd));
-        b.AddDirectory({Long(254, {ifd == 1 ? 1u : 0u}), Long(256, {8}), Long(257, {2}),
+        std::vector<testing::Field> fields = {Long(254, {ifd == 1 ? 1u : 0u}), Long(256, {8}), Long(257, {2}),
                                               Short(258, {8}), Short(259, {1}), Short(262, {1}), Long(273, {at}),
-                                              Long(278, {2}), Long(279, {16}), Short(297, {ifd == 2 ? 1u : 0u, 2})});
+                                              Long(278, {2}), Long(279, {16}), Short(297, {ifd == 2 ? 1u : 0u, 2})};
+        if (ifd == 0) fields.push_back({32932, 1, 4, {1, 2, 3, 4}});  // foreign annotations
+        b.AddDirectory(fields);
     }
     const std::string path = TempPath("document.tif");
     WriteBytes(path, b.bytes());
     HGLOBAL document = OpenVelmoraTIFFDocument(path.c_str());
     ASSERT_NE(document, nullptr) << std::hex << GetLastVelmoraErrorCode();
+    HGLOBAL marks = nullptr;
+    DWORD markBytes = 0;
+    EXPECT_EQ(GetVelmoraTIFFAnnotations(GetVelmoraTIFFDocumentTIFF(document), 1, &marks, &markBytes), 0);
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 0x02000026u);
 
     HGLOBAL copy = OpenVelmoraTIFF(nullptr, VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 1);
     ASSERT_EQ(CopyVelmoraTIFFDocumentPage(document, 1, copy, nullptr), 1) << std::hex << GetLastVelmoraErrorCode();
