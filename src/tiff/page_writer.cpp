@@ -256,6 +256,9 @@ bool AddExtras(const PageExtras& extras, DirectoryBuilder* builder, ErrorRecord*
     if (extras.ocrText != nullptr) {
         builder->Add(kTagOcrText, kTypeUndefined, extras.ocrTextSize, extras.ocrText, record);
     }
+    if (extras.pageInformation != nullptr) {
+        builder->Add(kTagPageInformation, kTypeUndefined, extras.pageInformationSize, extras.pageInformation, record);
+    }
     return record->ok();
 }
 

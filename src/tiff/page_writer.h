@@ -65,6 +65,8 @@ struct PageExtras {
     uint32_t annotationsSize = 0;
     const uint8_t* ocrText = nullptr;  // an OCR text block
     uint32_t ocrTextSize = 0;
+    const uint8_t* pageInformation = nullptr;  // a page-information block (BuildPageInformation)
+    uint32_t pageInformationSize = 0;
 };
 
 struct PageWriteOptions {

@@ -13,8 +13,12 @@
 #include <gtest/gtest.h>
 
 #include "dib_test_images.h"
+#include "io/stream.h"
 #include "platform/platform.h"
 #include "temp_names.h"
+#include "tiff/page_info.h"
+#include "tiff/page_information.h"
+#include "tiff/page_writer.h"
 #include "tiff_builder.h"
 #include "velmora/velmora.h"
 
@@ -463,6 +467,44 @@ TEST(TiffWriter, ThumbnailsFitTheBoxAndKeepThePhysicalSize) {
     EXPECT_EQ(info.subfileType, 1u);
     CloseVelmoraTIFFDocument(document);
     std::remove(path.c_str());
+}
+
+// The page-information block: values in other units stored in inches, and
+// carried by the page it is written with.
+TEST(TiffWriter, PageInformationBlocksConvertTheirUnitAndTravelWithThePage) {
+    ErrorRecord record;
+    HGLOBAL block = BuildPageInformation(5, Fraction{10, 1}, Fraction{20, 1}, 8, "front", nullptr, &record);
+    ASSERT_NE(block, nullptr);
+    const auto* bytes = static_cast<const uint8_t*>(platform::MemLock(block));
+    const std::vector<uint8_t> stored(bytes, bytes + platform::MemSize(block));
+    platform::MemUnlock(block);
+    platform::MemFree(block);
+    ASSERT_EQ(stored.size(), 41u + 6 + 1);
+    EXPECT_EQ(stored[0], 48);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(stored.data()) + 4), "VelmoraPageInfo");
+    auto u32 = [&](size_t at) { return uint32_t{stored[at]} | stored[at + 1] << 8 | stored[at + 2] << 16; };
+    EXPECT_EQ(u32(20), 5u);
+    EXPECT_EQ(u32(24), 1u);    // 10 per millimetre: 254 per inch
+    EXPECT_EQ(u32(28), 254u);
+    EXPECT_EQ(u32(36), 508u);
+    EXPECT_EQ(stored[40], 2);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(stored.data()) + 41), "front");
+
+    test::TestDib dib = BiLevelDib();
+    TiffFile* tiff = OpenMemoryTiff(&record);
+    PageWriteOptions options;
+    options.extras.pageInformation = stored.data();
+    options.extras.pageInformationSize = static_cast<uint32_t>(stored.size());
+    ASSERT_TRUE(AppendDibPage(tiff, nullptr, dib.header(), dib.bits(), options, &record)) << record.code;
+    TiffPageInfo info;
+    SetWanted(&info, kFieldPageInformation);
+    ASSERT_TRUE(ReadPageInfo(tiff, 1, 0, &info, &record));
+    ASSERT_NE(info.pageInformation.handle, nullptr);
+    EXPECT_EQ(std::memcmp(platform::MemLock(info.pageInformation.handle), stored.data(), stored.size()), 0);
+    platform::MemUnlock(info.pageInformation.handle);
+    FreePageInfo(&info);
+    HGLOBAL data = CloseStream(CloseTiff(tiff, &record), &record);
+    platform::MemFree(data);
 }
 
 }  // namespace
