@@ -140,6 +140,24 @@ struct AppendRequest {
 
 bool HasField(WORD size, WORD needed) { return size >= needed; }
 
+// A resolution or scale record: four non-zero values (else `valueReason`)
+// and a unit from 1 to `lastUnit` (else `unitReason`). Returns 0 when it is
+// taken.
+WORD TakeValues(const VelmoraResolutionScale* record, uint32_t lastUnit, WORD valueReason, WORD unitReason,
+                uint32_t values[4], uint16_t* unit) {
+    if (!velmora::platform::IsReadableMemory(record, sizeof *record) || record->xNumerator == 0 ||
+        record->xDenominator == 0 || record->yNumerator == 0 || record->yDenominator == 0) {
+        return valueReason;
+    }
+    if (record->unit < 1 || record->unit > lastUnit) return unitReason;
+    values[0] = record->xNumerator;
+    values[1] = record->xDenominator;
+    values[2] = record->yNumerator;
+    values[3] = record->yDenominator;
+    *unit = record->unit;
+    return 0;
+}
+
 // Checks the record's fields in their fixed order and fills the request.
 // Returns 0 when the record is accepted, else the reason it is refused.
 WORD CheckRecord(const VelmoraAppendTIFF& a, WORD size, AppendRequest* request) {
@@ -159,28 +177,19 @@ WORD CheckRecord(const VelmoraAppendTIFF& a, WORD size, AppendRequest* request) 
     if (!Writable(a.compression)) return VELMORA_APPEND_REASON_COMPRESSION;
     velmora::PageExtras& extras = request->options.extras;
     if (flags & VELMORA_APPEND_RESOLUTION) {
-        const VelmoraResolutionScale* r = a.resolution;
-        if (!velmora::platform::IsReadableMemory(r, sizeof *r)) return VELMORA_APPEND_REASON_RESOLUTION_VALUE;
-        if (r->xNumerator == 0 || r->xDenominator == 0 || r->yNumerator == 0 || r->yDenominator == 0) {
-            return VELMORA_APPEND_REASON_RESOLUTION_VALUE;
+        if (WORD reason = TakeValues(a.resolution, kResolutionUnits, VELMORA_APPEND_REASON_RESOLUTION_VALUE,
+                                     VELMORA_APPEND_REASON_RESOLUTION_UNIT, extras.resolution,
+                                     &extras.resolutionUnit)) {
+            return reason;
         }
-        if (r->unit < 1 || r->unit > kResolutionUnits) return VELMORA_APPEND_REASON_RESOLUTION_UNIT;
         extras.hasResolution = true;
-        extras.resolution[0] = r->xNumerator, extras.resolution[1] = r->xDenominator;
-        extras.resolution[2] = r->yNumerator, extras.resolution[3] = r->yDenominator;
-        extras.resolutionUnit = r->unit;
     }
     if (flags & VELMORA_APPEND_SCALE) {
-        const VelmoraResolutionScale* s = a.scale;
-        if (!velmora::platform::IsReadableMemory(s, sizeof *s)) return VELMORA_APPEND_REASON_SCALE_VALUE;
-        if (s->xNumerator == 0 || s->xDenominator == 0 || s->yNumerator == 0 || s->yDenominator == 0) {
-            return VELMORA_APPEND_REASON_SCALE_VALUE;
+        if (WORD reason = TakeValues(a.scale, kScaleUnits, VELMORA_APPEND_REASON_SCALE_VALUE,
+                                     VELMORA_APPEND_REASON_SCALE_UNIT, extras.scale, &extras.scaleUnit)) {
+            return reason;
         }
-        if (s->unit < 1 || s->unit > kScaleUnits) return VELMORA_APPEND_REASON_SCALE_UNIT;
         extras.hasScale = true;
-        extras.scale[0] = s->xNumerator, extras.scale[1] = s->xDenominator;
-        extras.scale[2] = s->yNumerator, extras.scale[3] = s->yDenominator;
-        extras.scaleUnit = s->unit;
     }
     if (flags & VELMORA_APPEND_OCR_TEXT) {
         if (!request->ocrText.Lock(a.ocrText)) return VELMORA_APPEND_REASON_OCR_TEXT;
