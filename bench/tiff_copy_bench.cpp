@@ -57,8 +57,9 @@ bool MakeInput() {
         for (uint32_t y = 0; y < kHeight; ++y) {
             const bool textLine = (y / 24) % 2 == 1 && y % 24 < 16;
             for (uint32_t i = 0; i < row.size(); ++i) {
-                row[i] = textLine && i > 20 && i < 200 ? static_cast<uint8_t>(Hash(page * 7919 + y / 3 * 131 + i) & 0x7E)
-                                                        : 0;
+                row[i] = textLine && i > 20 && i < 200
+                             ? static_cast<uint8_t>(Hash(page * 7919 + y / 3 * 131 + i) & 0x7E)
+                             : 0;
             }
             if (TIFFWriteScanline(tif, row.data(), y, 0) != 1) return false;
         }
@@ -150,7 +151,9 @@ int main(int argc, char** argv) {
         return 1;
     }
     benchmark::RegisterBenchmark("CopyFaxDocument/velmora", Velmora)->Unit(benchmark::kMillisecond)->UseRealTime();
-    benchmark::RegisterBenchmark("CopyFaxDocument/libtiff_raw_strips", LibtiffRaw)->Unit(benchmark::kMillisecond)->UseRealTime();
+    benchmark::RegisterBenchmark("CopyFaxDocument/libtiff_raw_strips", LibtiffRaw)
+        ->Unit(benchmark::kMillisecond)
+        ->UseRealTime();
     benchmark::RegisterBenchmark("CopyFaxDocument/tiffcp", Tiffcp)->Unit(benchmark::kMillisecond)->UseRealTime();
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();

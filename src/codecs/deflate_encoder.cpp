@@ -57,8 +57,10 @@ struct SymbolTables {
         for (unsigned code = 0; code < kDistanceCodes; ++code) {
             const unsigned first = kDistanceBase[code], last = first + (1u << kDistanceExtra[code]) - 1;
             for (unsigned d = first; d <= last; ++d) {
-                if (d <= 256) distanceCode[d - 1] = uint8_t(code);
-                else distanceCode[256 + ((d - 1) >> 7)] = uint8_t(code);
+                if (d <= 256)
+                    distanceCode[d - 1] = uint8_t(code);
+                else
+                    distanceCode[256 + ((d - 1) >> 7)] = uint8_t(code);
             }
         }
     }
@@ -168,7 +170,8 @@ void BuildLengths(const uint32_t* counts, unsigned symbols, unsigned limit, uint
         const uint64_t slack = (uint64_t{1} << limit) - kraft;
         unsigned pick = leafCount;
         for (unsigned i = leafCount; i-- > 0;) {
-            if (depth[i] > 1 && (uint64_t{1} << (limit - depth[i])) <= slack && (pick == leafCount || depth[i] > depth[pick])) {
+            if (depth[i] > 1 && (uint64_t{1} << (limit - depth[i])) <= slack &&
+                (pick == leafCount || depth[i] > depth[pick])) {
                 pick = i;
             }
         }
@@ -184,7 +187,8 @@ void AssignCodes(Code* code, unsigned symbols) {
     uint16_t count[kMaxBits + 1] = {}, next[kMaxBits + 2] = {};
     for (unsigned s = 0; s < symbols; ++s) ++count[code->length[s]];
     count[0] = 0;
-    for (unsigned bits = 1; bits <= kMaxBits; ++bits) next[bits + 1] = static_cast<uint16_t>((next[bits] + count[bits]) << 1);
+    for (unsigned bits = 1; bits <= kMaxBits; ++bits)
+        next[bits + 1] = static_cast<uint16_t>((next[bits] + count[bits]) << 1);
     for (unsigned s = 0; s < symbols; ++s) {
         const unsigned length = code->length[s];
         if (length == 0) continue;
@@ -198,7 +202,8 @@ void AssignCodes(Code* code, unsigned symbols) {
 struct FixedCodes {
     Code literal, distance;
     FixedCodes() {
-        for (unsigned s = 0; s < kFixedLiteralCodes; ++s) literal.length[s] = s < 144 ? 8 : s < 256 ? 9 : s < 280 ? 7 : 8;
+        for (unsigned s = 0; s < kFixedLiteralCodes; ++s)
+            literal.length[s] = s < 144 ? 8 : s < 256 ? 9 : s < 280 ? 7 : 8;
         for (unsigned s = 0; s < kDistanceCodes; ++s) distance.length[s] = 5;
         AssignCodes(&literal, kFixedLiteralCodes);
         AssignCodes(&distance, kDistanceCodes);
@@ -216,7 +221,8 @@ unsigned RunLengthCode(const uint8_t* lengths, unsigned count, uint16_t* out) {
         while (i + run < count && lengths[i + run] == length) ++run;
         i += run;
         if (length == 0) {
-            for (; run >= 11; run -= std::min(run, 138u)) out[n++] = static_cast<uint16_t>(18 | (std::min(run, 138u) - 11) << 8);
+            for (; run >= 11; run -= std::min(run, 138u))
+                out[n++] = static_cast<uint16_t>(18 | (std::min(run, 138u) - 11) << 8);
             if (run >= 3) {
                 out[n++] = static_cast<uint16_t>(17 | (run - 3) << 8);
                 run = 0;
@@ -224,7 +230,8 @@ unsigned RunLengthCode(const uint8_t* lengths, unsigned count, uint16_t* out) {
         } else {
             out[n++] = length;
             --run;
-            for (; run >= 3; run -= std::min(run, 6u)) out[n++] = static_cast<uint16_t>(16 | (std::min(run, 6u) - 3) << 8);
+            for (; run >= 3; run -= std::min(run, 6u))
+                out[n++] = static_cast<uint16_t>(16 | (std::min(run, 6u) - 3) << 8);
         }
         for (; run > 0; --run) out[n++] = length;
     }
@@ -305,9 +312,8 @@ private:
         if (at + kMinMatch > size_) return best;
         const uint32_t limit = std::min(kMaxMatch, size_ - at);
         uint32_t candidate = Insert(at);
-        for (uint32_t steps = 0; candidate != UINT32_MAX && candidate < at && at - candidate <= kWindowSize &&
-                                 steps < maxChain;
-             ++steps) {
+        for (uint32_t steps = 0;
+             candidate != UINT32_MAX && candidate < at && at - candidate <= kWindowSize && steps < maxChain; ++steps) {
             if (data_[candidate + best.length] == data_[at + best.length] || best.length == 0) {
                 const uint32_t length = CommonLength(candidate, at, limit);
                 if (length > best.length) {
@@ -470,7 +476,8 @@ uint64_t EncodeDeflateStrip(const EncoderStrip& strip, ErrorRecord* record) {
     ScratchBlock copy, scratch;
     const uint8_t* data = strip.topRow;
     if (strip.swapRgb || strip.stride != static_cast<ptrdiff_t>(strip.rowBytes)) {
-        if (!strip.PrepareScratch(&scratch, record) || copy.Allocate(static_cast<size_t>(size) + 8, false, record) == nullptr) {
+        if (!strip.PrepareScratch(&scratch, record) ||
+            copy.Allocate(static_cast<size_t>(size) + 8, false, record) == nullptr) {
             return 0;
         }
         for (uint32_t r = 0; r < strip.rows; ++r) {

@@ -38,7 +38,8 @@ bool AppendQuantised(const BITMAPINFOHEADER* header, const void* bits, uint32_t 
     }
     RGBQUAD table[256];
     const uint32_t count = quantizer.Palette(table);
-    for (uint32_t i = 0; i < count; ++i) out->push_back(PaletteColor{table[i].rgbRed, table[i].rgbGreen, table[i].rgbBlue});
+    for (uint32_t i = 0; i < count; ++i)
+        out->push_back(PaletteColor{table[i].rgbRed, table[i].rgbGreen, table[i].rgbBlue});
     return true;
 }
 
@@ -58,7 +59,8 @@ std::vector<PaletteColor> BuildDisplayPalette(const platform::DisplayPaletteInfo
     }
     uint32_t count = ColorCount(header);
     if (count == 0) {
-        if (!optimise || !AppendQuantised(header, bits, room, &palette)) AppendStanding(kColorDisplayPaletteId, &palette);
+        if (!optimise || !AppendQuantised(header, bits, room, &palette))
+            AppendStanding(kColorDisplayPaletteId, &palette);
     } else if (count <= room) {
         AppendTable(header, &palette);
     } else if (IsGreyTable(header)) {

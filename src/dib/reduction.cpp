@@ -53,8 +53,9 @@ HGLOBAL ReduceDib(const BITMAPINFOHEADER* header, const void* bits, uint32_t wid
         result = CreatePackedDib(static_cast<int32_t>(width), static_cast<int32_t>(height), bitCount,
                                  ColorTable(header), ColorCount(header), xPels, yPels, record);
     } else {
-        result = CreateImage(static_cast<int32_t>(width), static_cast<int32_t>(height), bitCount, xPels, yPels,
-                             bitCount == 8 ? 256 : 0, kStorageZeroInit | (bitCount == 8 ? kStorageGreyRamp : 0), record);
+        result =
+            CreateImage(static_cast<int32_t>(width), static_cast<int32_t>(height), bitCount, xPels, yPels,
+                        bitCount == 8 ? 256 : 0, kStorageZeroInit | (bitCount == 8 ? kStorageGreyRamp : 0), record);
     }
     if (result == nullptr) return nullptr;
     ImageLock lock(result);

@@ -34,6 +34,15 @@ public:
     bool String(const char16_t* text) { return platform::IsReadableString(text) || Fail(kErrNoAccess); }
     bool Callable(const void* code) { return platform::IsCallable(code) || Fail(kErrNoAccess); }
     bool Window(HWND window) { return platform::IsWindowHandle(window) || Fail(kErrInvalidWindow); }
+    // The library object behind a host's handle, found by `lookup` (null for
+    // a handle of another kind); null after error 6.
+    template <typename T>
+    T* Object(HGLOBAL handle, T* (*lookup)(HGLOBAL)) {
+        if (!Handle(handle)) return nullptr;
+        T* object = lookup(handle);
+        if (object == nullptr) Fail(kErrInvalidHandle);
+        return object;
+    }
     // An out-parameter: writable (998), then cleared, so that it holds zero
     // whatever happens next.
     template <typename T>

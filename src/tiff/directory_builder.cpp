@@ -66,7 +66,9 @@ bool DirectoryBuilder::Add(uint16_t tag, uint16_t type, uint32_t count, const vo
         SetRecordError(record, kErrInvalidParameter, 0);
         return false;
     }
-    if (end > pool_.size() && pool_.Grow(static_cast<size_t>(end < 256 ? 256 : end * 2 > kMaxPoolBytes ? end : end * 2),
+    if (end > pool_.size() && pool_.Grow(static_cast<size_t>(end < 256                 ? 256
+                                                             : end * 2 > kMaxPoolBytes ? end
+                                                                                       : end * 2),
                                          record) == nullptr) {
         return false;
     }

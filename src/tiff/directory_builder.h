@@ -54,9 +54,7 @@ private:
         uint32_t bytes;
     };
     const Entry* Find(uint16_t tag) const;
-    Entry* Find(uint16_t tag) {
-        return const_cast<Entry*>(static_cast<const DirectoryBuilder*>(this)->Find(tag));
-    }
+    Entry* Find(uint16_t tag) { return const_cast<Entry*>(static_cast<const DirectoryBuilder*>(this)->Find(tag)); }
 
     CheckedArray<Entry> entries_;
     ScratchBlock pool_;

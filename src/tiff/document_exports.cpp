@@ -23,21 +23,6 @@ constexpr WORD kOpenFlags =
     VELMORA_TIFF_DOCUMENT_WIDE_NAME | VELMORA_TIFF_DOCUMENT_COMPANION_REPLACE | VELMORA_TIFF_DOCUMENT_COMPANION_ADD;
 constexpr WORD kCompanionFlags = VELMORA_TIFF_DOCUMENT_COMPANION_REPLACE | VELMORA_TIFF_DOCUMENT_COMPANION_ADD;
 
-// The document behind a host's handle, or null after error 6.
-TiffDocument* DocumentOf(ExportCall& call, HGLOBAL handle) {
-    if (!call.Handle(handle)) return nullptr;
-    TiffDocument* document = velmora::TiffDocumentFromHandle(handle);
-    if (document == nullptr) ExportCall::Fail(velmora::kErrInvalidHandle);
-    return document;
-}
-
-TiffFile* TiffOf(ExportCall& call, HGLOBAL handle) {
-    if (!call.Handle(handle)) return nullptr;
-    TiffFile* tiff = velmora::TiffFromHandle(handle);
-    if (tiff == nullptr) ExportCall::Fail(velmora::kErrInvalidHandle);
-    return tiff;
-}
-
 uint8_t CompanionMode(WORD flags) {
     if (flags & VELMORA_TIFF_DOCUMENT_COMPANION_REPLACE) return velmora::kCompanionReplace;
     if (flags & VELMORA_TIFF_DOCUMENT_COMPANION_ADD) return velmora::kCompanionAdd;
@@ -80,7 +65,7 @@ HGLOBAL VELMORA_API OpenVelmoraTIFFDocument(LPCSTR name) {
 HGLOBAL VELMORA_API OpenVelmoraTIFFDocumentTIFF(HGLOBAL handle, LONG flags) {
     ExportCall call;
     TiffFile* tiff;
-    if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr) return nullptr;
+    if (!call.Gate() || (tiff = call.Object(handle, velmora::TiffFromHandle)) == nullptr) return nullptr;
     const bool own = (flags & VELMORA_TIFF_DOCUMENT_OWN_TIFF) != 0;
     TiffDocument* document = velmora::BuildTiffDocument(tiff, own, nullptr, &call.record);
     if (!call.Finish()) return nullptr;
@@ -90,7 +75,7 @@ HGLOBAL VELMORA_API OpenVelmoraTIFFDocumentTIFF(HGLOBAL handle, LONG flags) {
 BOOL VELMORA_API CloseVelmoraTIFFDocument(HGLOBAL handle) {
     ExportCall call;
     TiffDocument* document;
-    if (!call.Gate() || (document = DocumentOf(call, handle)) == nullptr) return 0;
+    if (!call.Gate() || (document = call.Object(handle, velmora::TiffDocumentFromHandle)) == nullptr) return 0;
     velmora::CloseTiffDocument(document, &call.record);
     return call.Finish();
 }
@@ -98,21 +83,21 @@ BOOL VELMORA_API CloseVelmoraTIFFDocument(HGLOBAL handle) {
 HGLOBAL VELMORA_API GetVelmoraTIFFDocumentTIFF(HGLOBAL handle) {
     ExportCall call;
     TiffDocument* document;
-    if (!call.Gate() || (document = DocumentOf(call, handle)) == nullptr) return nullptr;
+    if (!call.Gate() || (document = call.Object(handle, velmora::TiffDocumentFromHandle)) == nullptr) return nullptr;
     return velmora::TiffHandle(document->tiff);
 }
 
 DWORD VELMORA_API GetVelmoraTIFFDocumentIFDCount(HGLOBAL handle) {
     ExportCall call;
     TiffDocument* document;
-    if (!call.Gate() || (document = DocumentOf(call, handle)) == nullptr) return 0;
+    if (!call.Gate() || (document = call.Object(handle, velmora::TiffDocumentFromHandle)) == nullptr) return 0;
     return document->rowCount;
 }
 
 LONG VELMORA_API GetVelmoraTIFFDocumentPageCount(HGLOBAL handle) {
     ExportCall call;
     TiffDocument* document;
-    if (!call.Gate() || (document = DocumentOf(call, handle)) == nullptr) return -1;
+    if (!call.Gate() || (document = call.Object(handle, velmora::TiffDocumentFromHandle)) == nullptr) return -1;
     return static_cast<LONG>(document->pageCount);
 }
 
@@ -123,7 +108,7 @@ BOOL VELMORA_API GetVelmoraTIFFDocumentPageNumbersOK(HGLOBAL handle) {
     const uint32_t earlier = velmora::platform::GetSystemError();
     ExportCall call;
     TiffDocument* document;
-    if (!call.Gate() || (document = DocumentOf(call, handle)) == nullptr) return 0;
+    if (!call.Gate() || (document = call.Object(handle, velmora::TiffDocumentFromHandle)) == nullptr) return 0;
     velmora::SetErrorCode(earlier);
     return (document->flags & velmora::kDocumentPageNumbersOk) != 0 ? -1 : 0;
 }
@@ -131,7 +116,8 @@ BOOL VELMORA_API GetVelmoraTIFFDocumentPageNumbersOK(HGLOBAL handle) {
 BOOL VELMORA_API GetVelmoraTIFFDocumentIFDInfo(HGLOBAL handle, DWORD ifd, VelmoraTIFFDocumentIFDInfo* info) {
     ExportCall call;
     TiffDocument* document;
-    if (!call.Gate() || (document = DocumentOf(call, handle)) == nullptr || !call.Readable(info, sizeof info->size)) {
+    if (!call.Gate() || (document = call.Object(handle, velmora::TiffDocumentFromHandle)) == nullptr ||
+        !call.Readable(info, sizeof info->size)) {
         return 0;
     }
     const DWORD size = info->size;
@@ -156,7 +142,8 @@ BOOL VELMORA_API GetVelmoraTIFFDocumentIFDInfo(HGLOBAL handle, DWORD ifd, Velmor
 BOOL VELMORA_API GetVelmoraTIFFDocumentIFDTIFF(HGLOBAL handle, DWORD ifd, HGLOBAL* memory, DWORD* size) {
     ExportCall call;
     TiffDocument* document;
-    if (!call.Gate() || (document = DocumentOf(call, handle)) == nullptr || !call.Out(memory) || !call.Out(size)) {
+    if (!call.Gate() || (document = call.Object(handle, velmora::TiffDocumentFromHandle)) == nullptr ||
+        !call.Out(memory) || !call.Out(size)) {
         return 0;
     }
     if (!call.Value(velmora::TiffDocumentRow(document, ifd) != nullptr)) return 0;
@@ -181,7 +168,8 @@ BOOL VELMORA_API CopyVelmoraTIFFDocumentPage(HGLOBAL handle, DWORD page, HGLOBAL
                                              VelmoraAppendTIFF* append) {
     ExportCall call;
     TiffDocument* document;
-    if (!call.Gate() || (document = DocumentOf(call, handle)) == nullptr || TiffOf(call, destination) == nullptr ||
+    if (!call.Gate() || (document = call.Object(handle, velmora::TiffDocumentFromHandle)) == nullptr ||
+        call.Object(destination, velmora::TiffFromHandle) == nullptr ||
         !call.Value(page != 0 && page <= document->pageCount)) {
         return 0;
     }

@@ -36,14 +36,6 @@ constexpr DWORD kReadFlagFast = 0x1;
 constexpr DWORD kReadFlagBurnIn = 0x2;
 constexpr uint32_t kErrNotFound = 1168;  // ERROR_NOT_FOUND
 
-// The TIFF behind a host's handle, or null after error 6.
-TiffFile* TiffOf(ExportCall& call, HGLOBAL handle) {
-    if (!call.Handle(handle)) return nullptr;
-    TiffFile* tiff = velmora::TiffFromHandle(handle);
-    if (tiff == nullptr) ExportCall::Fail(velmora::kErrInvalidHandle);
-    return tiff;
-}
-
 // The information of a page with the fields given, read for one export and
 // freed with it; ok() is false with the record set when it could not be read.
 class PageRead {
@@ -182,7 +174,7 @@ HGLOBAL VELMORA_API OpenVelmoraTIFFW(LPCWSTR name, DWORD access, DWORD create) {
 BOOL VELMORA_API CloseVelmoraTIFF(HGLOBAL handle) {
     ExportCall call;
     TiffFile* tiff;
-    if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr) return 0;
+    if (!call.Gate() || (tiff = call.Object(handle, velmora::TiffFromHandle)) == nullptr) return 0;
     velmora::Stream* stream = velmora::CloseTiff(tiff, &call.record);
     // A memory TIFF's data goes with it.
     if (stream != nullptr) {
@@ -195,8 +187,8 @@ BOOL VELMORA_API CloseVelmoraTIFF(HGLOBAL handle) {
 BOOL VELMORA_API CloseMemoryVelmoraTIFF(HGLOBAL handle, HGLOBAL* memory, DWORD* size) {
     ExportCall call;
     TiffFile* tiff;
-    if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr || !call.Writable(memory, sizeof *memory) ||
-        !call.Writable(size, sizeof *size)) {
+    if (!call.Gate() || (tiff = call.Object(handle, velmora::TiffFromHandle)) == nullptr ||
+        !call.Writable(memory, sizeof *memory) || !call.Writable(size, sizeof *size)) {
         return 0;
     }
     *memory = nullptr;
@@ -219,7 +211,7 @@ BOOL VELMORA_API CloseMemoryVelmoraTIFF(HGLOBAL handle, HGLOBAL* memory, DWORD* 
 LONG VELMORA_API SetMemoryVelmoraTIFFSize(HGLOBAL handle, LONG capacity, LONG reserve) {
     ExportCall call;
     TiffFile* tiff;
-    if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr) return -1;
+    if (!call.Gate() || (tiff = call.Object(handle, velmora::TiffFromHandle)) == nullptr) return -1;
     velmora::Stream* stream = velmora::GetTiffStream(tiff);
     if (!call.Value(velmora::StreamIsMemory(stream) && capacity >= 0)) return -1;
     velmora::SetMemoryStreamSize(stream, static_cast<uint32_t>(capacity), reserve, &call.record);
@@ -230,7 +222,7 @@ LONG VELMORA_API SetMemoryVelmoraTIFFSize(HGLOBAL handle, LONG capacity, LONG re
 BOOL VELMORA_API GetVelmoraTIFFSize(HGLOBAL handle, DWORD page, DWORD* width, DWORD* length) {
     ExportCall call;
     TiffFile* tiff;
-    if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr || !call.Value(page != 0) ||
+    if (!call.Gate() || (tiff = call.Object(handle, velmora::TiffFromHandle)) == nullptr || !call.Value(page != 0) ||
         !call.Out(width) || !call.Out(length)) {
         return 0;
     }
@@ -245,7 +237,7 @@ BOOL VELMORA_API GetVelmoraTIFFSize(HGLOBAL handle, DWORD page, DWORD* width, DW
 BOOL VELMORA_API IsVelmoraTIFFTiled(HGLOBAL handle, DWORD page, DWORD* tiled) {
     ExportCall call;
     TiffFile* tiff;
-    if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr || !call.Value(page != 0) ||
+    if (!call.Gate() || (tiff = call.Object(handle, velmora::TiffFromHandle)) == nullptr || !call.Value(page != 0) ||
         !call.Out(tiled)) {
         return 0;
     }
@@ -259,7 +251,7 @@ BOOL VELMORA_API IsVelmoraTIFFTiled(HGLOBAL handle, DWORD page, DWORD* tiled) {
 BOOL VELMORA_API GetVelmoraTIFFCompression(HGLOBAL handle, DWORD page, WORD* code) {
     ExportCall call;
     TiffFile* tiff;
-    if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr || !call.Value(page != 0) ||
+    if (!call.Gate() || (tiff = call.Object(handle, velmora::TiffFromHandle)) == nullptr || !call.Value(page != 0) ||
         !call.Writable(code, sizeof *code)) {
         return 0;
     }
@@ -275,7 +267,8 @@ BOOL VELMORA_API GetVelmoraTIFFCompression(HGLOBAL handle, DWORD page, WORD* cod
 LONG VELMORA_API GetVelmoraTIFFPhotoInt(HGLOBAL handle, DWORD page) {
     ExportCall call;
     TiffFile* tiff;
-    if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr || !call.Value(page != 0)) return -1;
+    if (!call.Gate() || (tiff = call.Object(handle, velmora::TiffFromHandle)) == nullptr || !call.Value(page != 0))
+        return -1;
     PageRead info(tiff, page, &call.record, {velmora::kFieldPhotometric});
     LONG result = -1;
     if (info.ok()) {
@@ -334,7 +327,8 @@ void StoreResolution(VelmoraResolutionScale* out, velmora::TiffRational x, velmo
 LONG VELMORA_API GetVelmoraTIFFColorType(HGLOBAL handle, DWORD page) {
     ExportCall call;
     TiffFile* tiff;
-    if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr || !call.Value(page != 0)) return -1;
+    if (!call.Gate() || (tiff = call.Object(handle, velmora::TiffFromHandle)) == nullptr || !call.Value(page != 0))
+        return -1;
     PageRead info(tiff, page, &call.record, {velmora::kFieldImage});
     LONG result = -1;
     if (info.ok()) {
@@ -346,7 +340,7 @@ LONG VELMORA_API GetVelmoraTIFFColorType(HGLOBAL handle, DWORD page) {
 BOOL VELMORA_API GetVelmoraTIFFResolution(HGLOBAL handle, DWORD page, VelmoraResolutionScale* resolution) {
     ExportCall call;
     TiffFile* tiff;
-    if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr || !call.Value(page != 0) ||
+    if (!call.Gate() || (tiff = call.Object(handle, velmora::TiffFromHandle)) == nullptr || !call.Value(page != 0) ||
         !call.Out(resolution)) {
         return 0;
     }
@@ -363,7 +357,7 @@ BOOL VELMORA_API GetVelmoraTIFFResolution(HGLOBAL handle, DWORD page, VelmoraRes
 BOOL VELMORA_API GetVelmoraTIFFScale(HGLOBAL handle, DWORD page, VelmoraResolutionScale* scale) {
     ExportCall call;
     TiffFile* tiff;
-    if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr || !call.Value(page != 0) ||
+    if (!call.Gate() || (tiff = call.Object(handle, velmora::TiffFromHandle)) == nullptr || !call.Value(page != 0) ||
         !call.Out(scale)) {
         return 0;
     }
@@ -412,7 +406,7 @@ BOOL VELMORA_API GetVelmoraTIFFDateTime(HGLOBAL handle, DWORD page, VelmoraTIFFD
     if (text != nullptr) *text = nullptr;
     ExportCall call;
     TiffFile* tiff;
-    if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr || !call.Value(page != 0) ||
+    if (!call.Gate() || (tiff = call.Object(handle, velmora::TiffFromHandle)) == nullptr || !call.Value(page != 0) ||
         !call.Out(dateTime) || !call.Out(text)) {
         return 0;
     }
@@ -441,7 +435,8 @@ BOOL VELMORA_API GetVelmoraTIFFDateTime(HGLOBAL handle, DWORD page, VelmoraTIFFD
 LONG VELMORA_API GetVelmoraTIFFIFDSize(HGLOBAL handle, DWORD page) {
     ExportCall call;
     TiffFile* tiff;
-    if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr || !call.Value(page != 0)) return -1;
+    if (!call.Gate() || (tiff = call.Object(handle, velmora::TiffFromHandle)) == nullptr || !call.Value(page != 0))
+        return -1;
     uint64_t size = velmora::GetPageDirectorySize(tiff, page, &call.record);
     if (call.record.ok() && size > 0x7FFFFFFF) velmora::SetRecordError(&call.record, velmora::kErrBadFileData, 0);
     return call.Finish() ? static_cast<LONG>(size) : -1;
@@ -480,9 +475,10 @@ HGLOBAL VELMORA_API ReadVelmoraOpenTIFFDIBEx(const VelmoraReadTIFFDIB* request) 
         !call.Readable(request, size)) {
         return nullptr;
     }
-    TiffFile* tiff = TiffOf(call, request->tiff);
+    TiffFile* tiff = call.Object(request->tiff, velmora::TiffFromHandle);
     if (tiff == nullptr || !call.Value(request->page != 0)) return nullptr;
-    if (request->progress != nullptr && !call.Callable(reinterpret_cast<const void*>(request->progress))) return nullptr;
+    if (request->progress != nullptr && !call.Callable(reinterpret_cast<const void*>(request->progress)))
+        return nullptr;
     const DWORD flags = request->flags;
     if (!call.Value(flags <= (kReadFlagFast | kReadFlagBurnIn))) return nullptr;
     if ((flags & kReadFlagBurnIn) &&
@@ -590,8 +586,8 @@ LONG VELMORA_API GetVelmoraDocumentTypeCaps(LONG type) {
 BOOL VELMORA_API GetVelmoraTIFFAnnotations(HGLOBAL handle, DWORD page, HGLOBAL* annotations, DWORD* size) {
     ExportCall call;
     TiffFile* tiff;
-    if (!call.Gate() || (tiff = TiffOf(call, handle)) == nullptr || !call.Value(page != 0) || !call.Out(annotations) ||
-        !call.Out(size)) {
+    if (!call.Gate() || (tiff = call.Object(handle, velmora::TiffFromHandle)) == nullptr || !call.Value(page != 0) ||
+        !call.Out(annotations) || !call.Out(size)) {
         return 0;
     }
     TiffPageInfo info;

@@ -27,8 +27,8 @@ bool ToInches(Fraction value, uint32_t unit, Fraction* inches) {
 
 }  // namespace
 
-HGLOBAL BuildPageInformation(uint32_t value, Fraction horizontal, Fraction vertical, uint32_t unit,
-                             const char* first, const char* second, ErrorRecord* record) {
+HGLOBAL BuildPageInformation(uint32_t value, Fraction horizontal, Fraction vertical, uint32_t unit, const char* first,
+                             const char* second, ErrorRecord* record) {
     if (record->failed()) return nullptr;
     if (unit > kUnitCentimetre) {
         Fraction x, y;

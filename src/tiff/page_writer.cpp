@@ -159,28 +159,82 @@ private:
 // interchange block) are rebuilt; sub-directories and tags the library does
 // not know are left behind.
 static const uint16_t kCopiedTags[] = {
-    kTagNewSubfileType, kTagSubfileType, kTagImageWidth, kTagImageLength, kTagBitsPerSample, kTagCompression,
-    kTagPhotometric, 263 /* Threshholding */, kTagFillOrder, kTagDocumentName, kTagImageDescription, kTagMake,
-    kTagModel, kTagOrientation, kTagSamplesPerPixel, kTagRowsPerStrip, 280 /* MinSampleValue */,
-    281 /* MaxSampleValue */, kTagXResolution, kTagYResolution, kTagPlanarConfiguration, kTagPageName, kTagXPosition,
-    kTagYPosition, 290 /* GrayResponseUnit */, 291 /* GrayResponseCurve */, kTagT4Options, kTagT6Options,
-    kTagResolutionUnit, kTagPageNumber, 301 /* TransferFunction */, kTagSoftware, kTagDateTime, kTagArtist,
-    kTagHostComputer, kTagPredictor, 318 /* WhitePoint */, 319 /* PrimaryChromaticities */, kTagColorMap,
-    321 /* HalftoneHints */, kTagTileWidth, kTagTileLength, kTagInkSet, 333 /* InkNames */,
-    334 /* NumberOfInks */, kTagDotRange, kTagExtraSamples, kTagSampleFormat, 340 /* SMinSampleValue */,
-    341 /* SMaxSampleValue */, kTagJpegTables, kTagJpegProc, kTagJpegRestartInterval, kTagJpegLosslessPredictors,
-    kTagJpegPointTransforms, kTagYCbCrCoefficients, kTagYCbCrSubSampling, kTagYCbCrPositioning,
-    kTagReferenceBlackWhite, kTagAnnotations, kTagScaleUnit, kTagXScale, kTagYScale, kTagOcrText,
-    kTagPageInformation, kTagIccProfile,
+    kTagNewSubfileType,
+    kTagSubfileType,
+    kTagImageWidth,
+    kTagImageLength,
+    kTagBitsPerSample,
+    kTagCompression,
+    kTagPhotometric,
+    263 /* Threshholding */,
+    kTagFillOrder,
+    kTagDocumentName,
+    kTagImageDescription,
+    kTagMake,
+    kTagModel,
+    kTagOrientation,
+    kTagSamplesPerPixel,
+    kTagRowsPerStrip,
+    280 /* MinSampleValue */,
+    281 /* MaxSampleValue */,
+    kTagXResolution,
+    kTagYResolution,
+    kTagPlanarConfiguration,
+    kTagPageName,
+    kTagXPosition,
+    kTagYPosition,
+    290 /* GrayResponseUnit */,
+    291 /* GrayResponseCurve */,
+    kTagT4Options,
+    kTagT6Options,
+    kTagResolutionUnit,
+    kTagPageNumber,
+    301 /* TransferFunction */,
+    kTagSoftware,
+    kTagDateTime,
+    kTagArtist,
+    kTagHostComputer,
+    kTagPredictor,
+    318 /* WhitePoint */,
+    319 /* PrimaryChromaticities */,
+    kTagColorMap,
+    321 /* HalftoneHints */,
+    kTagTileWidth,
+    kTagTileLength,
+    kTagInkSet,
+    333 /* InkNames */,
+    334 /* NumberOfInks */,
+    kTagDotRange,
+    kTagExtraSamples,
+    kTagSampleFormat,
+    340 /* SMinSampleValue */,
+    341 /* SMaxSampleValue */,
+    kTagJpegTables,
+    kTagJpegProc,
+    kTagJpegRestartInterval,
+    kTagJpegLosslessPredictors,
+    kTagJpegPointTransforms,
+    kTagYCbCrCoefficients,
+    kTagYCbCrSubSampling,
+    kTagYCbCrPositioning,
+    kTagReferenceBlackWhite,
+    kTagAnnotations,
+    kTagScaleUnit,
+    kTagXScale,
+    kTagYScale,
+    kTagOcrText,
+    kTagPageInformation,
+    kTagIccProfile,
 };
 
 // Tags a page coded again keeps: those that describe the page, not its
 // image data.
 static const uint16_t kDescriptiveTags[] = {
-    kTagNewSubfileType, kTagDocumentName, kTagImageDescription, kTagMake, kTagModel, kTagXResolution,
-    kTagYResolution, kTagPageName, kTagXPosition, kTagYPosition, kTagResolutionUnit, kTagPageNumber, kTagSoftware,
-    kTagDateTime, kTagArtist, kTagHostComputer, kTagAnnotations, kTagScaleUnit, kTagXScale, kTagYScale, kTagOcrText,
-    kTagPageInformation,
+    kTagNewSubfileType, kTagDocumentName,    kTagImageDescription, kTagMake,      kTagModel,
+    kTagXResolution,    kTagYResolution,     kTagPageName,         kTagXPosition, kTagYPosition,
+    kTagResolutionUnit, kTagPageNumber,      kTagSoftware,         kTagDateTime,  kTagArtist,
+    kTagHostComputer,   kTagAnnotations,     kTagScaleUnit,        kTagXScale,    kTagYScale,
+    kTagOcrText,        kTagPageInformation,
 };
 
 // Adds the source's entry as it is, 64-bit integers narrowed to LONG (a value
@@ -308,7 +362,7 @@ struct DibPlan {
     uint32_t width = 0, height = 0;
     uint16_t dibBits = 0;
     uint16_t bitsPerSample = 1, samples = 1, photometric = kWhiteIsZero;
-    bool invert = false;     // bi-level rows with 0 = black, or a descending grey ramp coded as JPEG
+    bool invert = false;      // bi-level rows with 0 = black, or a descending grey ramp coded as JPEG
     bool expandGrey = false;  // 4-bit grey coded as 8-bit JPEG
     Masks masks = {};
     uint32_t rowBytes = 0;  // of a coded row

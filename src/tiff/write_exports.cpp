@@ -177,9 +177,9 @@ WORD CheckRecord(const VelmoraAppendTIFF& a, WORD size, AppendRequest* request) 
     if (!Writable(a.compression)) return VELMORA_APPEND_REASON_COMPRESSION;
     velmora::PageExtras& extras = request->options.extras;
     if (flags & VELMORA_APPEND_RESOLUTION) {
-        if (WORD reason = TakeValues(a.resolution, kResolutionUnits, VELMORA_APPEND_REASON_RESOLUTION_VALUE,
-                                     VELMORA_APPEND_REASON_RESOLUTION_UNIT, extras.resolution,
-                                     &extras.resolutionUnit)) {
+        if (WORD reason =
+                TakeValues(a.resolution, kResolutionUnits, VELMORA_APPEND_REASON_RESOLUTION_VALUE,
+                           VELMORA_APPEND_REASON_RESOLUTION_UNIT, extras.resolution, &extras.resolutionUnit)) {
             return reason;
         }
         extras.hasResolution = true;
@@ -324,8 +324,8 @@ bool AppendThumbnail(TiffFile* out, TiffFile* from, uint32_t maxWidth, uint32_t 
     velmora::SetWanted(&info, velmora::kFieldXResolution);
     velmora::SetWanted(&info, velmora::kFieldYResolution);
     if (!velmora::ReadPageInfo(from, 1, 0, &info, record)) return false;
-    const bool hasResolution = velmora::IsPresent(&info, velmora::kFieldXResolution) &&
-                               velmora::IsPresent(&info, velmora::kFieldYResolution);
+    const bool hasResolution =
+        velmora::IsPresent(&info, velmora::kFieldXResolution) && velmora::IsPresent(&info, velmora::kFieldYResolution);
     const velmora::Fraction x{info.xResolution.numerator, info.xResolution.denominator};
     const velmora::Fraction y{info.yResolution.numerator, info.yResolution.denominator};
     const uint16_t unit = info.resolutionUnit;
@@ -350,8 +350,8 @@ bool AppendThumbnail(TiffFile* out, TiffFile* from, uint32_t maxWidth, uint32_t 
             ErrorRecord exact;
             velmora::Fraction tx = velmora::Multiply(x, velmora::Fraction{width, pageWidth}, &exact);
             velmora::Fraction ty = velmora::Multiply(y, velmora::Fraction{height, pageHeight}, &exact);
-            const bool valid = exact.ok() && tx.numerator != 0 && tx.denominator != 0 && ty.numerator != 0 &&
-                               ty.denominator != 0;
+            const bool valid =
+                exact.ok() && tx.numerator != 0 && tx.denominator != 0 && ty.numerator != 0 && ty.denominator != 0;
             options.extras.hasResolution = true;
             options.extras.resolution[0] = valid ? tx.numerator : 1;
             options.extras.resolution[1] = valid ? tx.denominator : 1;
@@ -369,19 +369,13 @@ bool AppendThumbnail(TiffFile* out, TiffFile* from, uint32_t maxWidth, uint32_t 
     return record->ok();
 }
 
-TiffFile* TiffOf(ExportCall& call, HGLOBAL handle) {
-    if (!call.Handle(handle)) return nullptr;
-    TiffFile* tiff = velmora::TiffFromHandle(handle);
-    if (tiff == nullptr) ExportCall::Fail(velmora::kErrInvalidHandle);
-    return tiff;
-}
-
 }  // namespace
 
 BOOL VELMORA_API AppendVelmoraOpenTIFFEx(HGLOBAL tiff, VelmoraAppendTIFF* append) {
     ExportCall call;
     TiffFile* destination;
-    if (!call.Gate() || (destination = TiffOf(call, tiff)) == nullptr || !call.Readable(append, sizeof append->size)) {
+    if (!call.Gate() || (destination = call.Object(tiff, velmora::TiffFromHandle)) == nullptr ||
+        !call.Readable(append, sizeof append->size)) {
         return 0;
     }
     const WORD size = append->size;
@@ -395,7 +389,7 @@ BOOL VELMORA_API AppendVelmoraOpenTIFFEx(HGLOBAL tiff, VelmoraAppendTIFF* append
         ExportCall::Fail(velmora::kErrInvalidParameter);
         return 0;
     }
-    if (append->sourceTIFF != nullptr && TiffOf(call, append->sourceTIFF) == nullptr) return 0;
+    if (append->sourceTIFF != nullptr && call.Object(append->sourceTIFF, velmora::TiffFromHandle) == nullptr) return 0;
     if (size >= VELMORA_APPEND_TIFF_SIZE_V4 && (append->flags & VELMORA_APPEND_PROGRESS) &&
         append->progress != nullptr) {
         if (!call.Callable(reinterpret_cast<const void*>(append->progress))) return 0;
@@ -426,7 +420,7 @@ BOOL VELMORA_API AppendVelmoraOpenTIFFEx(HGLOBAL tiff, VelmoraAppendTIFF* append
 BOOL VELMORA_API AppendVelmoraOpenTIFF(HGLOBAL tiff, LPCSTR source) {
     ExportCall call;
     TiffFile* destination;
-    if (!call.Gate() || (destination = TiffOf(call, tiff)) == nullptr) return 0;
+    if (!call.Gate() || (destination = call.Object(tiff, velmora::TiffFromHandle)) == nullptr) return 0;
     std::u16string name;
     if (!call.Widen(source, &name)) return call.record.failed() ? call.Finish() : 0;
     AppendAllPages(destination, name.c_str(), &call.record);
@@ -444,8 +438,8 @@ BOOL VELMORA_API AppendVelmoraTIFF(LPCSTR destination, LPCSTR source) {
 BOOL VELMORA_API AppendVelmoraThumbnail(DWORD maxWidth, DWORD maxHeight, DWORD option, LPCSTR name) {
     ExportCall call;
     const uint32_t width = maxWidth & 0xFFFF, height = maxHeight & 0xFFFF, nearest = option & 0xFFFF;
-    if (!call.Gate() || !call.Value(width >= 1 && width <= kMaxThumbnail && height >= 1 && height <= kMaxThumbnail &&
-                                    nearest <= 1)) {
+    if (!call.Gate() ||
+        !call.Value(width >= 1 && width <= kMaxThumbnail && height >= 1 && height <= kMaxThumbnail && nearest <= 1)) {
         return 0;
     }
     std::u16string path;

@@ -189,8 +189,9 @@ long ConvertPeakKilobytes(const TempDir& dir, int pages) {
     // Under AddressSanitizer freed blocks wait in a quarantine and every
     // allocation's call stack is kept: neither is the program's memory.
     const std::string peak = velmora::peers::Output(
-        "ASAN_OPTIONS=quarantine_size_mb=0:detect_leaks=0:malloc_context_size=0 /usr/bin/time -f %M '" VELMORA_CLI "' convert '" + source +
-        "' '" + out + "' --compression lzw 2>&1 >/dev/null");
+        "ASAN_OPTIONS=quarantine_size_mb=0:detect_leaks=0:malloc_context_size=0 /usr/bin/time -f %M '" VELMORA_CLI
+        "' convert '" +
+        source + "' '" + out + "' --compression lzw 2>&1 >/dev/null");
     EXPECT_EQ(ReadablePages(out), pages);
     return std::strtol(peak.c_str(), nullptr, 10);
 }

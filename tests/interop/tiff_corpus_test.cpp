@@ -29,10 +29,27 @@
 namespace {
 
 enum class Kind {
-    kBlack1, kWhite1, kGrey2, kGrey4, kGrey8, kGrey16, kPalette4, kPalette8, kRgb, kRgbPlanar, kRgba, kCmyk,
-    kYcbcr22, kYcbcr21,
+    kBlack1,
+    kWhite1,
+    kGrey2,
+    kGrey4,
+    kGrey8,
+    kGrey16,
+    kPalette4,
+    kPalette8,
+    kRgb,
+    kRgbPlanar,
+    kRgba,
+    kCmyk,
+    kYcbcr22,
+    kYcbcr21,
     // Grey and palette pages with an alpha sample, as office suites write them.
-    kGrey4Alpha, kGrey8Alpha, kGrey16Alpha, kGrey8AlphaPlanar, kPalette4Alpha, kPalette8Alpha
+    kGrey4Alpha,
+    kGrey8Alpha,
+    kGrey16Alpha,
+    kGrey8AlphaPlanar,
+    kPalette4Alpha,
+    kPalette8Alpha
 };
 
 struct Variant {
@@ -45,7 +62,7 @@ struct Variant {
     uint16_t orientation = 1;
     bool bigEndian = false;
     bool bigTiff = false;
-    bool lsbFirst = false;      // FillOrder 2
+    bool lsbFirst = false;  // FillOrder 2
 };
 
 struct Rgb {
@@ -76,10 +93,10 @@ uint32_t Sample(uint32_t x, uint32_t y, uint32_t c, uint32_t bits, uint32_t seed
     uint32_t region = ((x / 37) + (y / 23) + seed) % 4;
     uint64_t v;
     switch (region) {
-        case 0: v = (uint64_t{x} * max) / 400; break;                          // horizontal ramp
-        case 1: v = ((x / 8 + y / 8 + c) % 2) ? max : 0; break;                 // checks
+        case 0: v = (uint64_t{x} * max) / 400; break;                             // horizontal ramp
+        case 1: v = ((x / 8 + y / 8 + c) % 2) ? max : 0; break;                   // checks
         case 2: v = Hash(x * 7919u + y * 104729u + c * 31u + seed) & max; break;  // noise
-        default: v = (uint64_t{y + c * 40} * max) / 300; break;                 // vertical ramp
+        default: v = (uint64_t{y + c * 40} * max) / 300; break;                   // vertical ramp
     }
     return static_cast<uint32_t>(v > max ? max : v);
 }
@@ -106,20 +123,70 @@ Kind WithoutAlpha(Kind kind) {
 Layout LayoutOf(Kind kind) {
     Layout l;
     switch (kind) {
-        case Kind::kBlack1: l.bits = 1; l.photometric = PHOTOMETRIC_MINISBLACK; break;
-        case Kind::kWhite1: l.bits = 1; l.photometric = PHOTOMETRIC_MINISWHITE; break;
-        case Kind::kGrey2: l.bits = 2; l.photometric = PHOTOMETRIC_MINISBLACK; break;
-        case Kind::kGrey4: l.bits = 4; l.photometric = PHOTOMETRIC_MINISWHITE; break;
-        case Kind::kGrey8: l.bits = 8; l.photometric = PHOTOMETRIC_MINISBLACK; break;
-        case Kind::kGrey16: l.bits = 16; l.photometric = PHOTOMETRIC_MINISBLACK; break;
-        case Kind::kPalette4: l.bits = 4; l.photometric = PHOTOMETRIC_PALETTE; l.palette = true; break;
-        case Kind::kPalette8: l.bits = 8; l.photometric = PHOTOMETRIC_PALETTE; l.palette = true; break;
-        case Kind::kRgb: l.samples = 3; l.photometric = PHOTOMETRIC_RGB; break;
-        case Kind::kRgbPlanar: l.samples = 3; l.photometric = PHOTOMETRIC_RGB; l.planar = PLANARCONFIG_SEPARATE; break;
-        case Kind::kRgba: l.samples = 4; l.photometric = PHOTOMETRIC_RGB; l.extra = 1; break;
-        case Kind::kCmyk: l.samples = 4; l.photometric = PHOTOMETRIC_SEPARATED; break;
-        case Kind::kYcbcr22: l.samples = 3; l.photometric = PHOTOMETRIC_YCBCR; l.subH = 2; l.subV = 2; break;
-        case Kind::kYcbcr21: l.samples = 3; l.photometric = PHOTOMETRIC_YCBCR; l.subH = 2; l.subV = 1; break;
+        case Kind::kBlack1:
+            l.bits = 1;
+            l.photometric = PHOTOMETRIC_MINISBLACK;
+            break;
+        case Kind::kWhite1:
+            l.bits = 1;
+            l.photometric = PHOTOMETRIC_MINISWHITE;
+            break;
+        case Kind::kGrey2:
+            l.bits = 2;
+            l.photometric = PHOTOMETRIC_MINISBLACK;
+            break;
+        case Kind::kGrey4:
+            l.bits = 4;
+            l.photometric = PHOTOMETRIC_MINISWHITE;
+            break;
+        case Kind::kGrey8:
+            l.bits = 8;
+            l.photometric = PHOTOMETRIC_MINISBLACK;
+            break;
+        case Kind::kGrey16:
+            l.bits = 16;
+            l.photometric = PHOTOMETRIC_MINISBLACK;
+            break;
+        case Kind::kPalette4:
+            l.bits = 4;
+            l.photometric = PHOTOMETRIC_PALETTE;
+            l.palette = true;
+            break;
+        case Kind::kPalette8:
+            l.bits = 8;
+            l.photometric = PHOTOMETRIC_PALETTE;
+            l.palette = true;
+            break;
+        case Kind::kRgb:
+            l.samples = 3;
+            l.photometric = PHOTOMETRIC_RGB;
+            break;
+        case Kind::kRgbPlanar:
+            l.samples = 3;
+            l.photometric = PHOTOMETRIC_RGB;
+            l.planar = PLANARCONFIG_SEPARATE;
+            break;
+        case Kind::kRgba:
+            l.samples = 4;
+            l.photometric = PHOTOMETRIC_RGB;
+            l.extra = 1;
+            break;
+        case Kind::kCmyk:
+            l.samples = 4;
+            l.photometric = PHOTOMETRIC_SEPARATED;
+            break;
+        case Kind::kYcbcr22:
+            l.samples = 3;
+            l.photometric = PHOTOMETRIC_YCBCR;
+            l.subH = 2;
+            l.subV = 2;
+            break;
+        case Kind::kYcbcr21:
+            l.samples = 3;
+            l.photometric = PHOTOMETRIC_YCBCR;
+            l.subH = 2;
+            l.subV = 1;
+            break;
         case Kind::kGrey4Alpha:
         case Kind::kGrey8Alpha:
         case Kind::kGrey16Alpha:
@@ -136,10 +203,9 @@ Layout LayoutOf(Kind kind) {
 }
 
 const char* KindName(Kind kind) {
-    static const char* const kNames[] = {"black1", "white1",  "grey2",   "grey4",       "grey8",    "grey16",
-                                         "pal4",   "pal8",    "rgb",     "rgbplanar",   "rgba",     "cmyk",
-                                         "ycbcr22", "ycbcr21", "grey4a", "grey8a",     "grey16a",  "grey8aplanar",
-                                         "pal4a",  "pal8a"};
+    static const char* const kNames[] = {"black1", "white1", "grey2",     "grey4",        "grey8", "grey16",  "pal4",
+                                         "pal8",   "rgb",    "rgbplanar", "rgba",         "cmyk",  "ycbcr22", "ycbcr21",
+                                         "grey4a", "grey8a", "grey16a",   "grey8aplanar", "pal4a", "pal8a"};
     return kNames[static_cast<int>(kind)];
 }
 
@@ -303,24 +369,28 @@ std::string NameOf(const Variant& v, int index) {
 std::vector<Variant> Corpus() {
     std::vector<Variant> corpus;
     const Kind bilevel[] = {Kind::kBlack1, Kind::kWhite1};
-    const Kind others[] = {Kind::kGrey2,      Kind::kGrey4,       Kind::kGrey8,         Kind::kGrey16,
-                           Kind::kPalette4,   Kind::kPalette8,    Kind::kRgb,           Kind::kRgbPlanar,
-                           Kind::kRgba,       Kind::kCmyk,        Kind::kGrey4Alpha,    Kind::kGrey8Alpha,
-                           Kind::kGrey16Alpha, Kind::kGrey8AlphaPlanar, Kind::kPalette4Alpha, Kind::kPalette8Alpha};
+    const Kind others[] = {Kind::kGrey2,         Kind::kGrey4,
+                           Kind::kGrey8,         Kind::kGrey16,
+                           Kind::kPalette4,      Kind::kPalette8,
+                           Kind::kRgb,           Kind::kRgbPlanar,
+                           Kind::kRgba,          Kind::kCmyk,
+                           Kind::kGrey4Alpha,    Kind::kGrey8Alpha,
+                           Kind::kGrey16Alpha,   Kind::kGrey8AlphaPlanar,
+                           Kind::kPalette4Alpha, Kind::kPalette8Alpha};
     struct Coding {
         uint16_t compression;
         uint32_t t4Options;
         uint16_t predictor;
     };
     const Coding bilevelCodings[] = {
-        {COMPRESSION_NONE, 0, 1},      {COMPRESSION_CCITTRLE, 0, 1},   {COMPRESSION_CCITTRLEW, 0, 1},
-        {COMPRESSION_CCITTFAX3, 0, 1}, {COMPRESSION_CCITTFAX3, 1, 1},  {COMPRESSION_CCITTFAX3, 5, 1},
-        {COMPRESSION_CCITTFAX4, 0, 1}, {COMPRESSION_LZW, 0, 1},        {COMPRESSION_ADOBE_DEFLATE, 0, 1},
+        {COMPRESSION_NONE, 0, 1},      {COMPRESSION_CCITTRLE, 0, 1},  {COMPRESSION_CCITTRLEW, 0, 1},
+        {COMPRESSION_CCITTFAX3, 0, 1}, {COMPRESSION_CCITTFAX3, 1, 1}, {COMPRESSION_CCITTFAX3, 5, 1},
+        {COMPRESSION_CCITTFAX4, 0, 1}, {COMPRESSION_LZW, 0, 1},       {COMPRESSION_ADOBE_DEFLATE, 0, 1},
         {COMPRESSION_PACKBITS, 0, 1},
     };
     const Coding otherCodings[] = {
-        {COMPRESSION_NONE, 0, 1}, {COMPRESSION_LZW, 0, 1}, {COMPRESSION_LZW, 0, 2}, {COMPRESSION_ADOBE_DEFLATE, 0, 1},
-        {COMPRESSION_ADOBE_DEFLATE, 0, 2}, {COMPRESSION_PACKBITS, 0, 1},
+        {COMPRESSION_NONE, 0, 1},          {COMPRESSION_LZW, 0, 1},           {COMPRESSION_LZW, 0, 2},
+        {COMPRESSION_ADOBE_DEFLATE, 0, 1}, {COMPRESSION_ADOBE_DEFLATE, 0, 2}, {COMPRESSION_PACKBITS, 0, 1},
     };
     struct Placement {
         uint32_t rows, tile;
@@ -337,13 +407,15 @@ std::vector<Variant> Corpus() {
     };
     for (Kind kind : bilevel) {
         for (const Coding& c : bilevelCodings) {
-            for (const Placement& p : placements) add(Variant{kind, c.compression, c.t4Options, c.predictor, p.rows, p.tile});
+            for (const Placement& p : placements)
+                add(Variant{kind, c.compression, c.t4Options, c.predictor, p.rows, p.tile});
         }
     }
     for (Kind kind : others) {
         for (const Coding& c : otherCodings) {
             if (c.predictor == 2 && LayoutOf(kind).bits != 8) continue;  // the predictor is for 8-bit samples
-            for (const Placement& p : placements) add(Variant{kind, c.compression, c.t4Options, c.predictor, p.rows, p.tile});
+            for (const Placement& p : placements)
+                add(Variant{kind, c.compression, c.t4Options, c.predictor, p.rows, p.tile});
         }
     }
     // JPEG pages stored as grey, RGB or CMYK samples (no colour transform,
@@ -406,12 +478,27 @@ Image Oriented(const Image& in, uint16_t orientation, bool wholePage) {
             uint32_t lastX = in.width - 1, lastY = in.height - 1;
             switch (orientation) {
                 case 2: ox = lastX - x; break;
-                case 3: ox = lastX - x; oy = lastY - y; break;
+                case 3:
+                    ox = lastX - x;
+                    oy = lastY - y;
+                    break;
                 case 4: oy = lastY - y; break;
-                case 5: ox = y; oy = x; break;
-                case 6: ox = lastY - y; oy = x; break;
-                case 7: ox = lastY - y; oy = lastX - x; break;
-                case 8: ox = y; oy = lastX - x; break;
+                case 5:
+                    ox = y;
+                    oy = x;
+                    break;
+                case 6:
+                    ox = lastY - y;
+                    oy = x;
+                    break;
+                case 7:
+                    ox = lastY - y;
+                    oy = lastX - x;
+                    break;
+                case 8:
+                    ox = y;
+                    oy = lastX - x;
+                    break;
                 default: break;
             }
             out.pixels[size_t{oy} * out.width + ox] = in.at(x, y);
@@ -497,9 +584,7 @@ void ExpectSamePixels(HGLOBAL dib, const Image& expected, int tolerance, const s
 
 class TiffReadCorpus : public ::testing::Test {
 protected:
-    void SetUp() override {
-        REQUIRE_PEER(velmora::peers::Have("/usr/bin/tiffcp"), "tiffcp");
-    }
+    void SetUp() override { REQUIRE_PEER(velmora::peers::Have("/usr/bin/tiffcp"), "tiffcp"); }
     static void SetUpTestSuite() {
         char pattern[] = "/tmp/velmora-tiff-corpus-XXXXXX";
         directory_ = mkdtemp(pattern);
@@ -591,8 +676,8 @@ TEST_F(TiffReadCorpus, EveryPageMatchesLibtiff) {
             // and the second.
             if (page == static_cast<int>(i % 2)) {
                 const std::string bmp = path + ".bmp";
-                ASSERT_EQ(velmora::peers::Output("'" + velmora + "' render '" + path + "' --page " + std::to_string(page + 1) +
-                                 " -o '" + bmp + "' 2>&1"),
+                ASSERT_EQ(velmora::peers::Output("'" + velmora + "' render '" + path + "' --page " +
+                                                 std::to_string(page + 1) + " -o '" + bmp + "' 2>&1"),
                           "")
                     << path;
                 HGLOBAL rendered = LoadBmp(bmp);
@@ -641,9 +726,8 @@ std::vector<std::vector<uint8_t>> RawParts(TIFF* tif) {
 // for a clean file.
 std::string TiffinfoComplaints(const std::string& path) {
     std::string complaints;
-    const bool ran = velmora::peers::Output("tiffinfo -D '" + path + "' 2>&1 >/dev/null && tiffdump '" + path +
-                                                "' 2>&1 >/dev/null",
-                                            &complaints);
+    const bool ran = velmora::peers::Output(
+        "tiffinfo -D '" + path + "' 2>&1 >/dev/null && tiffdump '" + path + "' 2>&1 >/dev/null", &complaints);
     return ran ? complaints : "failed: " + complaints;
 }
 
@@ -721,11 +805,10 @@ TEST_F(TiffReadCorpus, EveryPageWritesBackForLibtiff) {
         const auto* header = static_cast<const BITMAPINFOHEADER*>(velmora::platform::MemLock(dib));
         const uint16_t bits = header->biBitCount;
         velmora::platform::MemUnlock(dib);
-        const WORD compressions[] = {VELMORA_COMPRESSION_NONE,      VELMORA_COMPRESSION_PACKBITS,
-                                     VELMORA_COMPRESSION_LZW,       VELMORA_COMPRESSION_GROUP4,
-                                     VELMORA_COMPRESSION_GROUP3,    VELMORA_COMPRESSION_GROUP3_2D,
-                                     VELMORA_COMPRESSION_CCITT_RLE, VELMORA_COMPRESSION_JPEG,
-                                     VELMORA_COMPRESSION_DEFLATE};
+        const WORD compressions[] = {
+            VELMORA_COMPRESSION_NONE,      VELMORA_COMPRESSION_PACKBITS, VELMORA_COMPRESSION_LZW,
+            VELMORA_COMPRESSION_GROUP4,    VELMORA_COMPRESSION_GROUP3,   VELMORA_COMPRESSION_GROUP3_2D,
+            VELMORA_COMPRESSION_CCITT_RLE, VELMORA_COMPRESSION_JPEG,     VELMORA_COMPRESSION_DEFLATE};
         for (WORD compression : compressions) {
             const bool fax = compression == VELMORA_COMPRESSION_GROUP4 || compression == VELMORA_COMPRESSION_GROUP3 ||
                              compression == VELMORA_COMPRESSION_GROUP3_2D ||

@@ -40,8 +40,8 @@ std::vector<uint8_t> ReadBytes(const std::string& path) {
 }
 
 void WriteBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),
-                                                static_cast<std::streamsize>(bytes.size()));
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
 // A 24 x 5 bi-level DIB (index 0 black) with a diagonal.
@@ -122,8 +122,8 @@ TEST(TiffWriter, RecordChecksGiveTheirReasonsAndLeaveTheFileAlone) {
              a->annotationOptions = 8;
          },
          5},
-        {"a compression nothing writes", [](VelmoraAppendTIFF* a, void*) { a->compression = VELMORA_COMPRESSION_OTHER; },
-         6},
+        {"a compression nothing writes",
+         [](VelmoraAppendTIFF* a, void*) { a->compression = VELMORA_COMPRESSION_OTHER; }, 6},
         {"Group 4 for a colour DIB",
          [](VelmoraAppendTIFF* a, void* c) {
              a->dib = static_cast<Context*>(c)->colour->words.data();
@@ -358,9 +358,16 @@ TEST(TiffWriter, DocumentPagesAndIfdsCopyOut) {
     for (uint64_t ifd = 0; ifd < 3; ++ifd) {
         const uint64_t at = b.bytes().size();
         b.bytes().insert(b.bytes().end(), 16, static_cast<uint8_t>(40 * ifd));
-        std::vector<testing::Field> fields = {Long(254, {ifd == 1 ? 1u : 0u}), Long(256, {8}), Long(257, {2}),
-                                              Short(258, {8}), Short(259, {1}), Short(262, {1}), Long(273, {at}),
-                                              Long(278, {2}), Long(279, {16}), Short(297, {ifd == 2 ? 1u : 0u, 2})};
+        std::vector<testing::Field> fields = {Long(254, {ifd == 1 ? 1u : 0u}),
+                                              Long(256, {8}),
+                                              Long(257, {2}),
+                                              Short(258, {8}),
+                                              Short(259, {1}),
+                                              Short(262, {1}),
+                                              Long(273, {at}),
+                                              Long(278, {2}),
+                                              Long(279, {16}),
+                                              Short(297, {ifd == 2 ? 1u : 0u, 2})};
         if (ifd == 0) fields.push_back({32932, 1, 4, {1, 2, 3, 4}});  // foreign annotations
         b.AddDirectory(fields);
     }
@@ -484,7 +491,7 @@ TEST(TiffWriter, PageInformationBlocksConvertTheirUnitAndTravelWithThePage) {
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(stored.data()) + 4), "VelmoraPageInfo");
     auto u32 = [&](size_t at) { return uint32_t{stored[at]} | stored[at + 1] << 8 | stored[at + 2] << 16; };
     EXPECT_EQ(u32(20), 5u);
-    EXPECT_EQ(u32(24), 1u);    // 10 per millimetre: 254 per inch
+    EXPECT_EQ(u32(24), 1u);  // 10 per millimetre: 254 per inch
     EXPECT_EQ(u32(28), 254u);
     EXPECT_EQ(u32(36), 508u);
     EXPECT_EQ(stored[40], 2);

@@ -22,6 +22,8 @@ std::string JsonString(const char* text);
 // A JPEG file as a JPEG handle: a movable block holding the whole stream.
 // Null with errno set when the file cannot be read.
 HGLOBAL LoadJpeg(const char* path);
+// The arguments FILE [--json]: false when they are anything else.
+bool ParseFileAndJson(int argc, char** argv, const char** path, bool* json);
 // numerator / denominator, 0 for a zero denominator.
 double Value(DWORD numerator, DWORD denominator);
 

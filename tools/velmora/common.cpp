@@ -74,4 +74,19 @@ double Value(DWORD numerator, DWORD denominator) {
     return denominator == 0 ? 0.0 : static_cast<double>(numerator) / denominator;
 }
 
+bool ParseFileAndJson(int argc, char** argv, const char** path, bool* json) {
+    *path = nullptr;
+    *json = false;
+    for (int i = 0; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--json") == 0) {
+            *json = true;
+        } else if (*path == nullptr) {
+            *path = argv[i];
+        } else {
+            return false;
+        }
+    }
+    return *path != nullptr;
+}
+
 }  // namespace velmora_cli

@@ -16,10 +16,10 @@ struct CompressionName {
 };
 
 const CompressionName kCompressions[] = {
-    {"g4", VELMORA_COMPRESSION_GROUP4},         {"g3", VELMORA_COMPRESSION_GROUP3},
-    {"g3-2d", VELMORA_COMPRESSION_GROUP3_2D},   {"mh", VELMORA_COMPRESSION_CCITT_RLE},
-    {"lzw", VELMORA_COMPRESSION_LZW},           {"packbits", VELMORA_COMPRESSION_PACKBITS},
-    {"none", VELMORA_COMPRESSION_NONE},         {"jpeg", VELMORA_COMPRESSION_JPEG},
+    {"g4", VELMORA_COMPRESSION_GROUP4},       {"g3", VELMORA_COMPRESSION_GROUP3},
+    {"g3-2d", VELMORA_COMPRESSION_GROUP3_2D}, {"mh", VELMORA_COMPRESSION_CCITT_RLE},
+    {"lzw", VELMORA_COMPRESSION_LZW},         {"packbits", VELMORA_COMPRESSION_PACKBITS},
+    {"none", VELMORA_COMPRESSION_NONE},       {"jpeg", VELMORA_COMPRESSION_JPEG},
     {"deflate", VELMORA_COMPRESSION_DEFLATE},
 };
 
@@ -29,8 +29,8 @@ struct ColorName {
 };
 
 const ColorName kColors[] = {
-    {"bw", VELMORA_COLOR_BW},           {"dither", VELMORA_COLOR_DITHERED_BW},   {"gray16", VELMORA_COLOR_GRAY16},
-    {"gray256", VELMORA_COLOR_GRAY256}, {"pal16", VELMORA_COLOR_PALETTE16},      {"pal256", VELMORA_COLOR_PALETTE256},
+    {"bw", VELMORA_COLOR_BW},           {"dither", VELMORA_COLOR_DITHERED_BW}, {"gray16", VELMORA_COLOR_GRAY16},
+    {"gray256", VELMORA_COLOR_GRAY256}, {"pal16", VELMORA_COLOR_PALETTE16},    {"pal256", VELMORA_COLOR_PALETTE256},
     {"rgb", VELMORA_COLOR_RGB},
 };
 
@@ -87,8 +87,10 @@ bool ParsePages(const char* text, DWORD count, std::vector<DWORD>* pages) {
         }
         if (first == 0 || last < first || last > count) return false;
         for (unsigned long page = first; page <= last; ++page) pages->push_back(static_cast<DWORD>(page));
-        if (*end == ',') ++end;
-        else if (*end != '\0') return false;
+        if (*end == ',')
+            ++end;
+        else if (*end != '\0')
+            return false;
         at = end;
     }
     return !pages->empty();
@@ -138,7 +140,8 @@ int RunConvert(int argc, char** argv) {
         }
     }
     if (in == nullptr || out == nullptr) {
-        std::fprintf(stderr, "usage: velmora convert IN.tif OUT.tif [--compression NAME] [--pages LIST] [--color TYPE]\n");
+        std::fprintf(stderr,
+                     "usage: velmora convert IN.tif OUT.tif [--compression NAME] [--pages LIST] [--color TYPE]\n");
         return 2;
     }
     HGLOBAL source = OpenVelmoraTIFF(in, 0x80000000u, 0);
@@ -148,7 +151,8 @@ int RunConvert(int argc, char** argv) {
     if (pageList == nullptr) {
         for (DWORD page = 1; page <= count; ++page) pages.push_back(page);
     } else if (!ParsePages(pageList, count, &pages)) {
-        std::fprintf(stderr, "velmora: %s: not pages of %s (%lu pages)\n", pageList, in, static_cast<unsigned long>(count));
+        std::fprintf(stderr, "velmora: %s: not pages of %s (%lu pages)\n", pageList, in,
+                     static_cast<unsigned long>(count));
         CloseVelmoraTIFF(source);
         return 2;
     }

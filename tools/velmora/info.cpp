@@ -183,17 +183,7 @@ int ShowJpegInfo(const char* path, bool json) {
 int RunInfo(int argc, char** argv) {
     const char* path = nullptr;
     bool json = false;
-    for (int i = 0; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--json") == 0) {
-            json = true;
-        } else if (path == nullptr) {
-            path = argv[i];
-        } else {
-            path = nullptr;
-            break;
-        }
-    }
-    if (path == nullptr) {
+    if (!ParseFileAndJson(argc, argv, &path, &json)) {
         std::fprintf(stderr, "usage: velmora info FILE [--json]\n");
         return 2;
     }

@@ -23,17 +23,7 @@ const char* SubfileClass(DWORD subfileType) {
 int RunPages(int argc, char** argv) {
     const char* path = nullptr;
     bool json = false;
-    for (int i = 0; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--json") == 0) {
-            json = true;
-        } else if (path == nullptr) {
-            path = argv[i];
-        } else {
-            path = nullptr;
-            break;
-        }
-    }
-    if (path == nullptr) {
+    if (!ParseFileAndJson(argc, argv, &path, &json)) {
         std::fprintf(stderr, "usage: velmora pages FILE [--json]\n");
         return 2;
     }
@@ -57,12 +47,13 @@ int RunPages(int argc, char** argv) {
             return Fail(path);
         }
         if (json) {
-            std::printf("%s{\"ifd\": %lu, \"page\": %lu, \"class\": \"%s\", \"subfile_type\": %lu, \"width\": %lu, "
-                        "\"height\": %lu, \"orientation\": %lu}",
-                        ifd == 1 ? "" : ", ", static_cast<unsigned long>(ifd), static_cast<unsigned long>(info.page),
-                        SubfileClass(info.subfileType), static_cast<unsigned long>(info.subfileType),
-                        static_cast<unsigned long>(info.width), static_cast<unsigned long>(info.height),
-                        static_cast<unsigned long>(info.orientation));
+            std::printf(
+                "%s{\"ifd\": %lu, \"page\": %lu, \"class\": \"%s\", \"subfile_type\": %lu, \"width\": %lu, "
+                "\"height\": %lu, \"orientation\": %lu}",
+                ifd == 1 ? "" : ", ", static_cast<unsigned long>(ifd), static_cast<unsigned long>(info.page),
+                SubfileClass(info.subfileType), static_cast<unsigned long>(info.subfileType),
+                static_cast<unsigned long>(info.width), static_cast<unsigned long>(info.height),
+                static_cast<unsigned long>(info.orientation));
         } else {
             std::printf("  image %lu: page %lu, %s, %lu x %lu as shown, orientation %lu\n",
                         static_cast<unsigned long>(ifd), static_cast<unsigned long>(info.page),
