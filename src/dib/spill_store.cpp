@@ -85,7 +85,6 @@ void DestroySpillStore(SpillStore* store) {
 }
 
 uint64_t SpillStride(const SpillStore* store) { return store->stride; }
-uint32_t SpillHeight(const SpillStore* store) { return store->height; }
 
 bool ReadSpillRow(SpillStore* store, uint32_t row, void* out, ErrorRecord* record) {
     if (record->failed() || !SeekRow(store, row, record)) return false;

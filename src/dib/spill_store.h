@@ -19,7 +19,6 @@ SpillStore* CreateSpillStore(uint64_t stride, uint32_t height, ErrorRecord* reco
 void DestroySpillStore(SpillStore* store);
 
 uint64_t SpillStride(const SpillStore* store);
-uint32_t SpillHeight(const SpillStore* store);
 // Stored row `row` (0 = the bottom row) as stride bytes.
 bool ReadSpillRow(SpillStore* store, uint32_t row, void* out, ErrorRecord* record);
 bool WriteSpillRow(SpillStore* store, uint32_t row, const void* in, ErrorRecord* record);

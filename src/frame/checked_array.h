@@ -42,11 +42,6 @@ public:
         return true;
     }
     void Clear() { count_ = 0; }
-    // Keeps the first `count` elements (no more than there are).
-    void Shrink(size_t count) {
-        if (count < count_) count_ = count;
-    }
-
     T* data() { return reinterpret_cast<T*>(block_.data()); }
     const T* data() const { return reinterpret_cast<const T*>(block_.data()); }
     size_t size() const { return count_; }

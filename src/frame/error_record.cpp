@@ -90,14 +90,6 @@ void AppendDetail(ErrorRecord* record, const char16_t* detail) {
 
 }  // namespace
 
-void SetRecordErrorText(ErrorRecord* record, uint32_t code, const char16_t* detail) {
-    if (record == nullptr || record->failed()) return;
-    if (code == 0) code = kErrCallNotImplemented;
-    BuildErrorMessage(code, record->message, kMessageLength);
-    if (detail != nullptr) AppendDetail(record, detail);
-    record->code = code;
-}
-
 void SetRecordError(ErrorRecord* record, uint32_t code, uint32_t detailId, ...) {
     if (record == nullptr || record->failed()) return;
     if (code == 0) code = kErrCallNotImplemented;
@@ -116,8 +108,6 @@ void SetRecordError(ErrorRecord* record, uint32_t code, uint32_t detailId, ...) 
     }
     record->code = code;
 }
-
-void SetRecordLastSystemError(ErrorRecord* record) { SetRecordError(record, platform::GetSystemError(), 0); }
 
 void SetRecordCancelled(ErrorRecord* record) { SetRecordError(record, kErrCancelled, 0); }
 

@@ -54,10 +54,7 @@ enum : uint32_t {
 // string-table template appended on a new line, formatted printf-style with
 // the remaining arguments. Does nothing when record is null or already failed.
 void SetRecordError(ErrorRecord* record, uint32_t code, uint32_t detailId, ...);
-void SetRecordLastSystemError(ErrorRecord* record);
 void SetRecordCancelled(ErrorRecord* record);
-// The same with the detail given as text instead of a string id.
-void SetRecordErrorText(ErrorRecord* record, uint32_t code, const char16_t* detail);
 
 // Builds the message of a code (no detail) into `out` of `size` characters.
 void BuildErrorMessage(uint32_t code, char16_t* out, size_t size);

@@ -24,7 +24,7 @@ constexpr uint16_t kValueTempDir = 10277;
 constexpr uint32_t kNtPlatform = 2;
 constexpr size_t kMaxPath = 260;
 
-// Process-wide state. LibraryLock guards initialisation, termination and the
+// Process-wide state. The library lock guards initialisation, termination and the
 // window list; SharedObjectLock the lazily built shared values.
 void* g_moduleHandle = nullptr;
 platform::RecursiveLock* g_libraryLock = nullptr;
@@ -205,7 +205,6 @@ bool SetInitFlags(uint32_t flags) {
 
 void SetStartupLanguage(uint16_t language) { g_startupLanguage = language; }
 
-platform::RecursiveLock* LibraryLock() { return g_libraryLock; }
 platform::RecursiveLock* SharedObjectLock() { return g_sharedObjectLock; }
 
 std::u16string VersionText() {

@@ -16,7 +16,7 @@ constexpr uint32_t kInitHostManagesOle = 0x1;
 constexpr uint32_t kInitNoShell = 0x2;
 
 // The module events declared by the platform layer are implemented here:
-// process attach stores the module and creates LibraryLock, process detach
+// process attach stores the module and creates the library lock, process detach
 // terminates.
 
 // The gate: runs full initialisation once per load. 1 when the library is
@@ -32,7 +32,6 @@ uint32_t InitFlags();
 bool SetInitFlags(uint32_t flags);
 void SetStartupLanguage(uint16_t language);
 
-platform::RecursiveLock* LibraryLock();
 platform::RecursiveLock* SharedObjectLock();
 
 // "<ProductName> <ProductVersion>" of the version resource, built once.

@@ -420,7 +420,6 @@ bool StreamIsMemory(const Stream* stream) {
 
 bool StreamCreated(const Stream* stream) { return stream->created != 0; }
 StreamKind StreamKindOf(const Stream* stream) { return stream->kind; }
-uint32_t StreamAccess(const Stream* stream) { return stream->access; }
 const char16_t* StreamName(const Stream* stream) { return stream->name; }
 
 void SetMemoryStreamSize(Stream* stream, uint32_t capacity, int32_t reserve, ErrorRecord* record) {

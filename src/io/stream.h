@@ -75,7 +75,6 @@ void StreamFail(const Stream* stream, uint32_t code, ErrorRecord* record);
 bool StreamIsMemory(const Stream* stream);
 bool StreamCreated(const Stream* stream);
 StreamKind StreamKindOf(const Stream* stream);
-uint32_t StreamAccess(const Stream* stream);
 // The file's full path or the IStream's name; empty otherwise.
 const char16_t* StreamName(const Stream* stream);
 // Growable memory only: reserves `capacity` bytes (the size is unchanged) and

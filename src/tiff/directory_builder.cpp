@@ -115,14 +115,6 @@ bool DirectoryBuilder::AddAscii(uint16_t tag, const char* text, uint32_t size, E
     return Add(tag, kTypeAscii, size + 1, copy.data(), record);
 }
 
-void DirectoryBuilder::Remove(uint16_t tag) {
-    size_t kept = 0;
-    for (size_t i = 0; i < entries_.size(); ++i) {
-        if (entries_[i].tag != tag) entries_[kept++] = entries_[i];
-    }
-    entries_.Shrink(kept);
-}
-
 uint32_t* DirectoryBuilder::MutableLongs(uint16_t tag) {
     Entry* entry = Find(tag);
     if (entry == nullptr || entry->type != kTypeLong) return nullptr;

@@ -31,7 +31,6 @@ public:
     bool AddRational(uint16_t tag, uint32_t numerator, uint32_t denominator, ErrorRecord* record);
     // An ASCII entry: `size` bytes of text and a terminating NUL.
     bool AddAscii(uint16_t tag, const char* text, uint32_t size, ErrorRecord* record);
-    void Remove(uint16_t tag);
     bool Has(uint16_t tag) const { return Find(tag) != nullptr; }
     // The values of a LONG entry, to be filled in before Write; null when
     // the tag is absent or not LONG.

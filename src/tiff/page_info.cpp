@@ -438,14 +438,6 @@ void SetWanted(TiffPageInfo* info, uint32_t field) {
     }
 }
 
-void ClearWanted(TiffPageInfo* info, uint32_t field) {
-    if (field == kFieldEverything) {
-        info->fields = 0;
-    } else if (field < 64) {
-        info->fields &= ~Bit(field);
-    }
-}
-
 void SetWantedList(TiffPageInfo* info, uint32_t field, ...) {
     va_list args;
     va_start(args, field);

@@ -191,9 +191,8 @@ struct TiffPageInfo {
     bool hasOcrText = false;
 };
 
-// Field-set helpers. kFieldEverything sets (or, for ClearWanted, clears) all.
+// Field-set helpers. kFieldEverything sets all.
 void SetWanted(TiffPageInfo* info, uint32_t field);
-void ClearWanted(TiffPageInfo* info, uint32_t field);
 // Marks the fields given, up to kFieldListEnd.
 void SetWantedList(TiffPageInfo* info, uint32_t field, ...);
 // Whether `field` is present; kFieldAnyPresent asks for any.
