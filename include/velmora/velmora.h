@@ -573,13 +573,14 @@ VELMORA_EXPORT HGLOBAL VELMORA_API ReadVelmoraTIFFDIB(LPCSTR name, DWORD page);
  * ---------------------------------------------------------------------- */
 
 /* Flags of VelmoraAppendTIFF. Bits above bit 24 are invalid. Bits 1, 3, 6,
-   7, 8, 11, 21 and 24 select the fields extraData, palette and pageValue;
-   a writer that does not support them refuses them with reason
-   VELMORA_APPEND_REASON_FLAGS. */
+   8, 11, 21 and 24 select the fields palette and pageValue; a writer that
+   does not support them refuses them with reason VELMORA_APPEND_REASON_FLAGS. */
 #define VELMORA_APPEND_ANNOTATIONS         0x00000001u /* store the annotations block */
 #define VELMORA_APPEND_ANNOTATION_OPTIONS  0x00000004u /* annotationOptions holds a value below 8 */
 #define VELMORA_APPEND_RESOLUTION          0x00000010u /* write the resolution record */
 #define VELMORA_APPEND_SCALE               0x00000020u /* write the scale record */
+#define VELMORA_APPEND_JPEG_QUALITY        0x00000080u /* extraData points to a WORD: the JPEG
+                                                          quality, 1 to 100 (records of _V2 and up) */
 #define VELMORA_APPEND_PROGRESS            0x00000200u /* call the progress callback */
 #define VELMORA_APPEND_REASON              0x00000400u /* report a refused field in reason */
 #define VELMORA_APPEND_OCR_TEXT            0x00001000u /* store the OCR text block */
@@ -595,7 +596,7 @@ VELMORA_EXPORT HGLOBAL VELMORA_API ReadVelmoraTIFFDIB(LPCSTR name, DWORD page);
 #define VELMORA_APPEND_REASON_SOURCE_PAGE         3  /* a source TIFF without a page */
 #define VELMORA_APPEND_REASON_ANNOTATION_OPTIONS  5  /* annotationOptions is 8 or more */
 #define VELMORA_APPEND_REASON_COMPRESSION         6  /* the compression cannot be written */
-#define VELMORA_APPEND_REASON_EXTRA_DATA          7
+#define VELMORA_APPEND_REASON_EXTRA_DATA          7  /* an unreadable or out-of-range JPEG quality */
 #define VELMORA_APPEND_REASON_PALETTE             8
 #define VELMORA_APPEND_REASON_MASK                9
 #define VELMORA_APPEND_REASON_RESOLUTION_VALUE    11 /* a zero value */
@@ -630,7 +631,7 @@ typedef struct VelmoraAppendTIFF {
     const void *dib;              /* source DIB: a packed-DIB handle, or with
                                      VELMORA_APPEND_DIB_POINTER a pointer to one; or NULL */
     /* _V2 */
-    const void *extraData;        /* flag bit 7 */
+    const void *extraData;        /* VELMORA_APPEND_JPEG_QUALITY: a WORD, 1 to 100 */
     /* _V3 */
     HGLOBAL palette;              /* flag bits 6 and 8: palette or mask */
     /* _V4 */
@@ -671,7 +672,8 @@ typedef struct VelmoraAppendTIFF {
  * compression is one of the VELMORA_COMPRESSION_... codes NONE, PACKBITS,
  * LZW, DEFLATE (every page), GROUP4, GROUP3, GROUP3_2D, CCITT_RLE (bi-level pages:
  * 1-bit DIBs with a grey table), JPEG (grey and colour pages; baseline,
- * quality 75, colour as YCbCr with 2 x 2 chroma, tables in JPEGTables), or
+ * quality 75 unless VELMORA_APPEND_JPEG_QUALITY gives another, colour as
+ * YCbCr with 2 x 2 chroma, tables in JPEGTables), or
  * VELMORA_COMPRESSION_DEFAULT: a TIFF page keeps its coding, a DIB gets Group
  * 4 when bi-level and LZW otherwise. A TIFF page whose coding is kept has its
  * strips or tiles copied byte for byte with its image tags; otherwise it is
@@ -684,7 +686,7 @@ typedef struct VelmoraAppendTIFF {
  *
  * Flags taken: VELMORA_APPEND_ANNOTATIONS (the block's bytes are stored in
  * tag 33938), _ANNOTATION_OPTIONS, _RESOLUTION, _SCALE (tags 33940 to 33942),
- * _PROGRESS, _REASON, _OCR_TEXT (tag 33944), _TEXT(0) to _TEXT(7)
+ * _JPEG_QUALITY, _PROGRESS, _REASON, _OCR_TEXT (tag 33944), _TEXT(0) to _TEXT(7)
  * (DocumentName, ImageDescription, Make, Model, PageName, Software, Artist,
  * HostComputer, replacing a copied page's), _WIDE_NAME, _DIB_POINTER; the
  * others are refused with reason VELMORA_APPEND_REASON_FLAGS, as are flags

@@ -95,10 +95,7 @@ BOOL VELMORA_API SaveVelmoraBMPDIB(LPCSTR path, const void* bits, const BITMAPIN
 HGLOBAL VELMORA_API ChangeVelmoraDIBColorProgress(const void* bits, const BITMAPINFOHEADER* header, LONG target,
                                                   VelmoraProgressProc progress, UINT_PTR user) {
     ExportCall call;
-    if (!call.Gate() || !AcceptDib(nullptr, bits, header) ||
-        (progress != nullptr && !call.Callable(reinterpret_cast<const void*>(progress)))) {
-        return nullptr;
-    }
+    if (!call.Gate() || !AcceptDib(nullptr, bits, header) || !call.Progress(progress)) return nullptr;
     velmora::ProgressReporter reporter(progress, user);
     HGLOBAL result = velmora::ChangeDibColor(header, bits, target, &reporter, &call.record);
     return call.Finish() ? result : nullptr;
@@ -111,10 +108,7 @@ HGLOBAL VELMORA_API ChangeVelmoraDIBColor(const void* bits, const BITMAPINFOHEAD
 HGLOBAL VELMORA_API ColorOptimizeVelmoraDIBProgress(const void* bits, const BITMAPINFOHEADER* header,
                                                     VelmoraProgressProc progress, UINT_PTR user) {
     ExportCall call;
-    if (!call.Gate() || !AcceptDib(nullptr, bits, header) ||
-        (progress != nullptr && !call.Callable(reinterpret_cast<const void*>(progress)))) {
-        return nullptr;
-    }
+    if (!call.Gate() || !AcceptDib(nullptr, bits, header) || !call.Progress(progress)) return nullptr;
     velmora::ProgressReporter reporter(progress, user);
     // No smaller form leaves the last error as it was before the call.
     HGLOBAL result = velmora::OptimizeDibColors(header, bits, &reporter, &call.record);

@@ -11,11 +11,13 @@
 #pragma once
 
 #include <cstddef>
+#include <initializer_list>
 #include <string>
 
 #include "frame/error_record.h"
 #include "frame/library.h"
 #include "platform/platform.h"
+#include "velmora/velmora.h"
 
 namespace velmora {
 
@@ -33,6 +35,10 @@ public:
     bool String(const char* text) { return platform::IsReadableString(text) || Fail(kErrNoAccess); }
     bool String(const char16_t* text) { return platform::IsReadableString(text) || Fail(kErrNoAccess); }
     bool Callable(const void* code) { return platform::IsCallable(code) || Fail(kErrNoAccess); }
+    // A host's progress callback: none, or code that can be called (998).
+    bool Progress(VelmoraProgressProc progress) {
+        return progress == nullptr || Callable(reinterpret_cast<const void*>(progress));
+    }
     bool Window(HWND window) { return platform::IsWindowHandle(window) || Fail(kErrInvalidWindow); }
     // The library object behind a host's handle, found by `lookup` (null for
     // a handle of another kind); null after error 6.
@@ -42,6 +48,17 @@ public:
         T* object = lookup(handle);
         if (object == nullptr) Fail(kErrInvalidHandle);
         return object;
+    }
+    // A host's record that begins with its own size: the size field readable
+    // (998), the size one of the record's listed `sizes` (87), then the whole
+    // record readable (998). The size, or 0 after a failure.
+    template <typename Record, typename Size = decltype(Record::size)>
+    Size Sized(const Record* host, std::initializer_list<Size> sizes) {
+        return Sized(host, sizes.begin(), sizes.size());
+    }
+    template <typename Record, typename Size, size_t count>
+    Size Sized(const Record* host, const Size (&sizes)[count]) {
+        return Sized(host, sizes, count);
     }
     // An out-parameter: writable (998), then cleared, so that it holds zero
     // whatever happens next.
@@ -70,6 +87,17 @@ public:
     }
 
     ErrorRecord record;
+
+private:
+    template <typename Record, typename Size>
+    Size Sized(const Record* host, const Size* sizes, size_t count) {
+        if (!Readable(host, sizeof host->size)) return 0;
+        const Size size = host->size;
+        bool listed = false;
+        for (size_t i = 0; i < count; ++i) listed = listed || size == sizes[i];
+        if (!Value(listed) || !Readable(host, size)) return 0;
+        return size;
+    }
 };
 
 }  // namespace velmora

@@ -20,10 +20,6 @@ namespace {
 
 constexpr WORD kInfoRequestBits = VELMORA_JPEG_INFO_THUMBNAIL | VELMORA_JPEG_INFO_WHOLE;
 
-bool CallableOrNull(ExportCall& call, VelmoraProgressProc progress) {
-    return progress == nullptr || call.Callable(reinterpret_cast<const void*>(progress));
-}
-
 uint8_t Byte(uint32_t value) { return static_cast<uint8_t>(value > 255 ? 255 : value); }
 
 void FillRecord(const velmora::jpeg::JpegInfo& parsed, WORD request, VelmoraJPEGInfo* out) {
@@ -96,9 +92,9 @@ HGLOBAL CopyWholeStream(JpegHandleAccess& access, DWORD* size, velmora::ErrorRec
 BOOL VELMORA_API GetVelmoraJPEGInfoProgress(HGLOBAL jpeg, VelmoraProgressProc progress, UINT_PTR,
                                             VelmoraJPEGInfo* info) {
     ExportCall call;
-    if (!call.Gate() || !call.Handle(jpeg) || !call.Readable(info, sizeof(WORD) * 2) ||
-        !call.Value(info->size == VELMORA_JPEG_INFO_SIZE_V1 && (info->request & ~kInfoRequestBits) == 0) ||
-        !call.Writable(info, VELMORA_JPEG_INFO_SIZE_V1) || !CallableOrNull(call, progress)) {
+    if (!call.Gate() || !call.Handle(jpeg) || !call.Sized(info, {WORD{VELMORA_JPEG_INFO_SIZE_V1}}) ||
+        !call.Value((info->request & ~kInfoRequestBits) == 0) || !call.Writable(info, VELMORA_JPEG_INFO_SIZE_V1) ||
+        !call.Progress(progress)) {
         return FALSE;
     }
     const WORD request = info->request;
@@ -110,13 +106,11 @@ BOOL VELMORA_API GetVelmoraJPEGInfoProgress(HGLOBAL jpeg, VelmoraProgressProc pr
 
 HGLOBAL VELMORA_API GetVelmoraJPEGMCUData(HGLOBAL jpeg, const VelmoraJPEGMCURequest* request, DWORD* size) {
     ExportCall call;
-    if (!call.Gate() || !call.Handle(jpeg) || !call.Readable(request, sizeof(WORD) * 2) ||
-        !call.Value(request->size == VELMORA_JPEG_MCU_REQUEST_SIZE_V1) ||
-        !call.Readable(request, VELMORA_JPEG_MCU_REQUEST_SIZE_V1) ||
+    if (!call.Gate() || !call.Handle(jpeg) || !call.Sized(request, {WORD{VELMORA_JPEG_MCU_REQUEST_SIZE_V1}}) ||
         !call.Value(request->mode == VELMORA_JPEG_MCU_MODE1 || request->mode == VELMORA_JPEG_MCU_MODE2) ||
         !call.Writable(size, sizeof *size) ||
         (request->rect != nullptr && !call.Readable(request->rect, sizeof(RECT))) ||
-        !CallableOrNull(call, request->progress)) {
+        !call.Progress(request->progress)) {
         return nullptr;
     }
     const RECT* rect = request->rect;
@@ -162,7 +156,7 @@ HGLOBAL VELMORA_API GetVelmoraJPEGMCUDataProgress(HGLOBAL jpeg, const RECT* rect
 
 HGLOBAL VELMORA_API ReadVelmoraJPEGDIBProgress(HGLOBAL jpeg, VelmoraProgressProc progress, UINT_PTR user) {
     ExportCall call;
-    if (!call.Gate() || !call.Handle(jpeg) || !CallableOrNull(call, progress)) return nullptr;
+    if (!call.Gate() || !call.Handle(jpeg) || !call.Progress(progress)) return nullptr;
     JpegHandleAccess access;
     HGLOBAL dib = nullptr;
     if (access.Open(jpeg, &call.record)) {

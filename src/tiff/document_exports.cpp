@@ -33,10 +33,7 @@ uint8_t CompanionMode(WORD flags) {
 
 HGLOBAL VELMORA_API OpenVelmoraTIFFDocumentEx(const VelmoraOpenTIFFDocument* open) {
     ExportCall call;
-    if (!call.Gate() || !call.Readable(open, sizeof open->size)) return nullptr;
-    if (!call.Value(open->size == VELMORA_OPEN_TIFF_DOCUMENT_SIZE_V1) || !call.Readable(open, open->size)) {
-        return nullptr;
-    }
+    if (!call.Gate() || !call.Sized(open, {WORD{VELMORA_OPEN_TIFF_DOCUMENT_SIZE_V1}})) return nullptr;
     const WORD flags = open->flags;
     if (!call.Value((flags & ~kOpenFlags) == 0 && (flags & kCompanionFlags) != kCompanionFlags)) return nullptr;
     std::u16string wide;
@@ -116,13 +113,11 @@ BOOL VELMORA_API GetVelmoraTIFFDocumentPageNumbersOK(HGLOBAL handle) {
 BOOL VELMORA_API GetVelmoraTIFFDocumentIFDInfo(HGLOBAL handle, DWORD ifd, VelmoraTIFFDocumentIFDInfo* info) {
     ExportCall call;
     TiffDocument* document;
+    DWORD size = 0;
     if (!call.Gate() || (document = call.Object(handle, velmora::TiffDocumentFromHandle)) == nullptr ||
-        !call.Readable(info, sizeof info->size)) {
-        return 0;
-    }
-    const DWORD size = info->size;
-    if (!call.Value(size == VELMORA_TIFF_DOCUMENT_IFD_INFO_SIZE_V1 || size == VELMORA_TIFF_DOCUMENT_IFD_INFO_SIZE_V2 ||
-                    size == VELMORA_TIFF_DOCUMENT_IFD_INFO_SIZE_V3) ||
+        (size = call.Sized(info, {DWORD{VELMORA_TIFF_DOCUMENT_IFD_INFO_SIZE_V1},
+                                  DWORD{VELMORA_TIFF_DOCUMENT_IFD_INFO_SIZE_V2},
+                                  DWORD{VELMORA_TIFF_DOCUMENT_IFD_INFO_SIZE_V3}})) == 0 ||
         !call.Writable(info, size)) {
         return 0;
     }
@@ -179,12 +174,9 @@ BOOL VELMORA_API CopyVelmoraTIFFDocumentPage(HGLOBAL handle, DWORD page, HGLOBAL
     request.size = VELMORA_APPEND_TIFF_SIZE_V1;
     request.compression = VELMORA_COMPRESSION_DEFAULT;
     if (append != nullptr) {
-        if (!call.Readable(append, sizeof append->size) ||
-            !call.Value(append->size >= VELMORA_APPEND_TIFF_SIZE_V1 && append->size <= sizeof request) ||
-            !call.Readable(append, append->size)) {
-            return 0;
-        }
-        std::memcpy(&request, append, append->size);
+        const WORD size = call.Sized(append, velmora::kAppendRecordSizes);
+        if (size == 0) return 0;
+        std::memcpy(&request, append, size);
     }
     request.sourceName = nullptr;
     request.dib = nullptr;

@@ -469,16 +469,13 @@ BOOL VELMORA_API OCRVelmoraTIFF(UINT_PTR value1, UINT_PTR value2, UINT_PTR value
 
 HGLOBAL VELMORA_API ReadVelmoraOpenTIFFDIBEx(const VelmoraReadTIFFDIB* request) {
     ExportCall call;
-    if (!call.Gate() || !call.Readable(request, sizeof request->size)) return nullptr;
-    const WORD size = request->size;
-    if (!call.Value(size == VELMORA_READ_TIFF_DIB_SIZE_V1 || size == VELMORA_READ_TIFF_DIB_SIZE_V2) ||
-        !call.Readable(request, size)) {
-        return nullptr;
-    }
+    if (!call.Gate()) return nullptr;
+    const WORD size =
+        call.Sized(request, {WORD{VELMORA_READ_TIFF_DIB_SIZE_V1}, WORD{VELMORA_READ_TIFF_DIB_SIZE_V2}});
+    if (size == 0) return nullptr;
     TiffFile* tiff = call.Object(request->tiff, velmora::TiffFromHandle);
     if (tiff == nullptr || !call.Value(request->page != 0)) return nullptr;
-    if (request->progress != nullptr && !call.Callable(reinterpret_cast<const void*>(request->progress)))
-        return nullptr;
+    if (!call.Progress(request->progress)) return nullptr;
     const DWORD flags = request->flags;
     if (!call.Value(flags <= (kReadFlagFast | kReadFlagBurnIn))) return nullptr;
     if ((flags & kReadFlagBurnIn) &&

@@ -49,6 +49,13 @@ uint16_t DefaultCompression(PageKind kind);
 
 // What is stored with a page besides its image. Texts are NUL-terminated
 // and null when absent; they replace those of a copied page.
+// The sizes a host's VelmoraAppendTIFF record may have, one for each of its
+// versions.
+inline constexpr WORD kAppendRecordSizes[] = {VELMORA_APPEND_TIFF_SIZE_V1, VELMORA_APPEND_TIFF_SIZE_V2,
+                                              VELMORA_APPEND_TIFF_SIZE_V3, VELMORA_APPEND_TIFF_SIZE_V4,
+                                              VELMORA_APPEND_TIFF_SIZE_V5, VELMORA_APPEND_TIFF_SIZE_V6,
+                                              VELMORA_APPEND_TIFF_SIZE_V7};
+
 struct PageExtras {
     // DocumentName, ImageDescription, Make, Model, PageName, Software,
     // Artist, HostComputer.

@@ -34,19 +34,13 @@ constexpr DWORD kAccessWrite = 0x40000000u;
 // Flags this writer takes; the others up to bit 24 select fields it does not
 // support and are refused like unknown bits.
 constexpr DWORD kSupportedFlags = VELMORA_APPEND_ANNOTATIONS | VELMORA_APPEND_ANNOTATION_OPTIONS |
-                                  VELMORA_APPEND_RESOLUTION | VELMORA_APPEND_SCALE | VELMORA_APPEND_PROGRESS |
+                                  VELMORA_APPEND_RESOLUTION | VELMORA_APPEND_SCALE | VELMORA_APPEND_JPEG_QUALITY |
+                                  VELMORA_APPEND_PROGRESS |
                                   VELMORA_APPEND_REASON | VELMORA_APPEND_OCR_TEXT | 0x001FE000u /* texts */ |
                                   VELMORA_APPEND_WIDE_NAME | VELMORA_APPEND_DIB_POINTER;
 constexpr uint32_t kResolutionUnits = 3;
 constexpr uint32_t kScaleUnits = 17;
 constexpr uint32_t kMaxThumbnail = 512;
-
-bool KnownSize(WORD size) {
-    return size == VELMORA_APPEND_TIFF_SIZE_V1 || size == VELMORA_APPEND_TIFF_SIZE_V2 ||
-           size == VELMORA_APPEND_TIFF_SIZE_V3 || size == VELMORA_APPEND_TIFF_SIZE_V4 ||
-           size == VELMORA_APPEND_TIFF_SIZE_V5 || size == VELMORA_APPEND_TIFF_SIZE_V6 ||
-           size == VELMORA_APPEND_TIFF_SIZE_V7;
-}
 
 bool Writable(uint16_t compression) {
     switch (compression) {
@@ -165,6 +159,7 @@ WORD CheckRecord(const VelmoraAppendTIFF& a, WORD size, AppendRequest* request) 
     int sources = (a.sourceName != nullptr) + (a.sourceTIFF != nullptr) + (a.dib != nullptr);
     if (sources != 1) return VELMORA_APPEND_REASON_SOURCES;
     if ((flags & ~kSupportedFlags) != 0 ||
+        ((flags & VELMORA_APPEND_JPEG_QUALITY) && !HasField(size, VELMORA_APPEND_TIFF_SIZE_V2)) ||
         ((flags & VELMORA_APPEND_PROGRESS) && !HasField(size, VELMORA_APPEND_TIFF_SIZE_V4)) ||
         ((flags & VELMORA_APPEND_OCR_TEXT) && !HasField(size, VELMORA_APPEND_TIFF_SIZE_V5)) ||
         ((flags & 0x001FE000u) && !HasField(size, VELMORA_APPEND_TIFF_SIZE_V6))) {
@@ -175,6 +170,13 @@ WORD CheckRecord(const VelmoraAppendTIFF& a, WORD size, AppendRequest* request) 
         return VELMORA_APPEND_REASON_ANNOTATION_OPTIONS;
     }
     if (!Writable(a.compression)) return VELMORA_APPEND_REASON_COMPRESSION;
+    if (flags & VELMORA_APPEND_JPEG_QUALITY) {
+        const auto* quality = static_cast<const WORD*>(a.extraData);
+        if (!velmora::platform::IsReadableMemory(quality, sizeof *quality) || *quality < 1 || *quality > 100) {
+            return VELMORA_APPEND_REASON_EXTRA_DATA;
+        }
+        request->options.jpegQuality = *quality;
+    }
     velmora::PageExtras& extras = request->options.extras;
     if (flags & VELMORA_APPEND_RESOLUTION) {
         if (WORD reason =
@@ -374,12 +376,11 @@ bool AppendThumbnail(TiffFile* out, TiffFile* from, uint32_t maxWidth, uint32_t 
 BOOL VELMORA_API AppendVelmoraOpenTIFFEx(HGLOBAL tiff, VelmoraAppendTIFF* append) {
     ExportCall call;
     TiffFile* destination;
+    WORD size = 0;
     if (!call.Gate() || (destination = call.Object(tiff, velmora::TiffFromHandle)) == nullptr ||
-        !call.Readable(append, sizeof append->size)) {
+        (size = call.Sized(append, velmora::kAppendRecordSizes)) == 0) {
         return 0;
     }
-    const WORD size = append->size;
-    if (!call.Value(KnownSize(size)) || !call.Readable(append, size)) return 0;
     const bool wantsReason = (append->flags & VELMORA_APPEND_REASON) != 0 && size >= VELMORA_APPEND_TIFF_SIZE_V4;
     if (wantsReason && !call.Writable(&append->reason, sizeof append->reason)) return 0;
     if (wantsReason) append->reason = 0;

@@ -122,6 +122,14 @@ TEST(TiffWriter, RecordChecksGiveTheirReasonsAndLeaveTheFileAlone) {
              a->annotationOptions = 8;
          },
          5},
+        {"a JPEG quality of 101",
+         [](VelmoraAppendTIFF* a, void*) {
+             static const WORD tooHigh = 101;
+             a->flags |= VELMORA_APPEND_JPEG_QUALITY;
+             a->extraData = &tooHigh;
+         },
+         7},
+        {"no JPEG quality", [](VelmoraAppendTIFF* a, void*) { a->flags |= VELMORA_APPEND_JPEG_QUALITY; }, 7},
         {"a compression nothing writes",
          [](VelmoraAppendTIFF* a, void*) { a->compression = VELMORA_COMPRESSION_OTHER; }, 6},
         {"Group 4 for a colour DIB",
@@ -173,6 +181,23 @@ TEST(TiffWriter, RecordChecksGiveTheirReasonsAndLeaveTheFileAlone) {
         EXPECT_EQ(GetLastVelmoraErrorCode(), 87u) << c.what;
         EXPECT_EQ(a.reason, c.reason) << c.what;
     }
+    // The JPEG quality decides how much of the page is kept: a lower one
+    // writes a smaller page.
+    test::TestDib picture = test::MakeDib(64, 64, 24);
+    for (int32_t y = 0; y < 64; ++y) {
+        for (int32_t x = 0; x < 64; ++x) test::SetPixel(picture.header(), picture.bits(), x, y, (x * 37 ^ y * 91) * 2654435761u);
+    }
+    size_t pageSizes[2] = {};
+    for (WORD quality : {WORD{10}, WORD{95}}) {
+        HGLOBAL jpeg = OpenVelmoraTIFF(nullptr, VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 1);
+        VelmoraAppendTIFF q = DibRecord(picture);
+        q.compression = VELMORA_COMPRESSION_JPEG;
+        q.flags |= VELMORA_APPEND_JPEG_QUALITY;
+        q.extraData = &quality;
+        EXPECT_EQ(AppendVelmoraOpenTIFFEx(jpeg, &q), 1) << quality;
+        pageSizes[quality > 50] = CloseMemory(jpeg).size();
+    }
+    EXPECT_LT(pageSizes[0] * 2, pageSizes[1]);
     // A size that is not one of the record's, a missing record, a bad handle.
     VelmoraAppendTIFF a = DibRecord(dib);
     a.size = 96;

@@ -112,6 +112,7 @@ int RunConvert(int argc, char** argv) {
     const char* out = nullptr;
     const char* pageList = nullptr;
     WORD compression = VELMORA_COMPRESSION_DEFAULT;
+    WORD quality = 0;
     LONG color = -1;
     bool convertColor = false;
     for (int i = 0; i < argc; ++i) {
@@ -128,6 +129,14 @@ int RunConvert(int argc, char** argv) {
                 std::fprintf(stderr, "velmora: unknown compression: %s\n", argv[i]);
                 return 2;
             }
+        } else if (std::strcmp(argv[i], "--quality") == 0 && i + 1 < argc) {
+            char* end = nullptr;
+            const long value = std::strtol(argv[++i], &end, 10);
+            if (*end != '\0' || value < 1 || value > 100) {
+                std::fprintf(stderr, "velmora: the quality is a number from 1 to 100: %s\n", argv[i]);
+                return 2;
+            }
+            quality = static_cast<WORD>(value);
         } else if (std::strcmp(argv[i], "--pages") == 0 && i + 1 < argc) {
             pageList = argv[++i];
         } else if (in == nullptr) {
@@ -141,7 +150,8 @@ int RunConvert(int argc, char** argv) {
     }
     if (in == nullptr || out == nullptr) {
         std::fprintf(stderr,
-                     "usage: velmora convert IN.tif OUT.tif [--compression NAME] [--pages LIST] [--color TYPE]\n");
+                     "usage: velmora convert IN.tif OUT.tif [--compression NAME] [--quality Q] [--pages LIST] "
+                     "[--color TYPE]\n");
         return 2;
     }
     HGLOBAL source = OpenVelmoraTIFF(in, 0x80000000u, 0);
@@ -170,6 +180,10 @@ int RunConvert(int argc, char** argv) {
         append.sourceTIFF = source;
         append.sourcePage = page;
         append.compression = compression;
+        if (quality != 0) {
+            append.flags |= VELMORA_APPEND_JPEG_QUALITY;
+            append.extraData = &quality;
+        }
         if (progress != nullptr) {
             append.flags |= VELMORA_APPEND_PROGRESS;
             append.progress = progress;

@@ -35,10 +35,11 @@ const Command kCommands[] = {
      "Windows bitmap.\n"
      "Shows progress on standard error when that is a terminal.",
      RunRender},
-    {"convert", "velmora convert IN.tif OUT.tif [--compression NAME] [--pages LIST] [--color TYPE]",
+    {"convert", "velmora convert IN.tif OUT.tif [--compression NAME] [--quality Q] [--pages LIST] [--color TYPE]",
      "Write the pages of a TIFF file (all, or a list such as 1,3-5) into a new TIFF file. Pages\n"
      "keep their coding unless --compression names another: g4, g3, g3-2d, mh (bi-level pages),\n"
-     "lzw, deflate, packbits, none (every page), jpeg (grey and colour pages). --color converts every page\n"
+     "lzw, deflate, packbits, none (every page), jpeg (grey and colour pages; --quality from 1 to\n"
+     "100, 75 by default). --color converts every page\n"
      "to bw, dither (dithered black and white), gray16, gray256, pal16, pal256 or rgb. Pages that\n"
      "are decoded to be coded again are stored upright. Shows progress on a terminal.",
      RunConvert},
