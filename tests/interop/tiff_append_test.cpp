@@ -1,10 +1,13 @@
 // Appends under stress, checked with libtiff: a process killed at every point
 // of an append leaves a file whose old pages libtiff reads; a write that fails
-// at any point leaves the file byte for byte as it was; big-endian files grow
+// at any point, or a disk that fills up, leaves the file byte for byte as it
+// was; big-endian files grow
 // by big-endian pages; and the memory an append needs does not grow with the
 // number of pages.
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/statvfs.h>
 #include <sys/wait.h>
 #include <tiffio.h>
 #include <unistd.h>
@@ -162,6 +165,49 @@ TEST_F(TiffAppend, AWriteFailingAtAnyPointLeavesTheFileAsItWas) {
             ASSERT_TRUE(ReadFile(work_) == original_) << "compression " << compression << ", failed at " << limit;
         }
     }
+}
+
+// A small file system of its own (tmpfs, so root only): the destination sits
+// on it with less room left than the append needs, in steps from none to
+// almost enough; every append fails with "disk full" and leaves the file as
+// it was, both in place and through the temporary copy AppendVelmoraTIFF
+// makes beside it.
+TEST_F(TiffAppend, AFullDiskLeavesTheFileAsItWas) {
+    TempDir mount("velmora-full-disk");
+    ASSERT_TRUE(mount.ok());
+    const std::string options = "size=" + std::to_string(original_.size() * 4 + (1 << 20));
+    if (geteuid() != 0 || ::mount("tmpfs", mount.Path("").c_str(), "tmpfs", 0, options.c_str()) != 0) {
+        GTEST_SKIP() << "no small file system can be mounted here";
+    }
+    struct Unmount {
+        std::string path;
+        ~Unmount() { umount(path.c_str()); }
+    } unmount{mount.Path("")};
+    WriteFile(work_, original_);
+    ASSERT_TRUE(AppendOnePage(work_, source_, VELMORA_COMPRESSION_DEFAULT));
+    const uint64_t needed = ReadFile(work_).size() - original_.size();
+    const std::string destination = mount.Path("destination.tif"), filler = mount.Path("filler");
+    int failures = 0;
+    for (uint64_t room = 0; room < needed; room += needed / 13 + 1) {
+        for (bool inPlace : {true, false}) {
+            unlink(filler.c_str());
+            WriteFile(destination, original_);
+            struct statvfs fs {};
+            ASSERT_EQ(statvfs(destination.c_str(), &fs), 0);
+            const uint64_t free = uint64_t{fs.f_bavail} * fs.f_frsize;
+            ASSERT_GT(free, room);
+            WriteFile(filler, std::vector<uint8_t>(free - room));
+            const bool appended = inPlace ? AppendOnePage(destination, source_, VELMORA_COMPRESSION_DEFAULT)
+                                          : AppendVelmoraTIFF(destination.c_str(), source_.c_str()) != 0;
+            ASSERT_FALSE(appended) << room << " bytes free";
+            EXPECT_EQ(GetLastVelmoraErrorCode(), 112u) << room << " bytes free";
+            ASSERT_TRUE(ReadFile(destination) == original_) << room << " bytes free, in place " << inPlace;
+            ++failures;
+        }
+    }
+    unlink(filler.c_str());
+    unlink(destination.c_str());
+    EXPECT_GT(failures, 20);
 }
 
 TEST_F(TiffAppend, BigEndianFilesGrowByBigEndianPages) {
