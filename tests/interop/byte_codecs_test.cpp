@@ -157,20 +157,6 @@ TEST(DeflateInterop, DamagedStreamsAgreeWithZlibWhereZlibSucceeds) {
 }
 
 // ---- TIFF strips written by tiffcp --------------------------------------------
-class TempDir {
-public:
-    TempDir() {
-        char name[] = "/tmp/velmora-bytecodecs-XXXXXX";
-        if (mkdtemp(name) != nullptr) path = name;
-    }
-    ~TempDir() {
-        std::error_code ignored;
-        if (!path.empty()) fs::remove_all(path, ignored);
-    }
-    fs::path path;
-};
-
-
 bool HavePeers() {
     return fs::exists("/usr/bin/tiffcp") && fs::exists(VELMORA_PYTHON) &&
            velmora::peers::Run(std::string(VELMORA_PYTHON) + " -c 'import PIL, numpy'");
@@ -273,14 +259,10 @@ StripCheck CompareStrips(const fs::path& file) {
 
 TEST(TiffStripInterop, TiffcpCompressionsDecodeAsLibtiffDoes) {
     REQUIRE_PEER(HavePeers(), "tiffcp or Pillow");
-    TempDir dir;
-    ASSERT_FALSE(dir.path.empty());
-    std::string script = (dir.path / "make.py").string();
-    FILE* f = std::fopen(script.c_str(), "w");
-    ASSERT_NE(f, nullptr);
-    std::fputs(kMakeImages, f);
-    std::fclose(f);
-    ASSERT_TRUE(velmora::peers::Run(std::string(VELMORA_PYTHON) + " " + script + " " + dir.path.string()));
+    const velmora::peers::TempDir dir("velmora-bytecodecs");
+    const std::string script = dir.Path("make.py");
+    ASSERT_TRUE(velmora::peers::WriteFile(script, Bytes(std::begin(kMakeImages), std::end(kMakeImages) - 1)));
+    ASSERT_TRUE(velmora::peers::Run(std::string(VELMORA_PYTHON) + " " + script + " " + dir.path()));
     TIFFSetWarningHandler(nullptr);
 
     struct Variant {
@@ -300,8 +282,8 @@ TEST(TiffStripInterop, TiffcpCompressionsDecodeAsLibtiffDoes) {
     for (const char* image : {"grey8", "grey16", "rgb", "rgba"}) {
         for (const Variant& v : variants) {
             SCOPED_TRACE(std::string(image) + " " + v.name);
-            fs::path in = dir.path / (std::string(image) + ".tif");
-            fs::path out = dir.path / (std::string(image) + "-" + v.name + ".tif");
+            fs::path in = dir.Path(std::string(image) + ".tif");
+            fs::path out = dir.Path(std::string(image) + "-" + v.name + ".tif");
             ASSERT_TRUE(
                 velmora::peers::Run(std::string("/usr/bin/tiffcp ") + v.options + " " + in.string() + " " + out.string()));
             StripCheck check = CompareStrips(out);

@@ -22,26 +22,7 @@
 namespace velmora {
 namespace {
 
-// Runs a shell command; its standard output, or false when it failed.
-bool RunCommand(const std::string& command, std::string* out) {
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) return false;
-    char buffer[4096];
-    size_t got;
-    out->clear();
-    while ((got = fread(buffer, 1, sizeof buffer, pipe)) > 0) out->append(buffer, got);
-    return pclose(pipe) == 0;
-}
-
-bool HavePillow() {
-    std::string out;
-    return RunCommand(std::string(VELMORA_PYTHON) + " -c 'import PIL' 2>/dev/null", &out);
-}
-
-bool HaveIdentify() {
-    std::string out;
-    return RunCommand("identify -version >/dev/null 2>&1", &out);
-}
+using velmora::peers::Output;
 
 // Pillow's reading of a file: "width height mode" and then every pixel as
 // red, green, blue hex from the top left.
@@ -50,9 +31,7 @@ std::string PillowPixels(const std::string& directory, const std::string& path) 
     std::ofstream(script) << "import sys\nfrom PIL import Image\nim = Image.open(sys.argv[1])\nim.load()\n"
                              "print(im.size[0], im.size[1], im.mode)\nprint(im.convert('RGB').tobytes().hex())\n";
     std::string out;
-    bool ran = RunCommand(std::string(VELMORA_PYTHON) + " '" + script + "' '" + path + "' 2>&1", &out);
-    std::remove(script.c_str());
-    return ran ? out : "failed: " + out;
+    return Output(std::string(VELMORA_PYTHON) + " '" + script + "' '" + path + "' 2>&1", &out) ? out : "failed: " + out;
 }
 
 struct ImageOwner {
@@ -70,7 +49,7 @@ struct Case {
 class DibBmpInterop : public ::testing::TestWithParam<Case> {};
 
 TEST_P(DibBmpInterop, PillowAndImageMagickReadEveryPixel) {
-    REQUIRE_PEER(HavePillow(), std::string("Pillow for ") + VELMORA_PYTHON);
+    REQUIRE_PEER(velmora::peers::Run(std::string(VELMORA_PYTHON) + " -c 'import PIL'"), std::string("Pillow for ") + VELMORA_PYTHON);
     const Case c = GetParam();
     ErrorRecord record;
     HGLOBAL image = CreateImage(c.width, c.height, c.bits, 11811, 7874, 0,
@@ -98,12 +77,11 @@ TEST_P(DibBmpInterop, PillowAndImageMagickReadEveryPixel) {
         }
     }
 
-    char directory[] = "/tmp/velmora-dib-XXXXXX";
-    ASSERT_NE(mkdtemp(directory), nullptr);
-    std::string path = std::string(directory) + "/" + c.name + ".bmp";
+    const velmora::peers::TempDir directory("velmora-dib");
+    std::string path = directory.Path(std::string(c.name) + ".bmp");
     ASSERT_TRUE(SaveVelmoraBMPDIB(path.c_str(), bits, h)) << LastErrorCode();
 
-    std::string out = PillowPixels(directory, path);
+    std::string out = PillowPixels(directory.path(), path);
     size_t newline = out.find('\n');
     ASSERT_NE(newline, std::string::npos) << out;
     int width = 0, height = 0;
@@ -134,16 +112,13 @@ TEST_P(DibBmpInterop, PillowAndImageMagickReadEveryPixel) {
         }
     }
 
-    if (HaveIdentify()) {
-        std::string info;
-        ASSERT_TRUE(RunCommand("identify -format '%w %h' '" + path + "' 2>&1", &info)) << info;
-        EXPECT_EQ(info, std::to_string(c.width) + " " + std::to_string(c.height));
-        // 11811 pixels per metre is 300 dots per inch, 118.11 per centimetre.
-        ASSERT_TRUE(RunCommand("identify -units PixelsPerCentimeter -format '%x' '" + path + "' 2>&1", &info));
-        EXPECT_NEAR(std::atof(info.c_str()), 118.11, 0.005) << info;
-    }
-    std::remove(path.c_str());
-    ::rmdir(directory);
+    REQUIRE_PEER(velmora::peers::Have("/usr/bin/identify"), "ImageMagick's identify");
+    std::string info;
+    ASSERT_TRUE(Output("identify -format '%w %h' '" + path + "' 2>&1", &info)) << info;
+    EXPECT_EQ(info, std::to_string(c.width) + " " + std::to_string(c.height));
+    // 11811 pixels per metre is 300 dots per inch, 118.11 per centimetre.
+    ASSERT_TRUE(Output("identify -units PixelsPerCentimeter -format '%x' '" + path + "' 2>&1", &info));
+    EXPECT_NEAR(std::atof(info.c_str()), 118.11, 0.005) << info;
 }
 
 const Case kCases[] = {

@@ -10,18 +10,9 @@
 // interpolated upsampling (what `djpeg -dct int` does): grey samples must be
 // identical, colour channels within 1. Truncated and damaged copies must
 // fail with the library's errors, never worse.
-#include <unistd.h>
-
-#include <cstdio>  // jpeglib.h needs FILE and size_t first
-
-#include <jpeglib.h>
-
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <random>
 #include <string>
@@ -32,140 +23,79 @@
 #include "jpeg/jpeg_decoder.h"
 #include "dib/image.h"
 #include "io/stream.h"
-#include "support/peers.h"
+#include "support/pictures.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace velmora;
 using namespace velmora::jpeg;
+using velmora::peers::Picture;
+using velmora::peers::ReadFile;
 
 constexpr const char* kConvert = "/usr/bin/convert";
 constexpr const char* kCjpeg = "/usr/bin/cjpeg";
 constexpr const char* kJpegtran = "/usr/bin/jpegtran";
 
-
-using velmora::peers::ReadFile;
-
-// Pixels top row first: grey, or red-green-blue triples.
-struct Picture {
-    uint32_t width = 0, height = 0, channels = 0;
-    std::vector<uint8_t> pixels;
-};
-
-// libjpeg's decoding: islow IDCT, replicating upsampling. CMYK streams come
-// back as the stored (Adobe-inverted) values and are turned into RGB as
+// libjpeg's decoding as `djpeg -dct int -nosmooth` gives it. CMYK streams
+// come back as the stored (Adobe-inverted) values and are turned into RGB as
 // red = c * k / 255 and so on.
 bool PeerDecode(const std::vector<uint8_t>& data, Picture* out) {
-    // The peer streams are valid: libjpeg's default error handling (exit)
-    // never runs.
-    jpeg_decompress_struct cinfo;
-    jpeg_error_mgr error;
-    cinfo.err = jpeg_std_error(&error);
-    jpeg_create_decompress(&cinfo);
-    jpeg_mem_src(&cinfo, data.data(), static_cast<unsigned long>(data.size()));
-    jpeg_read_header(&cinfo, TRUE);
-    cinfo.dct_method = JDCT_ISLOW;
-    cinfo.do_block_smoothing = FALSE;
-    bool cmyk = cinfo.jpeg_color_space == JCS_CMYK || cinfo.jpeg_color_space == JCS_YCCK;
-    if (cmyk) cinfo.out_color_space = JCS_CMYK;
-    jpeg_start_decompress(&cinfo);
-    uint32_t components = cinfo.output_components;
-    out->width = cinfo.output_width;
-    out->height = cinfo.output_height;
-    out->channels = components == 1 ? 1 : 3;
-    out->pixels.assign(size_t{out->width} * out->height * out->channels, 0);
-    std::vector<uint8_t> row(size_t{out->width} * components);
-    while (cinfo.output_scanline < cinfo.output_height) {
-        uint32_t y = cinfo.output_scanline;
-        JSAMPROW rows[1] = {row.data()};
-        jpeg_read_scanlines(&cinfo, rows, 1);
-        uint8_t* target = &out->pixels[size_t{y} * out->width * out->channels];
-        if (!cmyk) {
-            std::memcpy(target, row.data(), row.size());
-            continue;
-        }
-        for (uint32_t x = 0; x < out->width; ++x) {
-            const uint8_t* p = &row[x * 4];
-            for (int c = 0; c < 3; ++c) target[x * 3 + c] = static_cast<uint8_t>(p[c] * p[3] / 255);
-        }
+    bool cmyk = false;
+    auto adjust = [&](jpeg_decompress_struct& info) {
+        info.do_block_smoothing = FALSE;
+        cmyk = info.jpeg_color_space == JCS_CMYK || info.jpeg_color_space == JCS_YCCK;
+        if (cmyk) info.out_color_space = JCS_CMYK;
+    };
+    if (!velmora::peers::LibjpegDecode(data, out, nullptr, adjust)) return false;
+    if (!cmyk) return true;
+    std::vector<uint8_t> rgb;
+    for (size_t i = 0; i < out->pixels.size(); i += 4) {
+        for (int c = 0; c < 3; ++c) rgb.push_back(static_cast<uint8_t>(out->pixels[i + c] * out->pixels[i + 3] / 255));
     }
-    jpeg_finish_decompress(&cinfo);
-    jpeg_destroy_decompress(&cinfo);
-    return error.num_warnings == 0;
+    out->pixels = std::move(rgb);
+    out->channels = 3;
+    return true;
 }
 
 // The library's decoding into a new DIB, read back top row first.
 bool OurDecode(const JpegSource& source, Picture* out, ErrorRecord* record) {
     HGLOBAL dib = DecodeJpegToDib(source, nullptr, record);
     if (dib == nullptr) return false;
-    ImageLock lock(dib);
-    BITMAPINFOHEADER* header = lock.header();
-    out->width = static_cast<uint32_t>(header->biWidth);
-    out->height = static_cast<uint32_t>(header->biHeight);
-    out->channels = header->biBitCount / 8;
-    size_t stride = (size_t{out->width} * header->biBitCount + 31) / 32 * 4;
-    const uint8_t* bits = lock.bits();
-    out->pixels.resize(size_t{out->width} * out->height * out->channels);
-    for (uint32_t y = 0; y < out->height; ++y) {
-        const uint8_t* row = bits + (out->height - 1 - y) * stride;
-        uint8_t* target = &out->pixels[size_t{y} * out->width * out->channels];
-        for (uint32_t x = 0; x < out->width; ++x) {
-            for (uint32_t c = 0; c < out->channels; ++c) {
-                // DIB rows are blue-green-red.
-                target[x * out->channels + c] = row[x * out->channels + (out->channels == 3 ? 2 - c : 0)];
-            }
-        }
+    {
+        ImageLock lock(dib);
+        *out = velmora::peers::FromDib(lock.header());
     }
-    HGLOBAL copy = dib;
-    FreeImage(&copy);
+    FreeImage(&dib);
     return true;
-}
-
-// The largest channel difference and how many channels differ at all.
-void Compare(const Picture& ours, const Picture& peer, int* largest, size_t* differing) {
-    *largest = 0;
-    *differing = 0;
-    for (size_t i = 0; i < ours.pixels.size() && i < peer.pixels.size(); ++i) {
-        int d = std::abs(int{ours.pixels[i]} - int{peer.pixels[i]});
-        *largest = std::max(*largest, d);
-        if (d != 0) ++*differing;
-    }
 }
 
 class JpegDecoderCorpus : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        char pattern[] = "/tmp/velmora-jpegdec-XXXXXX";
-        if (mkdtemp(pattern) != nullptr) dir_ = pattern;
-    }
-    static void TearDownTestSuite() {
-        if (!dir_.empty()) fs::remove_all(dir_);
-    }
     void SetUp() override {
         REQUIRE_PEER(velmora::peers::Have(kConvert) && velmora::peers::Have(kCjpeg) && velmora::peers::Have(kJpegtran),
                      "convert, cjpeg or jpegtran");
-        ASSERT_FALSE(dir_.empty());
+        ASSERT_TRUE(dir().ok());
+    }
+    static const velmora::peers::TempDir& dir() {
+        static velmora::peers::TempDir directory("velmora-jpegdec");
+        return directory;
     }
 
     // A picture with smooth areas, edges and noise, as PPM.
     std::string Source(uint32_t width, uint32_t height) {
-        std::string path = dir_ + "/src_" + std::to_string(width) + "x" + std::to_string(height) + ".ppm";
-        if (!fs::exists(path)) {
-            std::string command =
-                std::string(kConvert) + " -size " + std::to_string(width) + "x" + std::to_string(height) +
-                " -seed 11 plasma:tomato-steelblue -fill black -draw 'line 0,0 " + std::to_string(width) + "," +
-                std::to_string(height) + "' -seed 3 -attenuate 0.4 +noise Gaussian " + path;
-            EXPECT_TRUE(velmora::peers::Run(command)) << command;
-        }
+        const std::string size = std::to_string(width) + "x" + std::to_string(height);
+        std::string path = dir().Path("src_" + size + ".ppm");
+        std::string command = std::string(kConvert) + " -size " + size + " -seed 11 plasma:tomato-steelblue -fill black -draw 'line 0,0 " +
+                              std::to_string(width) + "," + std::to_string(height) +
+                              "' -seed 3 -attenuate 0.4 +noise Gaussian " + path;
+        if (!std::ifstream(path)) EXPECT_TRUE(velmora::peers::Run(command)) << command;
         return path;
     }
 
     std::string Run(const std::string& name, const std::string& command) {
-        std::string path = dir_ + "/" + name + ".jpg";
+        std::string path = dir().Path(name + ".jpg");
         std::string full = command;
-        size_t at;
-        while ((at = full.find("@OUT")) != std::string::npos) full.replace(at, 4, path);
+        for (size_t at; (at = full.find("@OUT")) != std::string::npos;) full.replace(at, 4, path);
         EXPECT_TRUE(velmora::peers::Run(full)) << full;
         return path;
     }
@@ -179,13 +109,9 @@ protected:
         ASSERT_TRUE(PeerDecode(data, &peer));
         ErrorRecord record;
         ASSERT_TRUE(OurDecode(JpegSource::Memory(data.data(), data.size()), &ours, &record)) << std::hex << record.code;
-        ASSERT_EQ(ours.width, peer.width);
-        ASSERT_EQ(ours.height, peer.height);
-        ASSERT_EQ(ours.channels, peer.channels);
-        int largest = 0;
-        size_t differing = 0;
-        Compare(ours, peer, &largest, &differing);
-        EXPECT_LE(largest, peer.channels == 1 ? 0 : tolerance) << differing << " channels differ";
+        const int largest = velmora::peers::LargestDifference(ours, peer);
+        EXPECT_GE(largest, 0) << "sizes differ";
+        EXPECT_LE(largest, peer.channels == 1 ? 0 : tolerance);
 
         // The same through a stream's 2048-byte buffer.
         Stream* stream = OpenFixedMemoryStream(data.data(), static_cast<uint32_t>(data.size()), &record);
@@ -194,11 +120,7 @@ protected:
         CloseStream(stream, nullptr);
         EXPECT_EQ(streamed.pixels, ours.pixels);
     }
-
-    static std::string dir_;
 };
-
-std::string JpegDecoderCorpus::dir_;
 
 TEST_F(JpegDecoderCorpus, GreyIsIdenticalToLibjpeg) {
     const std::pair<uint32_t, uint32_t> sizes[] = {{1, 1}, {17, 9}, {4097, 5}, {301, 203}, {8, 8}, {9, 16}};
@@ -255,12 +177,12 @@ TEST_F(JpegDecoderCorpus, SeparateScansPerComponent) {
     std::string base = Run("sepbase", std::string(kCjpeg) + " -outfile @OUT " + src);
     const std::pair<const char*, const char*> scripts[] = {{"sep3", "0;\n1;\n2;\n"}, {"sep21", "0,1;\n2;\n"}};
     for (auto [name, script] : scripts) {
-        std::string scriptPath = dir_ + "/" + name + ".txt";
+        std::string scriptPath = dir().Path(std::string(name) + ".txt");
         std::ofstream(scriptPath) << script;
         Check(name, Run(name, std::string(kJpegtran) + " -scans " + scriptPath + " -outfile @OUT " + base), 1);
     }
     // A progressive script with refinement of both DC and AC.
-    std::string scriptPath = dir_ + "/refine.txt";
+    std::string scriptPath = dir().Path("refine.txt");
     std::ofstream(scriptPath) << "0,1,2: 0 0 0 2;\n0: 1 5 0 1;\n1: 1 63 0 0;\n2: 1 63 0 0;\n0: 6 63 0 1;\n"
                                  "0,1,2: 0 0 2 1;\n0,1,2: 0 0 1 0;\n0: 1 63 1 0;\n";
     Check("refine", Run("refine", std::string(kJpegtran) + " -scans " + scriptPath + " -outfile @OUT " + base), 1);
@@ -305,9 +227,8 @@ TEST_F(JpegDecoderCorpus, FourComponentStreams) {
         }
         jpeg_finish_compress(&cinfo);
         jpeg_destroy_compress(&cinfo);
-        std::string path = dir_ + (space == JCS_CMYK ? "/cmyk.jpg" : "/ycck.jpg");
-        std::ofstream(path, std::ios::binary)
-            .write(reinterpret_cast<char*>(buffer), static_cast<std::streamsize>(size));
+        std::string path = dir().Path(space == JCS_CMYK ? "cmyk.jpg" : "ycck.jpg");
+        velmora::peers::WriteFile(path, std::vector<uint8_t>(buffer, buffer + size));
         free(buffer);
         Check(space == JCS_CMYK ? "cmyk" : "ycck", path, 1);
     }
@@ -315,7 +236,7 @@ TEST_F(JpegDecoderCorpus, FourComponentStreams) {
 
 TEST_F(JpegDecoderCorpus, InformationOfPeerStreams) {
     std::string src = Source(120, 80);
-    std::string jfif = dir_ + "/dense.jpg";
+    std::string jfif = dir().Path("dense.jpg");
     ASSERT_TRUE(velmora::peers::Run(std::string(kConvert) + " " + src + " -units PixelsPerInch -density 300x150 " + jfif));
     std::vector<uint8_t> data = ReadFile(jfif);
     JpegInfo info;

@@ -6,13 +6,7 @@
 // streams after a tables-only stream, as TIFF keeps them; the JFIF density
 // and a JFXX thumbnail read back by libjpeg. (No peer here decodes lossless
 // JPEG; the unit tests check lossless scans with a reference decoder.)
-#include <unistd.h>
-
 #include <cmath>
-#include <csetjmp>
-#include <cstdio>
-#include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <random>
 #include <string>
@@ -20,33 +14,27 @@
 
 #include <gtest/gtest.h>
 
-#include <jpeglib.h>
-
 #include "jpeg/jpeg_encoder.h"
 #include "frame/error_record.h"
 #include "io/stream.h"
-#include "platform/platform.h"
-#include "support/peers.h"
+#include "support/jpeg_segments.h"
+#include "support/memory_stream.h"
+#include "support/pictures.h"
 
 namespace velmora::jpeg {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-namespace fs = std::filesystem;
-
 using velmora::peers::ReadFile;
+using velmora::testing_support::JpegPayloads;
 using TempDirectory = velmora::peers::TempDir;
 
 // ---- Images ------------------------------------------------------------------
 
 enum class Kind { Gradient, Text, Noise, Photo };
 
-// Pixels top row first, `components` bytes per pixel (red, green, blue).
-struct Image {
-    uint32_t width = 0, height = 0;
-    uint8_t components = 1;
-    Bytes pixels;
-};
+// Pixels top row first, `channels` bytes per pixel (red, green, blue).
+using Image = velmora::peers::Picture;
 
 Image MakeImage(Kind kind, uint32_t width, uint32_t height, uint8_t components, uint32_t seed) {
     Image image{width, height, components, Bytes(size_t{width} * height * components)};
@@ -82,9 +70,9 @@ Bytes Encode(const Image& image, const JpegEncoderSettings& settings, bool botto
     JpegRows rows;
     rows.width = image.width;
     rows.height = image.height;
-    rows.bytesPerPixel = image.components;
-    size_t rowBytes = size_t{image.width} * image.components;
-    if (bottomUpBgr && image.components == 3) {
+    rows.bytesPerPixel = image.channels;
+    size_t rowBytes = size_t{image.width} * image.channels;
+    if (bottomUpBgr && image.channels == 3) {
         storage.resize(rowBytes * image.height);
         for (uint32_t y = 0; y < image.height; ++y) {
             const uint8_t* in = image.pixels.data() + rowBytes * y;
@@ -105,31 +93,12 @@ Bytes Encode(const Image& image, const JpegEncoderSettings& settings, bool botto
     ErrorRecord record;
     Stream* stream = OpenMemoryStream(false, &record);
     EncodeJpegRows(rows, settings, stream, nullptr, &record);
-    HGLOBAL data = CloseStream(stream, nullptr);
-    Bytes bytes;
-    if (data != nullptr) {
-        const uint8_t* p = static_cast<const uint8_t*>(platform::MemLock(data));
-        bytes.assign(p, p + platform::MemSize(data));
-        platform::MemUnlock(data);
-        platform::MemFree(data);
-    }
+    Bytes bytes = velmora::testing_support::CloseAndTake(stream, nullptr);
     EXPECT_EQ(record.code, 0u);
     return record.ok() ? bytes : Bytes();
 }
 
 // ---- libjpeg -----------------------------------------------------------------
-
-struct PeerError {
-    jpeg_error_mgr manager;
-    jmp_buf jump;
-    char message[JMSG_LENGTH_MAX];
-};
-
-void PeerErrorExit(j_common_ptr info) {
-    PeerError* error = reinterpret_cast<PeerError*>(info->err);
-    (*info->err->format_message)(info, error->message);
-    longjmp(error->jump, 1);
-}
 
 struct Decoded {
     bool ok = false;
@@ -138,56 +107,20 @@ struct Decoded {
     bool sawJfif = false;
     uint8_t jfifMinor = 0, densityUnit = 0;
     uint16_t xDensity = 0, yDensity = 0;
-    std::vector<Bytes> app0;  // APP0 segment data
 };
 
 // Decodes with libjpeg; `tables` (optional) is a tables-only stream read
 // first, as a TIFF reader does with JPEGTables.
 Decoded DecodeWithLibjpeg(const Bytes& bytes, const Bytes* tables = nullptr) {
     Decoded result;
-    jpeg_decompress_struct info;
-    PeerError error;
-    info.err = jpeg_std_error(&error.manager);
-    error.manager.error_exit = PeerErrorExit;
-    if (setjmp(error.jump) != 0) {
-        result.error = error.message;
-        jpeg_destroy_decompress(&info);
-        return result;
-    }
-    jpeg_create_decompress(&info);
-    jpeg_save_markers(&info, JPEG_APP0, 0xFFFF);
-    if (tables != nullptr) {
-        jpeg_mem_src(&info, tables->data(), static_cast<unsigned long>(tables->size()));
-        if (jpeg_read_header(&info, FALSE) != JPEG_HEADER_TABLES_ONLY) {
-            result.error = "not a tables-only stream";
-            jpeg_destroy_decompress(&info);
-            return result;
-        }
-    }
-    jpeg_mem_src(&info, bytes.data(), static_cast<unsigned long>(bytes.size()));
-    jpeg_read_header(&info, TRUE);
-    for (jpeg_saved_marker_ptr m = info.marker_list; m != nullptr; m = m->next) {
-        result.app0.emplace_back(m->data, m->data + m->data_length);
-    }
-    result.sawJfif = info.saw_JFIF_marker;
-    result.jfifMinor = info.JFIF_minor_version;
-    result.densityUnit = info.density_unit;
-    result.xDensity = info.X_density;
-    result.yDensity = info.Y_density;
-    info.out_color_space = info.num_components == 1 ? JCS_GRAYSCALE : JCS_RGB;
-    jpeg_start_decompress(&info);
-    Image& image = result.image;
-    image.width = info.output_width;
-    image.height = info.output_height;
-    image.components = static_cast<uint8_t>(info.output_components);
-    image.pixels.resize(size_t{image.width} * image.height * image.components);
-    while (info.output_scanline < info.output_height) {
-        JSAMPROW row = image.pixels.data() + size_t{info.output_scanline} * image.width * image.components;
-        jpeg_read_scanlines(&info, &row, 1);
-    }
-    jpeg_finish_decompress(&info);
-    jpeg_destroy_decompress(&info);
-    result.ok = true;
+    auto jfif = [&](jpeg_decompress_struct& info) {
+        result.sawJfif = info.saw_JFIF_marker;
+        result.jfifMinor = info.JFIF_minor_version;
+        result.densityUnit = info.density_unit;
+        result.xDensity = info.X_density;
+        result.yDensity = info.Y_density;
+    };
+    result.ok = velmora::peers::LibjpegDecode(bytes, &result.image, &result.error, jfif, tables);
     return result;
 }
 
@@ -209,19 +142,6 @@ double MeanAbsoluteDifference(const Image& a, const Image& b) {
     double sum = 0;
     for (size_t i = 0; i < a.pixels.size(); ++i) sum += std::abs(double(a.pixels[i]) - b.pixels[i]);
     return sum / a.pixels.size();
-}
-
-// The data of every segment with `marker`, concatenated; for tables, whose
-// split into segments differs between writers.
-Bytes SegmentPayloads(const Bytes& bytes, uint8_t marker) {
-    Bytes out;
-    size_t i = 2;
-    while (i + 4 <= bytes.size() && bytes[i] == 0xFF && bytes[i + 1] != 0xDA) {
-        size_t length = size_t{bytes[i + 2]} << 8 | bytes[i + 3];
-        if (bytes[i + 1] == marker) out.insert(out.end(), bytes.begin() + i + 4, bytes.begin() + i + 2 + length);
-        i += 2 + length;
-    }
-    return out;
 }
 
 // ---- Corpus -----------------------------------------------------------------
@@ -277,12 +197,12 @@ TEST(JpegEncoderInterop, CorpusDecodesWithLibjpegDjpegAndPillow) {
         ASSERT_TRUE(decoded.ok) << decoded.error;
         ASSERT_EQ(decoded.image.width, c.source.width);
         ASSERT_EQ(decoded.image.height, c.source.height);
-        ASSERT_EQ(decoded.image.components, c.source.components);
+        ASSERT_EQ(decoded.image.channels, c.source.channels);
         EXPECT_EQ(decoded.sawJfif, c.settings.writeJfif);
         if (c.source.width == 640) {
             EXPECT_GT(Psnr(decoded.image, c.source), PsnrFloor(c.settings.quality));
         }
-        if (c.settings.quality == 100 && c.source.width > 1 && c.source.components == 1) {
+        if (c.settings.quality == 100 && c.source.width > 1 && c.source.channels == 1) {
             // Quantiser 1: only the transform's rounding is lost.
             EXPECT_GT(Psnr(decoded.image, c.source), 45);
         }
@@ -309,18 +229,12 @@ TEST(JpegEncoderInterop, CorpusDecodesWithLibjpegDjpegAndPillow) {
     std::string expected;
     for (const CorpusCase& c : corpus) {
         expected += std::to_string(c.source.width) + " " + std::to_string(c.source.height) +
-                    (c.source.components == 1 ? " L\n" : " RGB\n");
+                    (c.source.channels == 1 ? " L\n" : " RGB\n");
     }
     EXPECT_EQ(out, expected);
 }
 
 // ---- cjpeg at the same quality ----------------------------------------------
-
-void WritePnm(const Image& image, const std::string& path) {
-    std::ofstream out(path, std::ios::binary);
-    out << (image.components == 1 ? "P5\n" : "P6\n") << image.width << " " << image.height << "\n255\n";
-    out.write(reinterpret_cast<const char*>(image.pixels.data()), image.pixels.size());
-}
 
 TEST(JpegEncoderInterop, TablesAndPixelsMatchCjpegAtTheSameQuality) {
     REQUIRE_PEER(velmora::peers::Run("cjpeg -version"), "cjpeg");
@@ -328,7 +242,7 @@ TEST(JpegEncoderInterop, TablesAndPixelsMatchCjpegAtTheSameQuality) {
     for (uint8_t components : {1, 3}) {
         Image source = MakeImage(Kind::Photo, 640, 480, components, 40 + components);
         std::string input = directory.Path(components == 1 ? "in.pgm" : "in.ppm");
-        WritePnm(source, input);
+        velmora::peers::WritePnm(source, input);
         for (int32_t quality : {5, 30, 50, 75, 90, 100}) {
             SCOPED_TRACE("components " + std::to_string(components) + " quality " + std::to_string(quality));
             std::string output = directory.Path("peer.jpg");
@@ -343,8 +257,8 @@ TEST(JpegEncoderInterop, TablesAndPixelsMatchCjpegAtTheSameQuality) {
             settings.sampling = ChromaSampling::H2V2;
             Bytes ours = Encode(source, settings);
             ASSERT_FALSE(ours.empty());
-            EXPECT_EQ(SegmentPayloads(ours, 0xDB), SegmentPayloads(peer, 0xDB));
-            EXPECT_EQ(SegmentPayloads(ours, 0xC4), SegmentPayloads(peer, 0xC4));
+            EXPECT_EQ(JpegPayloads(ours, 0xDB), JpegPayloads(peer, 0xDB));
+            EXPECT_EQ(JpegPayloads(ours, 0xC4), JpegPayloads(peer, 0xC4));
 
             Decoded mine = DecodeWithLibjpeg(ours);
             Decoded theirs = DecodeWithLibjpeg(peer);
@@ -366,7 +280,7 @@ TEST(JpegEncoderInterop, OptimisedTablesAreNoLargerThanCjpegOptimize) {
     TempDirectory directory("velmora-jpegenc");
     Image source = MakeImage(Kind::Photo, 640, 480, 3, 77);
     std::string input = directory.Path("in.ppm");
-    WritePnm(source, input);
+    velmora::peers::WritePnm(source, input);
     std::string output = directory.Path("peer.jpg");
     std::string out;
     ASSERT_TRUE(
@@ -396,11 +310,7 @@ TEST(JpegEncoderInterop, AbbreviatedStreamsDecodeAfterTheirTables) {
             ErrorRecord record;
             Stream* stream = OpenMemoryStream(false, &record);
             ASSERT_TRUE(WriteJpegTables(components, settings, stream, &record));
-            HGLOBAL data = CloseStream(stream, nullptr);
-            const uint8_t* p = static_cast<const uint8_t*>(platform::MemLock(data));
-            Bytes tables(p, p + platform::MemSize(data));
-            platform::MemUnlock(data);
-            platform::MemFree(data);
+            Bytes tables = velmora::testing_support::CloseAndTake(stream, nullptr);
 
             Bytes complete = Encode(source, settings);
             settings.omitTables = true;
@@ -453,8 +363,10 @@ TEST(JpegEncoderInterop, JfifDensityAndJfxxThumbnailReadByLibjpeg) {
     EXPECT_EQ(decoded.densityUnit, 2);
     EXPECT_EQ(decoded.xDensity, 118);
     EXPECT_EQ(decoded.yDensity, 59);
-    ASSERT_EQ(decoded.app0.size(), 2u);
-    const Bytes& jfxx = decoded.app0[1];
+    std::vector<velmora::testing_support::JpegSegment> segments = velmora::testing_support::JpegSegments(jpeg);
+    ASSERT_GT(segments.size(), 2u);
+    ASSERT_EQ(segments[2].marker, 0xE0);
+    const Bytes& jfxx = segments[2].data;
     ASSERT_GT(jfxx.size(), 6u);
     EXPECT_EQ(std::string(jfxx.begin(), jfxx.begin() + 4), "JFXX");
     EXPECT_EQ(jfxx[5], 0x10);

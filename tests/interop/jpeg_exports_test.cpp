@@ -2,13 +2,8 @@
 // at test time: describing a stream, decoding it, and cutting rectangles of
 // MCUs out of it, which must show exactly the pixels of the same region of
 // the whole image.
-#include <unistd.h>
-
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -18,13 +13,14 @@
 #include "io/stream.h"
 #include "platform/platform.h"
 #include "velmora/velmora.h"
-#include "support/peers.h"
+#include "support/jpeg_segments.h"
+#include "support/pictures.h"
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-bool Shell(const std::string& command) { return std::system(command.c_str()) == 0; }
+using Pixels = velmora::peers::Picture;
+using velmora::testing_support::JpegPayloads;
 
 // A host's JPEG handle: a movable block holding the stream.
 HGLOBAL HostBlock(const Bytes& bytes) {
@@ -34,26 +30,10 @@ HGLOBAL HostBlock(const Bytes& bytes) {
     return block;
 }
 
-struct Pixels {
-    int width = 0, height = 0, bytesPerPixel = 0;
-    Bytes rows;  // top row first, as the DIB stores each pixel
-};
-
 Pixels Decode(HGLOBAL jpeg) {
-    Pixels pixels;
     HGLOBAL dib = ReadVelmoraJPEGDIBProgress(jpeg, nullptr, 0);
-    if (dib == nullptr) return pixels;
-    auto* header = static_cast<const BITMAPINFOHEADER*>(velmora::platform::MemLock(dib));
-    const auto* bits = static_cast<const uint8_t*>(GetVelmoraDIBData(header));
-    pixels.width = header->biWidth;
-    pixels.height = header->biHeight;
-    pixels.bytesPerPixel = header->biBitCount / 8;
-    const int stride = (pixels.width * pixels.bytesPerPixel + 3) / 4 * 4;
-    for (int y = pixels.height - 1; y >= 0; --y) {
-        pixels.rows.insert(pixels.rows.end(), bits + y * stride,
-                           bits + y * stride + pixels.width * pixels.bytesPerPixel);
-    }
-    velmora::platform::MemUnlock(dib);
+    if (dib == nullptr) return Pixels();
+    Pixels pixels = velmora::peers::FromDib(dib);
     velmora::platform::MemFree(dib);
     return pixels;
 }
@@ -62,11 +42,11 @@ Pixels Decode(HGLOBAL jpeg) {
 // interpolation reads across the region's edges in the whole image, the
 // outermost pixels of the copy are left out.
 bool SameRegion(const Pixels& whole, const RECT& r, const Pixels& part, int border) {
-    if (part.width != r.right - r.left || part.height != r.bottom - r.top) return false;
-    const int n = whole.bytesPerPixel;
-    for (int y = border; y < part.height - border; ++y) {
-        const uint8_t* a = whole.rows.data() + ((r.top + y) * whole.width + r.left + border) * n;
-        const uint8_t* b = part.rows.data() + (y * part.width + border) * n;
+    if (int(part.width) != r.right - r.left || int(part.height) != r.bottom - r.top) return false;
+    const int n = static_cast<int>(whole.channels), width = static_cast<int>(whole.width);
+    for (int y = border; y < int(part.height) - border; ++y) {
+        const uint8_t* a = whole.pixels.data() + ((r.top + y) * width + r.left + border) * n;
+        const uint8_t* b = part.pixels.data() + (y * int(part.width) + border) * n;
         if (std::memcmp(a, b, static_cast<size_t>(part.width - 2 * border) * n) != 0) return false;
     }
     return true;
@@ -78,22 +58,17 @@ protected:
         for (const char* tool : {"/usr/bin/cjpeg", "/usr/bin/djpeg", "/usr/bin/jpegtran", "/usr/bin/convert"}) {
             REQUIRE_PEER(velmora::peers::Have(tool), tool);
         }
-        char pattern[] = "/tmp/velmora-jpeg-exports-XXXXXX";
-        directory_ = mkdtemp(pattern);
-        ASSERT_TRUE(Shell("/usr/bin/convert -size 165x99 -seed 3 plasma:green-yellow -depth 8 " + Path("source.ppm") +
+        ASSERT_TRUE(velmora::peers::Run("/usr/bin/convert -size 165x99 -seed 3 plasma:green-yellow -depth 8 " + Path("source.ppm") +
                           " 2>/dev/null"));
     }
-    void TearDown() override {
-        if (!directory_.empty()) Shell("rm -rf '" + directory_ + "'");
-    }
-    std::string Path(const std::string& name) const { return directory_ + "/" + name; }
+    std::string Path(const std::string& name) const { return directory_.Path(name); }
     Bytes Make(const std::string& options) {
         const std::string out = Path("made.jpg");
-        EXPECT_TRUE(Shell("/usr/bin/cjpeg " + options + " -outfile " + out + " " + Path("source.ppm")));
+        EXPECT_TRUE(velmora::peers::Run("/usr/bin/cjpeg " + options + " -outfile " + out + " " + Path("source.ppm")));
         return velmora::peers::ReadFile(out);
     }
 
-    std::string directory_;
+    velmora::peers::TempDir directory_{"velmora-jpeg-exports"};
 };
 
 TEST_F(JpegExports, InformationRecordAndItsChecks) {
@@ -210,18 +185,6 @@ TEST_F(JpegExports, LibraryHandlesAnswerFromTheirRecord) {
 
 // Rectangles of MCUs out of sequential streams of every sampling: each copy is a stream
 // djpeg reads and our decoder shows exactly the region of the whole image.
-// The segments of a stream with marker `marker`, each from its marker on.
-std::vector<Bytes> Segments(const Bytes& stream, uint8_t marker) {
-    std::vector<Bytes> found;
-    for (size_t at = 2; at + 4 <= stream.size() && stream[at] == 0xFF;) {
-        const size_t length = size_t{stream[at + 2]} << 8 | stream[at + 3];
-        if (stream[at + 1] == marker) found.emplace_back(stream.begin() + at, stream.begin() + at + 2 + length);
-        if (stream[at + 1] == 0xDA) break;
-        at += 2 + length;
-    }
-    return found;
-}
-
 // Copies keep the source's Huffman tables when their MCUs are spliced out of
 // the source's entropy-coded data: mode 1 of sequential streams whose tables
 // can code every DC difference the copy needs (cjpeg's standard tables can).
@@ -245,7 +208,7 @@ TEST_F(JpegExports, CopiedRectanglesShowTheSamePixels) {
         const Bytes bytes = Make(kind.options);
         HGLOBAL jpeg = HostBlock(bytes);
         const Pixels whole = Decode(jpeg);
-        ASSERT_EQ(whole.width, 165) << std::hex << GetLastVelmoraErrorCode();
+        ASSERT_EQ(whole.width, 165u) << std::hex << GetLastVelmoraErrorCode();
         const int w = kind.mcuWidth, h = kind.mcuHeight;
         const RECT rects[] = {
             {0, 0, w, h}, {w, h, 4 * w, 3 * h}, {0, 0, 165 / w * w, 99 / h * h}, {2 * w, 0, 3 * w, 99 / h * h}};
@@ -262,11 +225,10 @@ TEST_F(JpegExports, CopiedRectanglesShowTheSamePixels) {
                 const Bytes copyBytes(copied, copied + size);
                 velmora::platform::MemUnlock(copy);
                 if (kind.spliced && mode == VELMORA_JPEG_MCU_MODE1) {
-                    EXPECT_EQ(Segments(copyBytes, 0xC4), Segments(bytes, 0xC4));
+                    EXPECT_EQ(JpegPayloads(copyBytes, 0xC4), JpegPayloads(bytes, 0xC4));
                 }
-                std::ofstream(Path("copy.jpg"), std::ios::binary)
-                    .write(reinterpret_cast<const char*>(copyBytes.data()), size);
-                EXPECT_TRUE(Shell("/usr/bin/djpeg -outfile /dev/null " + Path("copy.jpg")));
+                velmora::peers::WriteFile(Path("copy.jpg"), copyBytes);
+                EXPECT_TRUE(velmora::peers::Run("/usr/bin/djpeg -outfile /dev/null " + Path("copy.jpg")));
                 CloseVelmoraJPEG(copy);
             }
         }

@@ -21,7 +21,7 @@
 #include "../unit/jpeg_pixels_reference.h"
 #include "jpeg/jpeg_color.h"
 #include "jpeg/jpeg_idct.h"
-#include "support/peers.h"
+#include "support/pictures.h"
 
 namespace velmora::jpeg {
 namespace {
@@ -32,7 +32,6 @@ using Table = std::vector<uint16_t>;
 using velmora::testing::kChrominanceTable;
 using velmora::testing::kLuminanceTable;
 using velmora::testing::ScaledTable;
-namespace fs = std::filesystem;
 
 // ---- Files with chosen coefficients ----------------------------------------------
 
@@ -130,25 +129,11 @@ Bytes WriteCoefficients(const Image& image) {
 // libjpeg's decoding: interleaved samples of `out` colour space, top row
 // first.
 Bytes DecodeWithLibjpeg(const Bytes& file, J_COLOR_SPACE out, int* channels) {
-    jpeg_decompress_struct cinfo{};
-    jpeg_error_mgr error{};
-    cinfo.err = jpeg_std_error(&error);
-    jpeg_create_decompress(&cinfo);
-    jpeg_mem_src(&cinfo, file.data(), file.size());
-    jpeg_read_header(&cinfo, TRUE);
-    cinfo.dct_method = JDCT_ISLOW;
-    cinfo.out_color_space = out;
-    jpeg_start_decompress(&cinfo);
-    *channels = cinfo.output_components;
-    const size_t rowBytes = size_t{cinfo.output_width} * cinfo.output_components;
-    Bytes pixels(rowBytes * cinfo.output_height);
-    while (cinfo.output_scanline < cinfo.output_height) {
-        JSAMPROW row = pixels.data() + cinfo.output_scanline * rowBytes;
-        jpeg_read_scanlines(&cinfo, &row, 1);
-    }
-    jpeg_finish_decompress(&cinfo);
-    jpeg_destroy_decompress(&cinfo);
-    return pixels;
+    velmora::peers::Picture picture;
+    EXPECT_TRUE(velmora::peers::LibjpegDecode(file, &picture, nullptr,
+                                              [&](jpeg_decompress_struct& info) { info.out_color_space = out; }));
+    *channels = static_cast<int>(picture.channels);
+    return picture.pixels;
 }
 
 // Our transform of a component: a plane of blocksAcross * 8 samples per row.
@@ -286,27 +271,22 @@ BlockCount CompareGreyBlocks(const Image& image, const Bytes& decoded, bool repo
 
 // `djpeg -dct int -nosmooth -grayscale` of a file, with libjpeg-turbo's
 // SIMD code switched off so that its C transform runs.
-bool DecodeWithPlainDjpeg(const Bytes& file, const fs::path& dir, Bytes* pixels) {
-    const fs::path in = dir / "coefficients.jpg", out = dir / "samples.pgm";
-    std::ofstream(in, std::ios::binary).write(reinterpret_cast<const char*>(file.data()), file.size());
-    const std::string command = "JSIMD_FORCENONE=1 /usr/bin/djpeg -dct int -nosmooth -grayscale -outfile " +
-                                out.string() + " " + in.string() + " >/dev/null 2>&1";
-    if (std::system(command.c_str()) != 0) return false;
-    std::ifstream pgm(out, std::ios::binary);
-    std::string magic;
-    unsigned width = 0, height = 0, maxValue = 0;
-    pgm >> magic >> width >> height >> maxValue;
-    pgm.get();
-    if (magic != "P5" || maxValue != 255) return false;
-    pixels->resize(size_t{width} * height);
-    pgm.read(reinterpret_cast<char*>(pixels->data()), pixels->size());
-    return bool(pgm);
+bool DecodeWithPlainDjpeg(const Bytes& file, const velmora::peers::TempDir& dir, Bytes* pixels) {
+    velmora::peers::Picture picture;
+    const std::string in = dir.Path("coefficients.jpg"), out = dir.Path("samples.pgm");
+    velmora::peers::WriteFile(in, file);
+    if (!velmora::peers::Run("JSIMD_FORCENONE=1 /usr/bin/djpeg -dct int -nosmooth -grayscale -outfile " + out + " " +
+                             in) ||
+        !velmora::peers::ReadPnm(out, &picture)) {
+        return false;
+    }
+    *pixels = picture.pixels;
+    return true;
 }
 
 TEST(JpegIdctInterop, IdenticalToLibjpegIslowForEveryBlock) {
     const bool haveDjpeg = velmora::peers::Have("/usr/bin/djpeg");
-    const fs::path dir = fs::temp_directory_path() / ("velmora_jpeg_pixels_" + std::to_string(getpid()));
-    fs::create_directories(dir);
+    const velmora::peers::TempDir dir("velmora-jpeg-pixels");
     std::mt19937 random(2024);
     for (const IdctCase& test : IdctCases()) {
         Image image;
@@ -335,7 +315,6 @@ TEST(JpegIdctInterop, IdenticalToLibjpegIslowForEveryBlock) {
         const BlockCount c = CompareGreyBlocks(image, plain, true);
         EXPECT_EQ(c.differing + c.outsideDiffering, 0) << test.name << " against djpeg without SIMD";
     }
-    fs::remove_all(dir);
     REQUIRE_PEER(haveDjpeg, "djpeg");
 }
 

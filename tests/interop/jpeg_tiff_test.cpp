@@ -7,15 +7,10 @@
 // JPEGInterchangeFormat and as bare entropy-coded data with the tables in
 // JPEGQTables, JPEGDCTables and JPEGACTables.
 #include <tiffio.h>
-#include <unistd.h>
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
@@ -27,79 +22,19 @@
 #include "io/stream.h"
 #include "platform/platform.h"
 #include "velmora/velmora.h"
-#include "support/peers.h"
+#include "support/memory_stream.h"
+#include "support/pictures.h"
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
+using velmora::peers::LargestDifference;
+using velmora::peers::Picture;
+using velmora::peers::ReadFile;
+using velmora::peers::ReadPnm;
 using velmora::testing::Field;
 using velmora::testing::Long;
 using velmora::testing::Short;
-
-struct Picture {
-    uint32_t width = 0, height = 0, channels = 3;
-    Bytes pixels;  // top row first, RGB or grey
-};
-
-using velmora::peers::ReadFile;
-bool Shell(const std::string& command) { return std::system(command.c_str()) == 0; }
-
-// A binary PPM or PGM as djpeg writes it.
-bool ReadPnm(const std::string& path, Picture* picture) {
-    Bytes bytes = ReadFile(path);
-    if (bytes.size() < 3 || bytes[0] != 'P' || (bytes[1] != '5' && bytes[1] != '6')) return false;
-    picture->channels = bytes[1] == '6' ? 3 : 1;
-    size_t at = 2;
-    uint32_t values[3];
-    for (uint32_t& value : values) {
-        while (at < bytes.size() && std::isspace(bytes[at])) ++at;
-        value = 0;
-        while (at < bytes.size() && std::isdigit(bytes[at])) value = value * 10 + (bytes[at++] - '0');
-    }
-    ++at;
-    picture->width = values[0];
-    picture->height = values[1];
-    const size_t size = size_t{picture->width} * picture->height * picture->channels;
-    if (bytes.size() < at + size) return false;
-    picture->pixels.assign(bytes.begin() + static_cast<std::ptrdiff_t>(at),
-                           bytes.begin() + static_cast<std::ptrdiff_t>(at + size));
-    return true;
-}
-
-// The page's DIB as RGB (or grey) rows, top first.
-bool FromDib(HGLOBAL dib, uint32_t channels, Picture* picture) {
-    auto* bytes = static_cast<const uint8_t*>(velmora::platform::MemLock(dib));
-    if (bytes == nullptr) return false;
-    BITMAPINFOHEADER header;
-    std::memcpy(&header, bytes, sizeof header);
-    const uint32_t colours = header.biBitCount == 8 ? 256 : 0;
-    const uint8_t* rows = bytes + header.biSize + 4 * colours;
-    const size_t stride = ((size_t{header.biBitCount} * header.biWidth + 7) / 8 + 3) / 4 * 4;
-    picture->width = static_cast<uint32_t>(header.biWidth);
-    picture->height = static_cast<uint32_t>(header.biHeight);
-    picture->channels = channels;
-    picture->pixels.clear();
-    for (uint32_t y = 0; y < picture->height; ++y) {
-        const uint8_t* row = rows + stride * (picture->height - 1 - y);
-        for (uint32_t x = 0; x < picture->width; ++x) {
-            if (channels == 3) {
-                picture->pixels.insert(picture->pixels.end(), {row[3 * x + 2], row[3 * x + 1], row[3 * x]});
-            } else {
-                picture->pixels.push_back(row[x]);
-            }
-        }
-    }
-    velmora::platform::MemUnlock(dib);
-    return header.biBitCount == (channels == 3 ? 24 : 8);
-}
-
-// The largest difference of one channel, or -1 when the sizes differ.
-int LargestDifference(const Picture& a, const Picture& b) {
-    if (a.width != b.width || a.height != b.height || a.channels != b.channels) return -1;
-    int largest = 0;
-    for (size_t i = 0; i < a.pixels.size(); ++i) largest = std::max(largest, std::abs(a.pixels[i] - b.pixels[i]));
-    return largest;
-}
 
 // Reads page 1 of a TIFF through the exported reader.
 bool ReadPage(const std::string& path, uint32_t channels, Picture* picture, uint32_t* error) {
@@ -112,9 +47,9 @@ bool ReadPage(const std::string& path, uint32_t channels, Picture* picture, uint
     *error = GetLastVelmoraErrorCode();
     CloseVelmoraTIFF(tiff);
     if (dib == nullptr) return false;
-    const bool ok = FromDib(dib, channels, picture);
+    *picture = velmora::peers::FromDib(dib);
     velmora::platform::MemFree(dib);
-    return ok;
+    return picture->channels == channels;
 }
 
 // The segments of a baseline JPEG stream that an old-style page needs.
@@ -167,28 +102,23 @@ protected:
         for (const char* tool : {"/usr/bin/cjpeg", "/usr/bin/djpeg", "/usr/bin/tiffcp", "/usr/bin/convert"}) {
             REQUIRE_PEER(velmora::peers::Have(tool), tool);
         }
-        char pattern[] = "/tmp/velmora-jpeg-tiff-XXXXXX";
-        directory_ = mkdtemp(pattern);
         TIFFSetWarningHandler(nullptr);
         // A photograph-like picture: smooth areas, edges and fine detail.
         ASSERT_TRUE(
-            Shell("/usr/bin/convert -size 203x117 -seed 7 plasma:red-blue -blur 0x1 \\( -size 203x117 "
+            velmora::peers::Run("/usr/bin/convert -size 203x117 -seed 7 plasma:red-blue -blur 0x1 \\( -size 203x117 "
                   "pattern:checkerboard \\) -compose overlay -composite -depth 8 " +
                   Path("source.ppm") + " 2>/dev/null"));
     }
-    void TearDown() override {
-        if (!directory_.empty()) Shell("rm -rf '" + directory_ + "'");
-    }
-    std::string Path(const char* name) const { return directory_ + "/" + name; }
+    std::string Path(const char* name) const { return directory_.Path(name); }
 
     // djpeg's decoding of a stream, without chroma smoothing.
     bool Reference(const Bytes& jpeg, Picture* picture) {
         velmora::peers::WriteFile(Path("part.jpg"), jpeg);
-        return Shell("/usr/bin/djpeg -dct int -outfile " + Path("part.pnm") + " " + Path("part.jpg")) &&
+        return velmora::peers::Run("/usr/bin/djpeg -dct int -outfile " + Path("part.pnm") + " " + Path("part.jpg")) &&
                ReadPnm(Path("part.pnm"), picture);
     }
 
-    std::string directory_;
+    velmora::peers::TempDir directory_{"velmora-jpeg-tiff"};
 };
 
 // Every strip or tile of a compression 7 YCbCr page is an abbreviated
@@ -198,12 +128,12 @@ TEST_F(JpegTiffPages, YcbcrStripsAndTilesMatchDjpeg) {
         const char* name;
         const char* layout;
     } kLayouts[] = {{"one strip", "-r 1000"}, {"strips of 16 rows", "-r 16"}, {"tiles of 32", "-t -w 32 -l 32"}};
-    ASSERT_TRUE(Shell("/usr/bin/convert " + Path("source.ppm") + " -depth 8 -compress none " + Path("source.tif")));
+    ASSERT_TRUE(velmora::peers::Run("/usr/bin/convert " + Path("source.ppm") + " -depth 8 -compress none " + Path("source.tif")));
     for (const auto& layout : kLayouts) {
         SCOPED_TRACE(layout.name);
         const std::string path = Path("page.tif");
         ASSERT_TRUE(
-            Shell(std::string("/usr/bin/tiffcp -c jpeg ") + layout.layout + " " + Path("source.tif") + " " + path));
+            velmora::peers::Run(std::string("/usr/bin/tiffcp -c jpeg ") + layout.layout + " " + Path("source.tif") + " " + path));
 
         TIFF* tif = TIFFOpen(path.c_str(), "r");
         ASSERT_NE(tif, nullptr);
@@ -262,7 +192,7 @@ TEST_F(JpegTiffPages, OldStylePagesMatchDjpeg) {
     for (const bool grey : {false, true}) {
         SCOPED_TRACE(grey ? "grey" : "colour");
         const std::string jpegPath = Path("old.jpg");
-        ASSERT_TRUE(Shell(std::string("/usr/bin/cjpeg -quality 85 ") + (grey ? "-grayscale " : "") + "-outfile " +
+        ASSERT_TRUE(velmora::peers::Run(std::string("/usr/bin/cjpeg -quality 85 ") + (grey ? "-grayscale " : "") + "-outfile " +
                           jpegPath + " " + Path("source.ppm")));
         const Bytes jpeg = ReadFile(jpegPath);
         Picture expected;
@@ -325,17 +255,9 @@ TEST_F(JpegTiffPages, OldStylePagesMatchDjpeg) {
 Bytes Encoded(const std::function<bool(velmora::Stream*, velmora::ErrorRecord*)>& write) {
     velmora::ErrorRecord record;
     velmora::Stream* stream = velmora::OpenMemoryStream(false, &record);
-    if (!write(stream, &record)) {
-        HGLOBAL discarded = velmora::CloseStream(stream, nullptr);
-        velmora::platform::MemFree(discarded);
-        return {};
-    }
-    HGLOBAL data = velmora::CloseStream(stream, nullptr);
-    const auto* p = static_cast<const uint8_t*>(velmora::platform::MemLock(data));
-    Bytes bytes(p, p + velmora::platform::MemSize(data));
-    velmora::platform::MemUnlock(data);
-    velmora::platform::MemFree(data);
-    return bytes;
+    const bool written = write(stream, &record);
+    Bytes bytes = velmora::testing_support::CloseAndTake(stream, nullptr);
+    return written ? bytes : Bytes();
 }
 
 // Pages as a TIFF writer makes them with the encoder: the tables once in
@@ -345,7 +267,7 @@ Bytes Encoded(const std::function<bool(velmora::Stream*, velmora::ErrorRecord*)>
 // chroma both interpolate.
 TEST_F(JpegTiffPages, StripsTheEncoderWritesDecodeInLibtiff) {
     Picture source;
-    ASSERT_TRUE(Shell("/usr/bin/convert " + Path("source.ppm") + " " + Path("source2.ppm")));
+    ASSERT_TRUE(velmora::peers::Run("/usr/bin/convert " + Path("source.ppm") + " " + Path("source2.ppm")));
     ASSERT_TRUE(ReadPnm(Path("source2.ppm"), &source));
     const struct {
         const char* name;

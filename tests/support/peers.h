@@ -23,17 +23,6 @@ namespace velmora::peers {
 // Runs a shell command with its output discarded; true when it succeeds.
 inline bool Run(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
 
-// Runs a shell command and returns what it writes to standard output;
-// empty when the command fails.
-inline std::string Output(const std::string& command) {
-    std::string text;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) return text;
-    char buffer[4096];
-    for (size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) text.append(buffer, got);
-    return pclose(pipe) == 0 ? text : std::string();
-}
-
 // Runs a shell command; true when it succeeds, with its standard output in
 // `*out` either way.
 inline bool Output(const std::string& command, std::string* out) {
@@ -43,6 +32,12 @@ inline bool Output(const std::string& command, std::string* out) {
     char buffer[4096];
     for (size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) out->append(buffer, got);
     return pclose(pipe) == 0;
+}
+
+// What a shell command writes to standard output; empty when it fails.
+inline std::string Output(const std::string& command) {
+    std::string text;
+    return Output(command, &text) ? text : std::string();
 }
 
 // Whether the program at `path` exists and may be run.
