@@ -1,5 +1,5 @@
-// Deflate strips on hand-made zlib streams: the header and trailer checks,
-// damaged streams, and the checksum's wide steps. (Streams of every kind
+// Deflate strips on hand-made zlib streams: the header and trailer checks
+// and the checksum's wide steps. (Streams of every kind
 // that zlib makes are compared in the interop tests.)
 #include <random>
 #include <string>
@@ -33,20 +33,6 @@ public:
             if ((value >> i) & 1) bytes_.back() |= 1 << bit_;
             bit_ = (bit_ + 1) & 7;
         }
-    }
-    // A Huffman code goes most significant bit first.
-    void Code(uint32_t code, unsigned length) {
-        for (unsigned i = length; i-- > 0;) Bits((code >> i) & 1, 1);
-    }
-    void FixedLiteral(unsigned symbol) {
-        if (symbol < 144)
-            Code(0x30 + symbol, 8);
-        else if (symbol < 256)
-            Code(0x190 + symbol - 144, 9);
-        else if (symbol < 280)
-            Code(symbol - 256, 7);
-        else
-            Code(0xC0 + symbol - 280, 8);
     }
     void Stored(const Bytes& data, bool final, uint16_t complementXor = 0) {
         Bits(final, 1);
@@ -147,36 +133,6 @@ TEST(DeflateDecoder, HeaderChecks) {
     EXPECT_FALSE(Inflate(page, {Bytes{0x78}}).ok);
     EXPECT_FALSE(Inflate(page, {Bytes{}}).ok);
 }
-
-TEST(DeflateDecoder, DamagedStreamsFailWithoutHarm) {
-    // A stream with stored and fixed blocks, cut at every length and with
-    // every byte changed: never more than the rows, always a clean result.
-    Bytes data(2000);
-    for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<uint8_t>((i * i) >> 3);
-    ZlibWriter writer;
-    writer.Stored(Bytes(data.begin(), data.begin() + 1000), false);
-    writer.Bits(1, 1);
-    writer.Bits(1, 2);
-    for (size_t i = 1000; i < 2000; ++i) writer.FixedLiteral(data[i]);
-    writer.FixedLiteral(256);
-    Bytes stream = writer.Finish(Adler(data));
-    CodecPage page = BytePage(8, 100, 20, 20);
-    ASSERT_TRUE(Inflate(page, {stream}).ok);
-    for (size_t cut = 0; cut < stream.size(); ++cut) {
-        auto result = Inflate(page, {Bytes(stream.begin(), stream.begin() + cut)});
-        ASSERT_FALSE(result.ok) << cut;
-        EXPECT_EQ(result.record.code, kErrBadFileData);
-        EXPECT_TRUE(result.guardsIntact);
-    }
-    for (size_t at = 0; at < stream.size(); at += 7) {
-        Bytes damaged = stream;
-        damaged[at] ^= 0x5A;
-        auto result = Inflate(page, {damaged});
-        EXPECT_TRUE(result.guardsIntact);
-        if (!result.ok) EXPECT_EQ(result.record.code, kErrBadFileData);
-    }
-}
-
 
 }  // namespace
 }  // namespace velmora

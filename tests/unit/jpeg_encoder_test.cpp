@@ -1,5 +1,5 @@
-// The JPEG encoder on its own: its tables, its transform, the segments it
-// writes byte for byte, thumbnails and their limits, lossless scans decoded
+// The JPEG encoder on its own: its Huffman tables, the segments it writes
+// that no peer reads back, thumbnails and their limits, lossless scans decoded
 // by a small reference decoder, and its failures.
 #include <chrono>
 #include <cmath>
@@ -17,6 +17,8 @@
 #include "jpeg/jpeg_forward_dct.h"
 #include "jpeg/jpeg_huffman_encoder.h"
 #include "jpeg/jpeg_tables.h"
+#include "../support/jpeg_segments.h"
+#include "../support/memory_stream.h"
 #include "dib_test_images.h"
 #include "frame/error_record.h"
 #include "io/stream.h"
@@ -29,6 +31,9 @@ using test::MakeDib;
 using test::NextRandom;
 using test::SetPixel;
 using test::TestDib;
+using testing_support::JpegMarkers;
+using testing_support::JpegSegment;
+using testing_support::JpegSegments;
 
 constexpr uint32_t kInvalidImageType = 0x02000013;
 constexpr uint32_t kThumbnailTooLarge = 0x0200002C;
@@ -41,56 +46,9 @@ std::vector<uint8_t> EncodeToBytes(const TestDib& dib, const JpegEncoderSettings
     if (stream == nullptr) return bytes;
     TestDib& image = const_cast<TestDib&>(dib);
     EncodeJpegDib(image.header(), image.bits(), settings, stream, progress, record);
-    HGLOBAL data = CloseStream(stream, nullptr);
-    if (data != nullptr) {
-        const uint8_t* p = static_cast<const uint8_t*>(platform::MemLock(data));
-        bytes.assign(p, p + platform::MemSize(data));
-        platform::MemUnlock(data);
-        platform::MemFree(data);
-    }
+    bytes = testing_support::CloseAndTake(stream, nullptr);
     if (record->failed()) bytes.clear();
     return bytes;
-}
-
-struct Segment {
-    uint8_t marker;
-    std::vector<uint8_t> data;  // without marker and length
-};
-
-// The marker segments of a stream up to EOI; the entropy-coded data after
-// SOS is skipped (stuffed zeros and restart markers belong to it).
-std::vector<Segment> Segments(const std::vector<uint8_t>& bytes, std::vector<uint8_t>* entropy = nullptr) {
-    std::vector<Segment> segments;
-    size_t i = 0;
-    while (i + 1 < bytes.size()) {
-        if (bytes[i] != 0xFF) return segments;
-        uint8_t marker = bytes[i + 1];
-        i += 2;
-        if (marker == 0xD8 || marker == 0xD9) {
-            segments.push_back({marker, {}});
-            if (marker == 0xD9) break;
-            continue;
-        }
-        if (i + 2 > bytes.size()) break;
-        size_t length = size_t{bytes[i]} << 8 | bytes[i + 1];
-        if (length < 2 || i + length > bytes.size()) break;
-        segments.push_back({marker, std::vector<uint8_t>(bytes.begin() + i + 2, bytes.begin() + i + length)});
-        i += length;
-        if (marker == 0xDA) {
-            size_t start = i;
-            while (i + 1 < bytes.size() && !(bytes[i] == 0xFF && bytes[i + 1] != 0 && (bytes[i + 1] & 0xF8) != 0xD0)) {
-                ++i;
-            }
-            if (entropy != nullptr) entropy->assign(bytes.begin() + start, bytes.begin() + i);
-        }
-    }
-    return segments;
-}
-
-std::vector<uint8_t> Markers(const std::vector<Segment>& segments) {
-    std::vector<uint8_t> markers;
-    for (const Segment& s : segments) markers.push_back(s.marker);
-    return markers;
 }
 
 // A smooth colour image with some edges: what photographs and scans look like
@@ -228,12 +186,10 @@ TEST(JpegEncoderSegments, ColourStreamOrderAndContents) {
     ErrorRecord record;
     std::vector<uint8_t> bytes = EncodeToBytes(dib, settings, &record);
     ASSERT_TRUE(record.ok()) << record.code;
-    std::vector<Segment> segments = Segments(bytes);
-    EXPECT_EQ(Markers(segments),
+    std::vector<JpegSegment> segments = JpegSegments(bytes);
+    EXPECT_EQ(JpegMarkers(bytes),
               (std::vector<uint8_t>{0xD8, 0xE0, 0xFE, 0xE3, 0xE3, 0xDB, 0xC0, 0xC4, 0xC4, 0xC4, 0xC4, 0xDA, 0xD9}));
     ASSERT_EQ(segments.size(), 13u);
-    EXPECT_EQ(segments[1].data,
-              (std::vector<uint8_t>{'J', 'F', 'I', 'F', 0, 1, 2, 1, 300 >> 8, 300 & 255, 0, 200, 0, 0}));
     EXPECT_EQ(std::string(segments[2].data.begin(), segments[2].data.end()), "Velmora");
     PrivateSegment parsed;
     ASSERT_TRUE(ParsePrivateSegment(segments[3].data.data(), segments[3].data.size(), &parsed));
@@ -242,51 +198,9 @@ TEST(JpegEncoderSegments, ColourStreamOrderAndContents) {
     ASSERT_TRUE(ParsePrivateSegment(segments[4].data.data(), segments[4].data.size(), &parsed));
     EXPECT_EQ(parsed.kind, PrivateSegmentKind::Scale);
     EXPECT_EQ(parsed.yDenominator, 4u);
-    // DQT: two 65-byte tables in zig-zag order; quality 75 halves Annex K.
-    ASSERT_EQ(segments[5].data.size(), 130u);
-    EXPECT_EQ(segments[5].data[0], 0x00);
-    EXPECT_EQ(segments[5].data[65], 0x01);
-    EXPECT_EQ(segments[5].data[1], 8);         // 16 at 50 %
-    EXPECT_EQ(segments[5].data[1 + 2], 6);     // zig-zag 2 is natural 8: 12
-    EXPECT_EQ(segments[5].data[66 + 63], 50);  // 99 at 50 %, rounded up
+    // The tables' values are compared with cjpeg's in the interop tests.
     EXPECT_EQ(segments[6].data, (std::vector<uint8_t>{8, 0, 17, 0, 33, 3, 1, 0x21, 0, 2, 0x11, 1, 3, 0x11, 1}));
-    // DHT: DC 0, AC 0, DC 1, AC 1, the Annex K.3 tables.
-    const HuffmanSpec* specs[] = {&kDcLuminanceHuffman, &kAcLuminanceHuffman, &kDcChrominanceHuffman,
-                                  &kAcChrominanceHuffman};
-    const uint8_t classes[] = {0x00, 0x10, 0x01, 0x11};
-    for (int t = 0; t < 4; ++t) {
-        const std::vector<uint8_t>& data = segments[7 + t].data;
-        ASSERT_EQ(data.size(), 17u + specs[t]->symbolCount);
-        EXPECT_EQ(data[0], classes[t]);
-        EXPECT_EQ(0, std::memcmp(data.data() + 1, specs[t]->counts, 16));
-        EXPECT_EQ(0, std::memcmp(data.data() + 17, specs[t]->symbols, specs[t]->symbolCount));
-    }
     EXPECT_EQ(segments[11].data, (std::vector<uint8_t>{3, 1, 0x00, 2, 0x11, 3, 0x11, 0, 63, 0}));
-}
-
-
-TEST(JpegEncoderSegments, TablesOnlyAndAbbreviatedStreamsSplitTheTables) {
-    JpegEncoderSettings settings;
-    settings.quality = 90;
-    ErrorRecord record;
-    Stream* stream = OpenMemoryStream(false, &record);
-    ASSERT_TRUE(WriteJpegTables(3, settings, stream, &record));
-    HGLOBAL data = CloseStream(stream, nullptr);
-    const uint8_t* p = static_cast<const uint8_t*>(platform::MemLock(data));
-    std::vector<uint8_t> tables(p, p + platform::MemSize(data));
-    platform::MemUnlock(data);
-    platform::MemFree(data);
-    EXPECT_EQ(Markers(Segments(tables)), (std::vector<uint8_t>{0xD8, 0xDB, 0xC4, 0xC4, 0xC4, 0xC4, 0xD9}));
-
-    TestDib dib = ColourImage(16, 16);
-    settings.omitTables = true;
-    settings.writeComment = false;
-    std::vector<uint8_t> image = EncodeToBytes(dib, settings, &record);
-    EXPECT_EQ(Markers(Segments(image)), (std::vector<uint8_t>{0xD8, 0xC0, 0xDA, 0xD9}));
-    // Tables made for the image travel with it.
-    settings.optimiseHuffman = true;
-    image = EncodeToBytes(dib, settings, &record);
-    EXPECT_EQ(Markers(Segments(image)), (std::vector<uint8_t>{0xD8, 0xC0, 0xC4, 0xC4, 0xC4, 0xC4, 0xDA, 0xD9}));
 }
 
 // ---- Thumbnails -------------------------------------------------------------
@@ -339,7 +253,7 @@ TEST(JpegEncoderThumbnailLayout, RgbInsideJfifAndPaletteInJfxx) {
     settings.writeJfif = true;
     settings.thumbnail = rgb.header();
     ErrorRecord record;
-    std::vector<Segment> segments = Segments(EncodeToBytes(dib, settings, &record));
+    std::vector<JpegSegment> segments = JpegSegments(EncodeToBytes(dib, settings, &record));
     ASSERT_TRUE(record.ok());
     ASSERT_EQ(segments[1].marker, 0xE0);
     EXPECT_EQ(segments[1].data, (std::vector<uint8_t>{'J', 'F',  'I',  'F',  0, 1, 2, 0, 0, 1, 0,    1,    2,
@@ -352,9 +266,9 @@ TEST(JpegEncoderThumbnailLayout, RgbInsideJfifAndPaletteInJfxx) {
     SetPixel(indexed.header(), indexed.bits(), 1, 0, 1);
     SetPixel(indexed.header(), indexed.bits(), 2, 1, 1);
     settings.thumbnail = indexed.header();
-    segments = Segments(EncodeToBytes(dib, settings, &record));
+    segments = JpegSegments(EncodeToBytes(dib, settings, &record));
     ASSERT_TRUE(record.ok());
-    EXPECT_EQ(Markers(segments)[2], 0xE0);
+    EXPECT_EQ(segments[2].marker, 0xE0);
     EXPECT_EQ(segments[1].data.size(), 14u);
     EXPECT_EQ(segments[1].data[12], 0);
     const std::vector<uint8_t>& jfxx = segments[2].data;
@@ -363,20 +277,6 @@ TEST(JpegEncoderThumbnailLayout, RgbInsideJfifAndPaletteInJfxx) {
               (std::vector<uint8_t>{'J', 'F', 'X', 'X', 0, 0x11, 3, 2, 3, 2, 1, 6, 5, 4}));
     EXPECT_EQ(jfxx[14], 0);  // entries beyond the table are zero
     EXPECT_EQ(std::vector<uint8_t>(jfxx.end() - 6, jfxx.end()), (std::vector<uint8_t>{0, 1, 0, 0, 0, 1}));
-
-    // JFXX mode with a grey ramp: a whole grey JPEG inside the segment.
-    TestDib ramp = GreyImage(20, 10, 4);
-    settings.thumbnail = ramp.header();
-    settings.jfxxThumbnail = true;
-    segments = Segments(EncodeToBytes(dib, settings, &record));
-    ASSERT_TRUE(record.ok());
-    const std::vector<uint8_t>& jpeg = segments[2].data;
-    ASSERT_GT(jpeg.size(), 6u);
-    EXPECT_EQ(std::vector<uint8_t>(jpeg.begin(), jpeg.begin() + 8),
-              (std::vector<uint8_t>{'J', 'F', 'X', 'X', 0, 0x10, 0xFF, 0xD8}));
-    std::vector<Segment> inner = Segments(std::vector<uint8_t>(jpeg.begin() + 6, jpeg.end()));
-    EXPECT_EQ(Markers(inner), (std::vector<uint8_t>{0xD8, 0xDB, 0xC0, 0xC4, 0xC4, 0xDA, 0xD9}));
-    EXPECT_EQ(jpeg[jpeg.size() - 1], 0xD9);
 }
 
 // ---- Lossless ---------------------------------------------------------------
@@ -407,7 +307,7 @@ TEST(JpegEncoderLossless, GreyComesBackExactlyAndColourAsItsYCbCr) {
         ErrorRecord record;
         std::vector<uint8_t> bytes = EncodeToBytes(grey, settings, &record);
         ASSERT_TRUE(record.ok());
-        EXPECT_EQ(Markers(Segments(bytes)), (std::vector<uint8_t>{0xD8, 0xFE, 0xC3, 0xC4, 0xDA, 0xD9}));
+        EXPECT_EQ(JpegMarkers((bytes)), (std::vector<uint8_t>{0xD8, 0xFE, 0xC3, 0xC4, 0xDA, 0xD9}));
         const uint32_t w = static_cast<uint32_t>(width);
         std::vector<uint8_t> pixels = DecodeLossless(bytes, w, 7, 1);
         DibRows rows = RowsFromTop(grey.header(), grey.bits());
