@@ -7,11 +7,9 @@
 // ends on a byte boundary when fill bits are set). Both must give back the
 // page bit for bit.
 #include <tiffio.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
-#include <filesystem>
 #include <random>
 #include <string>
 #include <vector>
@@ -20,35 +18,29 @@
 
 #include "codecs/fax_decoder.h"
 #include "codecs/fax_encoder.h"
+#include "support/fax_files.h"
 #include "support/memory_stream.h"
 
 namespace {
 
-struct Page {
-    uint32_t width = 0, height = 0;
-    std::vector<uint8_t> bits;  // rows top first, 1 = black, the pad bits of each row set
-    size_t RowBytes() const { return (width + 7) / 8; }
-    void Set(uint32_t x, uint32_t y) { bits[y * RowBytes() + x / 8] |= static_cast<uint8_t>(0x80 >> (x % 8)); }
-    // Equal to `rows` in every pixel of the page (pad bits are not compared).
-    bool SameAs(const uint8_t* rows) const {
-        for (uint32_t y = 0; y < height; ++y) {
-            for (uint32_t x = 0; x < width; ++x) {
-                size_t at = y * RowBytes() + x / 8;
-                uint8_t bit = static_cast<uint8_t>(0x80 >> (x % 8));
-                if ((bits[at] & bit) != (rows[at] & bit)) return false;
-            }
+using velmora::peers::Page;
+
+// Equal to `rows` in every pixel of the page (pad bits are not compared).
+bool SamePixels(const Page& page, const std::vector<uint8_t>& rows) {
+    for (uint32_t y = 0; y < page.height; ++y) {
+        for (uint32_t x = 0; x < page.width; ++x) {
+            const size_t at = y * page.RowBytes() + x / 8;
+            const uint8_t bit = static_cast<uint8_t>(0x80 >> (x % 8));
+            if ((page.bits[at] & bit) != (rows[at] & bit)) return false;
         }
-        return true;
     }
-};
+    return true;
+}
 
 std::vector<Page> MakePages() {
     std::mt19937 random(7);
     auto page = [](uint32_t width, uint32_t height) {
-        Page p;
-        p.width = width;
-        p.height = height;
-        p.bits.assign(p.RowBytes() * height, 0);
+        Page p = velmora::peers::MakePage(width, height);
         // Pad bits set: the encoder must ignore what lies past the width.
         if (width % 8 != 0) {
             for (uint32_t y = 0; y < height; ++y) p.bits[y * p.RowBytes() + p.RowBytes() - 1] |= 0xFF >> (width % 8);
@@ -108,37 +100,11 @@ std::vector<uint8_t> Encode(velmora::FaxEncoder* encoder, const Page& page, uint
     return bytes;
 }
 
-// Decodes one strip with the library's decoder into zeroed rows.
-std::vector<uint8_t> DecodeOurs(const Page& page, const Coding& coding, uint16_t fillOrder, uint32_t rowsPerStrip,
-                                uint32_t index, uint32_t rows, const std::vector<uint8_t>& raw, uint32_t* error) {
-    std::vector<uint8_t> out(page.RowBytes() * rows, 0);
-    velmora::ErrorRecord record;
-    auto decoder = velmora::CreateFaxDecoder(coding.compression);
-    velmora::CodecPage codecPage;
-    codecPage.imageWidth = codecPage.outputWidth = page.width;
-    codecPage.imageLength = page.height;
-    codecPage.rowsPerStrip = rowsPerStrip;
-    codecPage.stripCount = (page.height + rowsPerStrip - 1) / rowsPerStrip;
-    codecPage.compression = coding.compression;
-    codecPage.fillOrder = fillOrder;
-    codecPage.t4Options = coding.t4Options;
-    velmora::CodecStrip strip;
-    strip.data = raw.data();
-    strip.size = raw.size();
-    strip.firstRow = index * rowsPerStrip;
-    strip.rows = rows;
-    strip.index = index;
-    strip.topRow = out.data();
-    strip.stride = static_cast<ptrdiff_t>(page.RowBytes());
-    if (decoder->Begin(codecPage, &record)) decoder->Decode(strip, &record);
-    *error = record.code;
-    return out;
-}
-
 TEST(FaxEncoder, EveryCodingDecodesToThePageInLibtiffAndInTheLibrary) {
     const Coding codings[] = {{2, 0, 200}, {3, 0, 200}, {3, 4, 200}, {3, 1, 196},
                               {3, 1, 204}, {3, 5, 204}, {4, 0, 200}};
-    std::string path = (std::filesystem::temp_directory_path() / ("velmora_fax_encoder_" + std::to_string(getpid()) + ".tif")).string();
+    const velmora::peers::TempDir directory("velmora-fax-encoder");
+    const std::string path = directory.Path("page.tif");
     int cases = 0;
     for (const Page& page : MakePages()) {
         for (const Coding& coding : codings) {
@@ -195,28 +161,23 @@ TEST(FaxEncoder, EveryCodingDecodesToThePageInLibtiffAndInTheLibrary) {
                     TIFFClose(tif);
                     encoder.End();
 
-                    tif = TIFFOpen(path.c_str(), "r");
-                    ASSERT_NE(tif, nullptr);
-                    std::vector<uint8_t> theirs(page.bits.size(), 0), ours(page.bits.size(), 0);
+                    velmora::peers::FaxFile file;
+                    ASSERT_TRUE(velmora::peers::ReadFaxFile(path, &file));
+                    std::vector<uint8_t> theirs, ours;
                     for (uint32_t s = 0; s < strips; ++s) {
-                        uint32_t rows = std::min(rowsPerStrip, page.height - s * rowsPerStrip);
-                        size_t offset = s * rowsPerStrip * page.RowBytes();
-                        ASSERT_GE(TIFFReadEncodedStrip(tif, s, theirs.data() + offset, rows * page.RowBytes()), 0);
-                        uint32_t error = 0;
-                        std::vector<uint8_t> decoded =
-                            DecodeOurs(page, coding, fillOrder, rowsPerStrip, s, rows, raws[s], &error);
-                        EXPECT_EQ(error, 0u) << "strip " << s;
-                        std::memcpy(ours.data() + offset, decoded.data(), decoded.size());
+                        const velmora::peers::Strip& strip = file.strips[s];
+                        theirs.insert(theirs.end(), strip.expected.begin(), strip.expected.end());
+                        velmora::peers::Decoded decoded = velmora::peers::DecodeStrip(file, s, strip.raw, page.width);
+                        EXPECT_EQ(decoded.error, 0u) << "strip " << s;
+                        ours.insert(ours.end(), decoded.rows.begin(), decoded.rows.end());
                     }
-                    TIFFClose(tif);
-                    EXPECT_TRUE(page.SameAs(theirs.data())) << "libtiff";
-                    EXPECT_TRUE(page.SameAs(ours.data())) << "library";
+                    EXPECT_TRUE(SamePixels(page, theirs)) << "libtiff";
+                    EXPECT_TRUE(SamePixels(page, ours)) << "library";
                     ++cases;
                 }
             }
         }
     }
-    std::filesystem::remove(path);
     EXPECT_EQ(cases, 5 * 7 * 2 * 2);
 }
 

@@ -43,9 +43,7 @@ constexpr rlim_t kLimit = rlim_t{512} << 20;
 // status: 0 for "Not enough memory.", 1 for another error of the library, 2
 // for a page read.
 int ReadLimited(const std::vector<uint8_t>& bytes, const char* name) {
-    const std::string path = platform::Utf8FromWide(platform::SystemTempDirectory()) + "velmora-limits-" + testing::ProcessTag() + "-" + name;
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),
-                                                static_cast<std::streamsize>(bytes.size()));
+    const std::string path = testing::WriteBytes(testing::TempPath(std::string("limits-") + name), bytes);
     const pid_t child = fork();
     if (child == 0) {
 #if !defined(VELMORA_TEST_ASAN)

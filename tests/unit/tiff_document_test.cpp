@@ -156,13 +156,6 @@ TEST(TiffDocumentChain, ProgressCancelsAndCompanionIsNamed) {
 
 // ---- The exports, on files -------------------------------------------------
 
-std::string WriteTemp(const char* name, const std::vector<uint8_t>& bytes) {
-    std::string path = platform::Utf8FromWide(platform::SystemTempDirectory()) + "velmora-document-" + testing::ProcessTag() + "-" + name;
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
-    return path;
-}
-
 class TiffDocumentExports : public ::testing::Test {
 protected:
     // IFD i (1 to 8) has Orientation i, IFD 9 none; each is 30 wide and 20
@@ -176,7 +169,7 @@ protected:
             if (orientation == 4) fields.push_back(testing::Rational(33941, 300, 1));
             b.AddDirectory(fields);
         }
-        path_ = new std::string(WriteTemp("orientations.tif", b.bytes()));
+        path_ = new std::string(testing::WriteBytes(testing::TempPath("document-orientations.tif"), b.bytes()));
     }
     static void TearDownTestSuite() {
         std::remove(path_->c_str());
@@ -275,7 +268,7 @@ TEST_F(TiffDocumentExports, PageNumbersOkKeepsTheEarlierError) {
 
     TiffBuilder b(false, false);
     b.AddDirectory({Long(256, {8}), Long(257, {8}), Short(297, {0, 1})});
-    std::string path = WriteTemp("numbered.tif", b.bytes());
+    std::string path = testing::WriteBytes(testing::TempPath("document-numbered.tif"), b.bytes());
     HGLOBAL numbered = OpenVelmoraTIFFDocument(path.c_str());
     ASSERT_NE(numbered, nullptr);
     EXPECT_EQ(GetVelmoraTIFFDocumentPageNumbersOK(numbered), -1);

@@ -18,17 +18,10 @@ namespace {
 
 using testing::Ascii;
 using testing::Long;
+using testing::TempPath;
+using testing::WriteBytes;
 using testing::Short;
 using testing::TiffBuilder;
-
-std::string TempPath(const char* name) {
-    return platform::Utf8FromWide(platform::SystemTempDirectory()) + "velmora-exports-" + testing::ProcessTag() + "-" + name;
-}
-
-void WriteFile(const std::string& path, const std::vector<uint8_t>& bytes) {
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),
-                                                static_cast<std::streamsize>(bytes.size()));
-}
 
 // A page whose image bytes are placed before its directory.
 uint64_t AddPage(TiffBuilder* b, const std::vector<uint8_t>& image, std::vector<testing::Field> fields) {
@@ -59,8 +52,8 @@ protected:
                                                Short(262, {1}), Long(278, {1})});
         for (size_t i = 0; i + 1 < 4; ++i) b.SetNext(i, b.directory(i + 1));
         b.SetFirst(b.directory(0));
-        path_ = new std::string(TempPath("pages.tif"));
-        WriteFile(*path_, b.bytes());
+        path_ = new std::string(TempPath("exports-pages.tif"));
+        WriteBytes(*path_, b.bytes());
     }
     static void TearDownTestSuite() {
         std::remove(path_->c_str());
@@ -121,8 +114,8 @@ TEST(TiffScale, PrivateScaleTagsOfEveryForm) {
     AddPage(&b, {1, 2}, with({testing::Ascii(33940, "mm"), Short(33941, {7})}));
     for (size_t i = 0; i + 1 < 3; ++i) b.SetNext(i, b.directory(i + 1));
     b.SetFirst(b.directory(0));
-    const std::string path = TempPath("scale.tif");
-    WriteFile(path, b.bytes());
+    const std::string path = TempPath("exports-scale.tif");
+    WriteBytes(path, b.bytes());
     HGLOBAL tiff = OpenVelmoraTIFF(path.c_str(), VELMORA_TIFF_READ, 0);
     ASSERT_NE(tiff, nullptr);
     struct Expected {
@@ -231,7 +224,7 @@ TEST_F(TiffExports, ReaderConvertsTurnsAndRefuses) {
 TEST(TiffFiles, OpeningAndMemoryTiffs) {
     EXPECT_EQ(OpenVelmoraTIFF("x.tif", 0x20000000u, 0), nullptr);
     EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
-    EXPECT_EQ(OpenVelmoraTIFF(TempPath("missing.tif").c_str(), VELMORA_TIFF_READ, 0), nullptr);
+    EXPECT_EQ(OpenVelmoraTIFF(TempPath("exports-missing.tif").c_str(), VELMORA_TIFF_READ, 0), nullptr);
     EXPECT_EQ(GetLastVelmoraErrorCode(), 2u);
 
     HGLOBAL memory = OpenVelmoraTIFF(nullptr, VELMORA_TIFF_READ, 0);
@@ -253,9 +246,9 @@ TEST(DocumentTypes, ByContentExtensionAndCapabilities) {
                           {"BM\x36\0\0\0", 6, 0},     {"GIF89a", 6, 1},        {"\xFF\xD8\xFF\xE0", 4, 2},
                           {"\x0A\x05\x01\x08", 4, 4}, {"%PDF-1.4\n", 9, 9},    {"\x89PNG\r\n\x1A\n", 8, 5},
                           {"P4\n1 1\n", 7, 14},       {"hello", 5, 8}};
-    std::string path = TempPath("type.bin");
+    std::string path = TempPath("exports-type.bin");
     for (const Case& c : cases) {
-        WriteFile(path, std::vector<uint8_t>(c.bytes, c.bytes + c.size));
+        WriteBytes(path, std::vector<uint8_t>(c.bytes, c.bytes + c.size));
         EXPECT_EQ(GetVelmoraDocumentType(path.c_str()), c.type) << c.bytes;
     }
     std::remove(path.c_str());

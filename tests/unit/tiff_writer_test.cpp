@@ -26,23 +26,11 @@ namespace velmora {
 namespace {
 
 using testing::Long;
+using testing::ReadBytes;
+using testing::TempPath;
+using testing::WriteBytes;
 using testing::Short;
 using testing::TiffBuilder;
-
-std::string TempPath(const std::string& name) {
-    return platform::Utf8FromWide(platform::SystemTempDirectory()) + "velmora-writer-" + testing::ProcessTag() + "-" +
-           name;
-}
-
-std::vector<uint8_t> ReadBytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void WriteBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
 
 // A 24 x 5 bi-level DIB (index 0 black) with a diagonal.
 test::TestDib BiLevelDib() {
@@ -287,7 +275,7 @@ TEST(TiffWriter, DibPagesCarryTheirTextsResolutionScaleAndBlocks) {
 // written; a BigTIFF destination is refused; a big-endian file grows by
 // big-endian pages.
 TEST(TiffWriter, FailedAppendsLeaveTheFileAsItWasAndByteOrderIsKept) {
-    const std::string destination = TempPath("destination.tif"), broken = TempPath("broken.tif");
+    const std::string destination = TempPath("writer-destination.tif"), broken = TempPath("writer-broken.tif");
     const std::vector<uint8_t> original = GreyFile(true);
     WriteBytes(destination, original);
     TiffBuilder b(false, false);
@@ -348,7 +336,7 @@ TEST(TiffWriter, FailedAppendsLeaveTheFileAsItWasAndByteOrderIsKept) {
 // temporary file beside it when present, unchanged when anything fails, and
 // no temporary file left either way.
 TEST(TiffWriter, FilesAppendThroughATemporaryCopy) {
-    const std::string directory = TempPath("append");
+    const std::string directory = TempPath("writer-append");
     std::filesystem::create_directory(directory);
     const std::string destination = directory + "/dest.tif", source = directory + "/source.tif",
                       broken = directory + "/broken.tif";
@@ -396,7 +384,7 @@ TEST(TiffWriter, DocumentPagesAndIfdsCopyOut) {
         if (ifd == 0) fields.push_back({32932, 1, 4, {1, 2, 3, 4}});  // foreign annotations
         b.AddDirectory(fields);
     }
-    const std::string path = TempPath("document.tif");
+    const std::string path = TempPath("writer-document.tif");
     WriteBytes(path, b.bytes());
     HGLOBAL document = OpenVelmoraTIFFDocument(path.c_str());
     ASSERT_NE(document, nullptr) << std::hex << GetLastVelmoraErrorCode();
@@ -421,7 +409,7 @@ TEST(TiffWriter, DocumentPagesAndIfdsCopyOut) {
     HGLOBAL memory = nullptr;
     DWORD size = 0;
     ASSERT_EQ(GetVelmoraTIFFDocumentIFDTIFF(document, 3, &memory, &size), 1);
-    const std::string single = TempPath("single.tif");
+    const std::string single = TempPath("writer-single.tif");
     const auto* bytes = static_cast<const uint8_t*>(platform::MemLock(memory));
     WriteBytes(single, std::vector<uint8_t>(bytes, bytes + size));
     platform::MemUnlock(memory);
@@ -452,7 +440,7 @@ TEST(TiffWriter, ThumbnailsFitTheBoxAndKeepThePhysicalSize) {
     dib.header()->biXPelsPerMeter = dib.header()->biYPelsPerMeter = 7874;
     for (int32_t y = 0; y < 200; ++y)
         for (int32_t x = 100; x < 300; ++x) test::SetPixel(dib.header(), dib.bits(), x, y, 1);
-    const std::string path = TempPath("thumbnail.tif");
+    const std::string path = TempPath("writer-thumbnail.tif");
     HGLOBAL tiff = OpenVelmoraTIFF(path.c_str(), VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 1);
     VelmoraAppendTIFF a = DibRecord(dib);
     ASSERT_EQ(AppendVelmoraOpenTIFFEx(tiff, &a), 1);
