@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -83,88 +84,42 @@ TEST(TiffWriter, RecordChecksGiveTheirReasonsAndLeaveTheFileAlone) {
     VelmoraResolutionScale zero = {}, badUnit = {1, 200, 1, 200, 4, 0}, badScaleUnit = {1, 200, 1, 200, 18, 0};
     HGLOBAL other = OpenVelmoraTIFF(nullptr, VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 1);
     ASSERT_NE(other, nullptr);
+    test::TestDib odd = test::MakeDib(4, 4, 2);
+    const WORD tooHigh = 101;
     struct Case {
         const char* what;
-        void (*change)(VelmoraAppendTIFF*, void*);
+        std::function<void(VelmoraAppendTIFF&)> change;
         WORD reason;
     };
-    struct Context {
-        HGLOBAL other;
-        const test::TestDib* colour;
-        VelmoraResolutionScale *zero, *badUnit, *badScaleUnit;
-    } context{other, &colour, &zero, &badUnit, &badScaleUnit};
     const Case cases[] = {
-        {"two sources", [](VelmoraAppendTIFF* a, void* c) { a->sourceTIFF = static_cast<Context*>(c)->other; }, 1},
-        {"no source", [](VelmoraAppendTIFF* a, void*) { a->dib = nullptr; }, 1},
-        {"a flag left to other writers", [](VelmoraAppendTIFF* a, void*) { a->flags |= 0x2; }, 2},
-        {"a flag above bit 24", [](VelmoraAppendTIFF* a, void*) { a->flags |= 0x02000000; }, 2},
-        {"a source TIFF without a page",
-         [](VelmoraAppendTIFF* a, void* c) {
-             a->dib = nullptr;
-             a->sourceTIFF = static_cast<Context*>(c)->other;
-         },
-         3},
+        {"two sources", [&](VelmoraAppendTIFF& a) { a.sourceTIFF = other; }, 1},
+        {"no source", [](VelmoraAppendTIFF& a) { a.dib = nullptr; }, 1},
+        {"a flag left to other writers", [](VelmoraAppendTIFF& a) { a.flags |= 0x2; }, 2},
+        {"a flag above bit 24", [](VelmoraAppendTIFF& a) { a.flags |= 0x02000000; }, 2},
+        {"a source TIFF without a page", [&](VelmoraAppendTIFF& a) { a.dib = nullptr, a.sourceTIFF = other; }, 3},
         {"annotation options of 8",
-         [](VelmoraAppendTIFF* a, void*) {
-             a->flags |= VELMORA_APPEND_ANNOTATION_OPTIONS;
-             a->annotationOptions = 8;
-         },
-         5},
+         [](VelmoraAppendTIFF& a) { a.flags |= VELMORA_APPEND_ANNOTATION_OPTIONS, a.annotationOptions = 8; }, 5},
         {"a JPEG quality of 101",
-         [](VelmoraAppendTIFF* a, void*) {
-             static const WORD tooHigh = 101;
-             a->flags |= VELMORA_APPEND_JPEG_QUALITY;
-             a->extraData = &tooHigh;
-         },
-         7},
-        {"no JPEG quality", [](VelmoraAppendTIFF* a, void*) { a->flags |= VELMORA_APPEND_JPEG_QUALITY; }, 7},
-        {"a compression nothing writes",
-         [](VelmoraAppendTIFF* a, void*) { a->compression = VELMORA_COMPRESSION_OTHER; }, 6},
+         [&](VelmoraAppendTIFF& a) { a.flags |= VELMORA_APPEND_JPEG_QUALITY, a.extraData = &tooHigh; }, 7},
+        {"no JPEG quality", [](VelmoraAppendTIFF& a) { a.flags |= VELMORA_APPEND_JPEG_QUALITY; }, 7},
+        {"a compression nothing writes", [](VelmoraAppendTIFF& a) { a.compression = VELMORA_COMPRESSION_OTHER; }, 6},
         {"Group 4 for a colour DIB",
-         [](VelmoraAppendTIFF* a, void* c) {
-             a->dib = static_cast<Context*>(c)->colour->words.data();
-             a->compression = VELMORA_COMPRESSION_GROUP4;
-         },
-         6},
-        {"a zero resolution",
-         [](VelmoraAppendTIFF* a, void* c) {
-             a->flags |= VELMORA_APPEND_RESOLUTION;
-             a->resolution = static_cast<Context*>(c)->zero;
-         },
-         11},
+         [&](VelmoraAppendTIFF& a) { a.dib = colour.words.data(), a.compression = VELMORA_COMPRESSION_GROUP4; }, 6},
+        {"a zero resolution", [&](VelmoraAppendTIFF& a) { a.flags |= VELMORA_APPEND_RESOLUTION, a.resolution = &zero; }, 11},
         {"a resolution in millimetres",
-         [](VelmoraAppendTIFF* a, void* c) {
-             a->flags |= VELMORA_APPEND_RESOLUTION;
-             a->resolution = static_cast<Context*>(c)->badUnit;
-         },
-         12},
-        {"a zero scale",
-         [](VelmoraAppendTIFF* a, void* c) {
-             a->flags |= VELMORA_APPEND_SCALE;
-             a->scale = static_cast<Context*>(c)->zero;
-         },
-         13},
-        {"a scale unit of 18",
-         [](VelmoraAppendTIFF* a, void* c) {
-             a->flags |= VELMORA_APPEND_SCALE;
-             a->scale = static_cast<Context*>(c)->badScaleUnit;
-         },
-         14},
-        {"no OCR text block", [](VelmoraAppendTIFF* a, void*) { a->flags |= VELMORA_APPEND_OCR_TEXT; }, 15},
-        {"a DIB of 2 bits per pixel",
-         [](VelmoraAppendTIFF* a, void*) {
-             static test::TestDib odd = test::MakeDib(4, 4, 2);
-             a->dib = odd.words.data();
-         },
-         16},
-        {"a missing text", [](VelmoraAppendTIFF* a, void*) { a->flags |= VELMORA_APPEND_TEXT(3); }, 17},
-        {"no annotation block", [](VelmoraAppendTIFF* a, void*) { a->flags |= VELMORA_APPEND_ANNOTATIONS; }, 18},
+         [&](VelmoraAppendTIFF& a) { a.flags |= VELMORA_APPEND_RESOLUTION, a.resolution = &badUnit; }, 12},
+        {"a zero scale", [&](VelmoraAppendTIFF& a) { a.flags |= VELMORA_APPEND_SCALE, a.scale = &zero; }, 13},
+        {"a scale unit of 18", [&](VelmoraAppendTIFF& a) { a.flags |= VELMORA_APPEND_SCALE, a.scale = &badScaleUnit; }, 14},
+        {"no OCR text block", [](VelmoraAppendTIFF& a) { a.flags |= VELMORA_APPEND_OCR_TEXT; }, 15},
+        {"a DIB of 2 bits per pixel", [&](VelmoraAppendTIFF& a) { a.dib = odd.words.data(); }, 16},
+        {"a missing text", [](VelmoraAppendTIFF& a) { a.flags |= VELMORA_APPEND_TEXT(3); }, 17},
+        {"no annotation block", [](VelmoraAppendTIFF& a) { a.flags |= VELMORA_APPEND_ANNOTATIONS; }, 18},
     };
     HGLOBAL tiff = OpenVelmoraTIFF(nullptr, VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 1);
     ASSERT_NE(tiff, nullptr);
     for (const Case& c : cases) {
         VelmoraAppendTIFF a = DibRecord(dib);
-        c.change(&a, &context);
+        c.change(a);
         EXPECT_EQ(AppendVelmoraOpenTIFFEx(tiff, &a), 0) << c.what;
         EXPECT_EQ(GetLastVelmoraErrorCode(), 87u) << c.what;
         EXPECT_EQ(a.reason, c.reason) << c.what;
