@@ -4,10 +4,8 @@
 // and RGB rows coded with red and blue exchanged go into TIFF files that
 // libtiff decodes strip by strip to exactly the bytes coded.
 #include <tiffio.h>
-#include <unistd.h>
 
 #include <cstdint>
-#include <filesystem>
 #include <random>
 #include <string>
 #include <vector>
@@ -16,6 +14,7 @@
 
 #include "codecs/byte_encoders.h"
 #include "support/memory_stream.h"
+#include "support/peers.h"
 
 namespace {
 
@@ -70,7 +69,8 @@ std::vector<Image> MakeImages() {
 }
 
 TEST(ByteEncoders, StripsDecodeInLibtiffToTheCodedBytes) {
-    std::string path = (std::filesystem::temp_directory_path() / ("velmora_byte_encoders_" + std::to_string(getpid()) + ".tif")).string();
+    const velmora::peers::TempDir directory("velmora-byte-encoders");
+    const std::string path = directory.Path("strips.tif");
     for (uint16_t compression : {COMPRESSION_LZW, COMPRESSION_PACKBITS, COMPRESSION_ADOBE_DEFLATE}) {
         for (const Image& image : MakeImages()) {
             for (uint32_t rowsPerStrip : {image.height, 7u}) {
@@ -118,7 +118,6 @@ TEST(ByteEncoders, StripsDecodeInLibtiffToTheCodedBytes) {
             }
         }
     }
-    std::filesystem::remove(path);
 }
 
 // Two codings that readers of this library's files have always seen.
