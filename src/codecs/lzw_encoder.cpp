@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "codecs/byte_encoders.h"
 #include "frame/scratch_block.h"
 
@@ -11,20 +13,32 @@ constexpr uint32_t kTableLimit = 4094;  // reaching this code clears the table
 constexpr unsigned kFirstWidth = 9;
 constexpr uint32_t kRatioInterval = 10000;  // input bytes between two ratio checks
 
-// Open-addressed table of the strings made so far: the key is the byte times
-// 4096 plus the prefix code; a prime size keeps the probe sequence covering
-// every slot.
-constexpr int32_t kHashSize = 9001;
-constexpr int32_t kNoKey = -1;
+// The strings made so far. Each code's string is its prefix code and last
+// byte, kept as `keys[code]` = byte << 12 | prefix; a string is found through
+// an open-addressed table of codes, 0 marking a free slot (no string has a
+// code below 258). The home slot is the prefix code xor a hash of the byte:
+// strings ending in the same byte never share a home slot, and the byte's
+// hash spreads them over the whole table. Collisions step on by an odd
+// distance that depends on the byte, so two strings that met at a home slot
+// part at once. The table is eight times the codes, which keeps the probes
+// short; the key array stays small and stays in cache.
+constexpr unsigned kSlotBits = 15;
+constexpr uint32_t kSlotCount = 1u << kSlotBits;
+constexpr uint32_t kSlotMask = kSlotCount - 1;
+constexpr uint32_t kCodeCount = 4096;
 
-struct LzwHash {
-    int32_t keys[kHashSize];
-    uint16_t codes[kHashSize];
+struct LzwTable {
+    uint16_t slots[kSlotCount];
+    uint32_t keys[kCodeCount];  // keys[0] never matches, for the free slots
 };
+
+inline uint32_t HomeSlot(uint32_t prefix, uint32_t byte) {
+    return prefix ^ ((byte * 0x9E3779B1u) >> (32 - kSlotBits));
+}
 
 class LzwState {
 public:
-    LzwState(LzwHash* hash, Stream* out, ErrorRecord* record) : hash_(hash), output_(out, nullptr, record) {
+    LzwState(LzwTable* table, Stream* out, ErrorRecord* record) : table_(table), output_(out, nullptr, record) {
         ClearTable();
     }
 
@@ -34,38 +48,83 @@ public:
         input_ = 1;
     }
 
-    void Add(uint8_t c) {
-        ++input_;
-        const int32_t key = static_cast<int32_t>((uint32_t{c} << 12) + prefix_);
-        int32_t h = static_cast<int32_t>((uint32_t{c} << 5) ^ prefix_);
-        if (hash_->keys[h] == key) {
-            prefix_ = hash_->codes[h];
-            return;
-        }
-        if (hash_->keys[h] != kNoKey) {
-            const int32_t step = h == 0 ? 1 : kHashSize - h;
-            do {
-                h -= step;
-                if (h < 0) h += kHashSize;
-                if (hash_->keys[h] == key) {
-                    prefix_ = hash_->codes[h];
-                    return;
-                }
-            } while (hash_->keys[h] != kNoKey);
-        }
-        PutCode(prefix_);
-        hash_->keys[h] = key;
-        hash_->codes[h] = static_cast<uint16_t>(next_++);
-        if (next_ == kTableLimit) {
-            Restart();
-        } else {
-            if (next_ > maxCode_) {
-                ++width_;
-                maxCode_ = (1u << width_) - 1;
+    // Codes the bytes [p, end), which continue the string in prefix_. The
+    // state the loop touches on every code lives in locals meanwhile.
+    void Code(const uint8_t* p, const uint8_t* end) {
+        uint16_t* const slots = table_->slots;
+        const uint32_t* const keys = table_->keys;
+        uint32_t prefix = prefix_;
+        uint32_t next = next_;
+        unsigned width = width_;
+        // the next code whose making widens the codes or fills the table
+        uint32_t limit = std::min(maxCode_ + 1, kTableLimit);
+        uint64_t pending = pending_;
+        unsigned count = count_;
+        uint64_t outputBits = outputBits_;
+        // input_ of the byte at p is inputBase + p + 1 (wrapping arithmetic)
+        uint64_t inputBase = input_ - reinterpret_cast<uintptr_t>(p);
+        for (; p < end; ++p) {
+            const uint32_t c = *p;
+            const uint32_t key = (c << 12) | prefix;
+            uint32_t h = HomeSlot(prefix, c);
+            uint32_t code = slots[h];
+            if (keys[code] != key && code != 0) {
+                const uint32_t step = 2 * c + 1;
+                do {
+                    h = (h + step) & kSlotMask;
+                    code = slots[h];
+                } while (keys[code] != key && code != 0);
             }
-            if (input_ > checkpoint_) CheckRatio();
+            if (code != 0) {
+                prefix = code;
+                continue;
+            }
+            // The string ends here: its code goes out, and the string one byte
+            // longer takes the next code.
+            pending = (pending << width) | prefix;
+            count += width;
+            outputBits += width;
+            if (count >= 32) {
+                count -= 32;
+                PutWord(static_cast<uint32_t>(pending >> count));
+            }
+            slots[h] = static_cast<uint16_t>(next);
+            table_->keys[next] = key;
+            prefix = c;
+            if (++next == limit || inputBase + reinterpret_cast<uintptr_t>(p + 1) > checkpoint_) {
+                // A width change, a full table or a ratio check: rare enough
+                // to go through the members.
+                next_ = next;
+                width_ = width;
+                pending_ = pending;
+                count_ = count;
+                outputBits_ = outputBits;
+                if (next_ == kTableLimit) {
+                    Restart();
+                    inputBase = 0 - reinterpret_cast<uintptr_t>(p + 1);
+                } else {
+                    if (next_ > maxCode_) {
+                        ++width_;
+                        maxCode_ = (1u << width_) - 1;
+                    }
+                    const uint64_t input = inputBase + reinterpret_cast<uintptr_t>(p + 1);
+                    if (input > checkpoint_ && CheckRatio(input)) inputBase = 0 - reinterpret_cast<uintptr_t>(p + 1);
+                }
+                next = next_;
+                width = width_;
+                limit = std::min(maxCode_ + 1, kTableLimit);
+                pending = pending_;
+                count = count_;
+                outputBits = outputBits_;
+            }
         }
-        prefix_ = c;
+        prefix_ = prefix;
+        next_ = next;
+        width_ = width;
+        pending_ = pending;
+        count_ = count;
+        outputBits_ = outputBits;
+        input_ = inputBase + reinterpret_cast<uintptr_t>(end);
     }
 
     uint64_t Finish() {
@@ -75,30 +134,45 @@ public:
             maxCode_ = (1u << width_) - 1;
         }
         PutCode(kEndCode);
-        if (count_ > 0) output_.Put(static_cast<uint8_t>(pending_ << (8 - count_)));
+        // At most 31 bits wait in the accumulator: out whole bytes, the last
+        // one padded with zero bits.
+        pending_ <<= 32 - count_;
+        for (unsigned bits = 0; bits < count_; bits += 8) {
+            output_.Put(static_cast<uint8_t>(pending_ >> 24));
+            pending_ <<= 8;
+        }
         return output_.Flush();
     }
 
 private:
+    // Codes gather in a 64-bit accumulator and go out four bytes at a time.
     void PutCode(uint32_t code) {
         pending_ = (pending_ << width_) | code;
         count_ += width_;
         outputBits_ += width_;
-        while (count_ >= 8) {
-            count_ -= 8;
-            output_.Put(static_cast<uint8_t>(pending_ >> count_));
+        if (count_ >= 32) {
+            count_ -= 32;
+            PutWord(static_cast<uint32_t>(pending_ >> count_));
         }
     }
 
+    void PutWord(uint32_t word) {
+        uint8_t* at = output_.Reserve(4);
+        at[0] = static_cast<uint8_t>(word >> 24);
+        at[1] = static_cast<uint8_t>(word >> 16);
+        at[2] = static_cast<uint8_t>(word >> 8);
+        at[3] = static_cast<uint8_t>(word);
+    }
+
     void ClearTable() {
-        for (int32_t i = 0; i < kHashSize; ++i) hash_->keys[i] = kNoKey;
+        std::memset(table_->slots, 0, sizeof(table_->slots));
+        table_->keys[0] = 0xFFFFFFFF;
     }
 
     // Clears the table and tells the decoder so, at the current width.
     void Restart() {
         ClearTable();
         ratio_ = 0;
-        input_ = 0;
         outputBits_ = 0;
         checkpoint_ = kRatioInterval;
         next_ = kFirstFreeCode;
@@ -108,24 +182,26 @@ private:
     }
 
     // Input bytes per output bit, in 1/256 units; a table that stops paying
-    // for itself is thrown away.
-    void CheckRatio() {
-        checkpoint_ = input_ + kRatioInterval;
+    // for itself is thrown away. True when it was, which restarts the input
+    // count.
+    bool CheckRatio(uint64_t input) {
+        checkpoint_ = input + kRatioInterval;
         uint64_t ratio;
-        if (input_ < 0x800000) {
-            ratio = outputBits_ == 0 ? 0x7FFFFFFF : (input_ << 8) / outputBits_;
+        if (input < 0x800000) {
+            ratio = outputBits_ == 0 ? 0x7FFFFFFF : (input << 8) / outputBits_;
         } else {
             uint64_t divisor = outputBits_ >> 8;
-            ratio = divisor == 0 ? 0x7FFFFFFF : input_ / divisor;
+            ratio = divisor == 0 ? 0x7FFFFFFF : input / divisor;
         }
         if (ratio <= ratio_) {
             Restart();
-        } else {
-            ratio_ = ratio;
+            return true;
         }
+        ratio_ = ratio;
+        return false;
     }
 
-    LzwHash* hash_;
+    LzwTable* table_;
     EncodedOutput output_;
     uint32_t prefix_ = 0;
     uint32_t next_ = kFirstFreeCode;
@@ -143,10 +219,10 @@ private:
 
 uint64_t EncodeLzwStrip(const EncoderStrip& strip, ErrorRecord* record) {
     if (record->failed()) return 0;
-    ScratchBlock hashBlock, scratch;
-    auto* hash = reinterpret_cast<LzwHash*>(hashBlock.Allocate(sizeof(LzwHash), false, record));
-    if (hash == nullptr || !strip.PrepareScratch(&scratch, record)) return 0;
-    LzwState lzw(hash, strip.out, record);
+    ScratchBlock tableBlock, scratch;
+    auto* table = reinterpret_cast<LzwTable*>(tableBlock.Allocate(sizeof(LzwTable), false, record));
+    if (table == nullptr || !strip.PrepareScratch(&scratch, record)) return 0;
+    LzwState lzw(table, strip.out, record);
     bool started = false;
     for (uint32_t r = 0; r < strip.rows && !record->failed(); ++r) {
         const uint8_t* row = strip.CodedRow(r, scratch);
@@ -156,7 +232,7 @@ uint64_t EncodeLzwStrip(const EncoderStrip& strip, ErrorRecord* record) {
             started = true;
             i = 1;
         }
-        for (; i < strip.rowBytes; ++i) lzw.Add(row[i]);
+        lzw.Code(row + i, row + strip.rowBytes);
         strip.ReportRows(r + 1, record);
     }
     return started ? lzw.Finish() : 0;
