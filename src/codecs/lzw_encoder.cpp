@@ -52,7 +52,7 @@ public:
     // state the loop touches on every code lives in locals meanwhile.
     void Code(const uint8_t* p, const uint8_t* end) {
         uint16_t* const slots = table_->slots;
-        const uint32_t* const keys = table_->keys;
+        uint32_t* const keys = table_->keys;
         uint32_t prefix = prefix_;
         uint32_t next = next_;
         unsigned width = width_;
@@ -60,9 +60,10 @@ public:
         uint32_t limit = std::min(maxCode_ + 1, kTableLimit);
         uint64_t pending = pending_;
         unsigned count = count_;
-        uint64_t outputBits = outputBits_;
-        // input_ of the byte at p is inputBase + p + 1 (wrapping arithmetic)
+        // The input count of the byte at p is inputBase + p + 1 (wrapping
+        // arithmetic); the ratio is due once p reaches checkAt.
         uint64_t inputBase = input_ - reinterpret_cast<uintptr_t>(p);
+        uintptr_t checkAt = checkpoint_ - inputBase;
         for (; p < end; ++p) {
             const uint32_t c = *p;
             const uint32_t key = (c << 12) | prefix;
@@ -83,22 +84,21 @@ public:
             // longer takes the next code.
             pending = (pending << width) | prefix;
             count += width;
-            outputBits += width;
             if (count >= 32) {
                 count -= 32;
                 PutWord(static_cast<uint32_t>(pending >> count));
             }
             slots[h] = static_cast<uint16_t>(next);
-            table_->keys[next] = key;
+            keys[next] = key;
             prefix = c;
-            if (++next == limit || inputBase + reinterpret_cast<uintptr_t>(p + 1) > checkpoint_) {
+            if (++next == limit || reinterpret_cast<uintptr_t>(p) >= checkAt) {
                 // A width change, a full table or a ratio check: rare enough
                 // to go through the members.
                 next_ = next;
                 width_ = width;
                 pending_ = pending;
                 count_ = count;
-                outputBits_ = outputBits;
+                const uint64_t input = inputBase + reinterpret_cast<uintptr_t>(p + 1);
                 if (next_ == kTableLimit) {
                     Restart();
                     inputBase = 0 - reinterpret_cast<uintptr_t>(p + 1);
@@ -107,7 +107,6 @@ public:
                         ++width_;
                         maxCode_ = (1u << width_) - 1;
                     }
-                    const uint64_t input = inputBase + reinterpret_cast<uintptr_t>(p + 1);
                     if (input > checkpoint_ && CheckRatio(input)) inputBase = 0 - reinterpret_cast<uintptr_t>(p + 1);
                 }
                 next = next_;
@@ -115,7 +114,7 @@ public:
                 limit = std::min(maxCode_ + 1, kTableLimit);
                 pending = pending_;
                 count = count_;
-                outputBits = outputBits_;
+                checkAt = checkpoint_ - inputBase;
             }
         }
         prefix_ = prefix;
@@ -123,7 +122,6 @@ public:
         width_ = width;
         pending_ = pending;
         count_ = count;
-        outputBits_ = outputBits;
         input_ = inputBase + reinterpret_cast<uintptr_t>(end);
     }
 
@@ -149,7 +147,6 @@ private:
     void PutCode(uint32_t code) {
         pending_ = (pending_ << width_) | code;
         count_ += width_;
-        outputBits_ += width_;
         if (count_ >= 32) {
             count_ -= 32;
             PutWord(static_cast<uint32_t>(pending_ >> count_));
@@ -157,6 +154,7 @@ private:
     }
 
     void PutWord(uint32_t word) {
+        ++words_;
         uint8_t* at = output_.Reserve(4);
         at[0] = static_cast<uint8_t>(word >> 24);
         at[1] = static_cast<uint8_t>(word >> 16);
@@ -173,7 +171,7 @@ private:
     void Restart() {
         ClearTable();
         ratio_ = 0;
-        outputBits_ = 0;
+        bitsBefore_ = words_ * 32 + count_;
         checkpoint_ = kRatioInterval;
         next_ = kFirstFreeCode;
         PutCode(kClearCode);
@@ -186,11 +184,12 @@ private:
     // count.
     bool CheckRatio(uint64_t input) {
         checkpoint_ = input + kRatioInterval;
+        const uint64_t outputBits = words_ * 32 + count_ - bitsBefore_;
         uint64_t ratio;
         if (input < 0x800000) {
-            ratio = outputBits_ == 0 ? 0x7FFFFFFF : (input << 8) / outputBits_;
+            ratio = outputBits == 0 ? 0x7FFFFFFF : (input << 8) / outputBits;
         } else {
-            uint64_t divisor = outputBits_ >> 8;
+            uint64_t divisor = outputBits >> 8;
             ratio = divisor == 0 ? 0x7FFFFFFF : input / divisor;
         }
         if (ratio <= ratio_) {
@@ -210,7 +209,8 @@ private:
     uint64_t pending_ = 0;
     unsigned count_ = 0;
     uint64_t input_ = 0;
-    uint64_t outputBits_ = 0;
+    uint64_t words_ = 0;       // 32-bit words written
+    uint64_t bitsBefore_ = 0;  // bits written before the table was last cleared
     uint64_t checkpoint_ = kRatioInterval;
     uint64_t ratio_ = 0;
 };
