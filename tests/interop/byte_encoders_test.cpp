@@ -148,6 +148,19 @@ TEST(ByteEncoders, KnownCodings) {
     strip.topRow = merged.data();
     strip.rowBytes = 4;
     EXPECT_EQ(Encode(COMPRESSION_PACKBITS, strip, &error), (std::vector<uint8_t>{3, 1, 2, 2, 3}));
+    // After 126 literals a two-byte run stays a run, and a run of 129 leaves
+    // its last byte to the literal group that follows.
+    std::vector<uint8_t> edges(126);
+    for (int i = 0; i < 126; ++i) edges[i] = static_cast<uint8_t>(i);
+    std::vector<uint8_t> expected{125};
+    expected.insert(expected.end(), edges.begin(), edges.end());
+    edges.insert(edges.end(), {200, 200});
+    edges.insert(edges.end(), 129, 7);
+    edges.push_back(9);
+    expected.insert(expected.end(), {0xFF, 200, 0x81, 7, 1, 7, 9});
+    strip.topRow = edges.data();
+    strip.rowBytes = static_cast<uint32_t>(edges.size());
+    EXPECT_EQ(Encode(COMPRESSION_PACKBITS, strip, &error), expected);
 }
 
 }  // namespace
