@@ -69,16 +69,20 @@ public:
             const uint32_t key = (c << 12) | prefix;
             uint32_t h = HomeSlot(prefix, c);
             uint32_t code = slots[h];
-            if (keys[code] != key && code != 0) {
+            if (keys[code] == key) {
+                prefix = code;
+                continue;
+            }
+            if (code != 0) {
                 const uint32_t step = 2 * c + 1;
                 do {
                     h = (h + step) & kSlotMask;
                     code = slots[h];
                 } while (keys[code] != key && code != 0);
-            }
-            if (code != 0) {
-                prefix = code;
-                continue;
+                if (code != 0) {
+                    prefix = code;
+                    continue;
+                }
             }
             // The string ends here: its code goes out, and the string one byte
             // longer takes the next code.
