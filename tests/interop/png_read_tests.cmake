@@ -1,0 +1,1 @@
+list(APPEND INTEROP_TESTS interop/png_read_test.cpp)
