@@ -1,0 +1,1 @@
+velmora_fuzz_target(png_reader_fuzz)
