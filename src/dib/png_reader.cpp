@@ -118,8 +118,7 @@ bool DescribeFormat(PngHeader* h) {
             h->dibBits = 24;
             h->layout = h->depth == 8 ? Layout::Rgba8 : Layout::Rgba16;
             break;
-        default:
-            return false;
+        default: return false;
     }
     h->pixelBits = channels * h->depth;
     h->filterUnit = h->pixelBits < 8 ? 1 : h->pixelBits / 8;
@@ -168,9 +167,7 @@ void Unfilter(uint8_t type, uint8_t* row, const uint8_t* prior, size_t length, s
 // of `out` (and alpha bytes into `alpha` when it is not null).
 void ConvertRow(Layout layout, uint32_t pixelBits, const uint8_t* in, uint32_t count, uint8_t* out, uint8_t* alpha) {
     switch (layout) {
-        case Layout::Copy:
-            std::memcpy(out, in, static_cast<size_t>((uint64_t{count} * pixelBits + 7) / 8));
-            break;
+        case Layout::Copy: std::memcpy(out, in, static_cast<size_t>((uint64_t{count} * pixelBits + 7) / 8)); break;
         case Layout::Grey2:
         case Layout::Palette2: {
             // Grey levels 0..3 become ramp entries 0, 5, 10, 15 (grey 0, 85,
@@ -386,7 +383,7 @@ private:
     uint32_t totalRows_ = 0;
     size_t rowLength_ = 0;  // the filter byte and the row's bytes
     size_t filled_ = 0;
-    ScratchBlock buffer_;  // two raw rows: the one being gathered and the one above it
+    ScratchBlock buffer_;   // two raw rows: the one being gathered and the one above it
     ScratchBlock compact_;  // one converted pass row before it is scattered
     uint8_t* cur_ = nullptr;
     uint8_t* prev_ = nullptr;
@@ -508,12 +505,8 @@ bool PngReader::Read(ErrorRecord* record) {
         if (phase_ == Phase::InData && !DecodeImage(record)) return false;
         bool ok = true;
         switch (type_) {
-            case kChunkIhdr:
-                SetRecordError(record, kErrBadImageData, 0);
-                return false;
-            case kChunkPlte:
-                ok = ReadPalette(length, record);
-                break;
+            case kChunkIhdr: SetRecordError(record, kErrBadImageData, 0); return false;
+            case kChunkPlte: ok = ReadPalette(length, record); break;
             case kChunkBkgd:
                 if (phase_ == Phase::AfterData) {
                     warning_ = true;
@@ -522,9 +515,7 @@ bool PngReader::Read(ErrorRecord* record) {
                     ok = ReadBackground(length, record);
                 }
                 break;
-            case kChunkPhys:
-                ok = ReadResolution(length, record);
-                break;
+            case kChunkPhys: ok = ReadResolution(length, record); break;
             case kChunkIend:
                 if (length != 0 || phase_ != Phase::AfterData) {
                     SetRecordError(record, kErrBadImageData, 0);
@@ -533,9 +524,7 @@ bool PngReader::Read(ErrorRecord* record) {
                 // The image ends here; whatever follows is not read.
                 StreamRead(stream_, data_, 4, kErrBadFileData, record);
                 return record->ok();
-            default:
-                ok = Skip(length, record);
-                break;
+            default: ok = Skip(length, record); break;
         }
         if (!ok) return false;
     }

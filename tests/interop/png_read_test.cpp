@@ -68,7 +68,8 @@ void ExpectPixels(const BITMAPINFOHEADER* h, const std::vector<uint8_t>& want) {
             const uint8_t* p = &want[(static_cast<size_t>(y) * static_cast<uint32_t>(h->biWidth) + x) * per];
             uint32_t expected = per == 3 ? uint32_t{p[0]} << 16 | uint32_t{p[1]} << 8 | p[2] : p[0];
             uint32_t got = PixelAt(h, x, y);
-            if (got != expected && bad++ < 5) ADD_FAILURE() << "pixel " << x << "," << y << ": " << got << " for " << expected;
+            if (got != expected && bad++ < 5)
+                ADD_FAILURE() << "pixel " << x << "," << y << ": " << got << " for " << expected;
         }
     }
 }
@@ -78,9 +79,9 @@ TEST(PngRead, CorpusDecodesLikePillow) {
     peers::TempDir dir("velmora-png");
     ASSERT_TRUE(dir.ok());
     std::string log;
-    ASSERT_TRUE(peers::Output(std::string(VELMORA_PYTHON) + " " + VELMORA_TEST_SOURCE_DIR +
-                                  "/interop/png_corpus.py " + dir.path() + " 2>&1",
-                              &log))
+    ASSERT_TRUE(peers::Output(
+        std::string(VELMORA_PYTHON) + " " + VELMORA_TEST_SOURCE_DIR + "/interop/png_corpus.py " + dir.path() + " 2>&1",
+        &log))
         << log;
     std::ifstream manifest(dir.Path("manifest.txt"));
     std::string name;
