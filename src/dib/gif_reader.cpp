@@ -261,7 +261,10 @@ bool CommentText(const CheckedArray<uint8_t>& bytes, CheckedArray<char16_t>* tex
     size_t out = 0;
     for (size_t i = 0; i < count;) {
         const uint32_t lead = bytes[i];
-        uint32_t extra = lead >= 0xF0 && lead <= 0xF4 ? 3 : lead >= 0xE0 && lead <= 0xEF ? 2 : lead >= 0xC2 && lead <= 0xDF ? 1 : 0;
+        uint32_t extra = lead >= 0xF0 && lead <= 0xF4   ? 3
+                         : lead >= 0xE0 && lead <= 0xEF ? 2
+                         : lead >= 0xC2 && lead <= 0xDF ? 1
+                                                        : 0;
         uint32_t value = lead;
         size_t used = 1;
         if (extra > 0 && i + extra < count) {
@@ -318,7 +321,7 @@ bool GifReader::Open(Stream* stream, ErrorRecord* record) {
         return false;
     }
     colorResolution_ = static_cast<uint8_t>(((flags >> 4) & 7) + 1);
-    aspect_ = bytes[12] != 0 ? static_cast<uint8_t>(bytes[12] + 15) : 0;
+    aspect_ = bytes[12] != 0 ? static_cast<uint16_t>(bytes[12] + 15) : 0;
     globalCount_ = 0;
     if (flags & 0x80) {
         globalCount_ = 2u << (flags & 7);

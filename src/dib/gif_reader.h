@@ -52,21 +52,21 @@ public:
 
     uint16_t screenWidth() const { return screenWidth_; }
     uint16_t screenHeight() const { return screenHeight_; }
-    uint8_t colorResolution() const { return colorResolution_; }  // bits per primary, 1 to 8
-    uint8_t aspect() const { return aspect_; }  // the aspect byte plus 15, or 0 when the byte is 0
+    // Bits per primary colour, 1 to 8.
+    uint8_t colorResolution() const { return colorResolution_; }
+    // The aspect byte plus 15 (a ratio over 64), or 0 when the byte is 0.
+    uint16_t aspect() const { return aspect_; }
     // The comment of the frame last found, as wide text (empty when none).
     bool hasComment() const { return hasComment_; }
     const char16_t* comment() const { return comment_.empty() ? u"" : comment_.data(); }
     bool damaged() const { return damaged_; }
 
 private:
-    bool Collect(ErrorRecord* record);
-
     Stream* stream_ = nullptr;
     uint16_t screenWidth_ = 0;
     uint16_t screenHeight_ = 0;
     uint8_t colorResolution_ = 0;
-    uint8_t aspect_ = 0;
+    uint16_t aspect_ = 0;
     uint32_t globalCount_ = 0;
     RGBQUAD global_[256] = {};
     // frameStarts_[i] is where the blocks of frame i + 1 begin.

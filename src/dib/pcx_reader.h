@@ -19,10 +19,10 @@ struct PcxHeader {
     uint8_t version = 0;
     uint8_t bitsPerPlane = 0;  // bits of one pixel in one plane
     uint8_t planes = 0;
-    uint16_t bytesPerLine = 0;  // of one plane, as stored
-    int32_t width = 0;          // Xmax - Xmin + 1
-    int32_t height = 0;         // Ymax - Ymin + 1
-    uint16_t bitCount = 0;      // of the DIB: planes x bits per plane
+    uint16_t bytesPerLine = 0;   // of one plane, as stored
+    int32_t width = 0;           // Xmax - Xmin + 1
+    int32_t height = 0;          // Ymax - Ymin + 1
+    uint16_t bitCount = 0;       // of the DIB: planes x bits per plane
     uint8_t palette16[48] = {};  // red, green, blue of 16 entries
 };
 

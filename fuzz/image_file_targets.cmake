@@ -1,0 +1,2 @@
+velmora_fuzz_target(gif_reader_fuzz)
+velmora_fuzz_target(pcx_reader_fuzz)
