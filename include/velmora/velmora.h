@@ -1234,15 +1234,33 @@ typedef struct VelmoraReadDIB {
 #define VELMORA_READ_DIB_SIZE_V3 VELMORA_SIZE_THROUGH(VelmoraReadDIB, options)
 
 /*
- * Reads one page of an image file into a new packed DIB, recognising the
- * file by its content: BMP, GIF (page = frame), JPEG, PCX and PNG (page 1
- * only) and TIFF. An offset places the image inside a larger file (BMP, GIF
- * and JPEG only). Returns NULL on failure: 998 for an unreadable record,
- * path or callback; 87 for a wrong size, page 0, unknown flags, options
- * without the largest record, a page other than 1 of a single-page type, a
- * missing TIFF page, or an offset with PCX, PNG or TIFF; 0x02000002 for an
- * unrecognised file; 0x0200001B for a type that is not read here (PDF,
- * icons, CALS); the reader's own errors; 1223 when cancelled.
+ * Reads one page of an image file into a new packed DIB (40-byte header,
+ * bottom-up rows), recognising the file by its content, not its name: BMP,
+ * GIF (page = frame), JPEG, PCX and PNG (page 1 only) and TIFF (the page's
+ * directory, turned upright). offsetLow and offsetHigh place the image inside
+ * a larger file (BMP, GIF and JPEG only). The host owns the DIB and frees it
+ * with GlobalFree.
+ *
+ * BMP files: core (12-byte), info (40-byte) and larger headers; 1, 4, 8, 16,
+ * 24 and 32 bits; RLE8, RLE4 and bit fields; top-down files come back
+ * bottom-up. 16-bit bit-field pixels come back as 5-5-5 pixels (each field
+ * scaled to 5 bits, truncating) and 32-bit pixels as 24-bit ones (without
+ * masks the fourth byte is dropped; with masks each field is scaled to 8
+ * bits, truncating). A wrong stored file size, bit-field pixels exactly 12
+ * bytes short (read as 0) and damaged run-length data (cut or left at index
+ * 0) do not fail the read.
+ *
+ * Returns NULL on failure: 998 for an unreadable record, path (NULL
+ * included) or callback; 87 for a wrong size, page 0, an offsetHigh of
+ * 0x80000000 or more, unknown flags, options without the largest record or
+ * of 16 or more, a page other than 1 of a single-page type, a missing TIFF
+ * page, or an offset with PCX, PNG or TIFF; the file's own errors (2 for a
+ * missing file); 0x02000002 for an unrecognised file or a BMP without its
+ * "BM" header (or with non-zero reserved words); 0x02000005 for a BMP header
+ * size, depth or compression that is not read; 0x02000004 for a truncated or
+ * inconsistent BMP; 0x0200001B for a type that is not read here (PDF,
+ * icons, CALS); the other readers' own errors; 8 when the image is too large
+ * for memory; 1223 when cancelled.
  */
 VELMORA_EXPORT HGLOBAL VELMORA_API ReadVelmoraDIBEx(const VelmoraReadDIB *read);
 
@@ -1314,10 +1332,27 @@ typedef struct VelmoraSaveDIBOptions {
 #define VELMORA_SAVE_DIB_OPTIONS_SIZE_V1 VELMORA_SIZE_THROUGH(VelmoraSaveDIBOptions, jpeg)
 
 /*
- * Writes a DIB as a file of the document type VELMORA_DOCTYPE_BMP, _JPEG or
- * _TIFF. options may be NULL for the defaults. Returns non-zero, or 0: 87
- * for another type or an options record (or one of its records) of the
- * wrong size, 998 for unreadable memory, the writer's own errors.
+ * Writes a DIB as a new file of the document type VELMORA_DOCTYPE_BMP, _JPEG
+ * or _TIFF at path (narrow), replacing a file there only once the new one is
+ * complete. options, and each record it points to, may be NULL for the
+ * defaults; choice1 and choice2 are checked but change nothing.
+ *
+ * BMP: a plain file as SaveVelmoraBMPDIB writes it; VELMORA_SAVE_BMP_CORE
+ * writes the old-style 12-byte header with 3-byte table entries (2^bits of
+ * them at 1, 4 and 8 bits); VELMORA_SAVE_BMP_RLE codes 8-bit DIBs as RLE8
+ * and 4-bit DIBs as RLE4 (other depths are written plain, and the core form
+ * wins when both are set). JPEG: baseline at the quality given (0: 75),
+ * with a JFIF segment carrying the DIB's resolution in dots per inch unless
+ * a JPEG record leaves VELMORA_SAVE_JPEG_JFIF out; _RESOLUTION adds the
+ * library's resolution segment (pixels per centimetre), _SCALE a scale
+ * segment of 1:1; 1-, 4- and 8-bit and 24-bit DIBs only. TIFF: one page, as
+ * AppendVelmoraOpenTIFFEx appends a DIB with the default compression.
+ *
+ * Returns non-zero, or 0: the DIB check's 998 and 87; 998 for an unreadable
+ * path or record; 87 for another type, a record of the wrong size, unknown
+ * option bits, a JPEG quality above 100 or a choice with both values set;
+ * 0x0200002D for the core form of a DIB 65536 pixels wide or high or more;
+ * 0x02000013 for a DIB the JPEG encoder cannot take; the file's own errors.
  */
 VELMORA_EXPORT BOOL VELMORA_API SaveVelmoraDIB(LPCSTR path, const void *bits, const BITMAPINFOHEADER *header, LONG type, const VelmoraSaveDIBOptions *options);
 

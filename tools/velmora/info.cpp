@@ -180,6 +180,32 @@ int ShowJpegInfo(const char* path, bool json) {
     return 0;
 }
 
+// A file of another type, described by its first page read as a DIB.
+int ShowDibInfo(const char* path, LONG type, bool json) {
+    HGLOBAL dib = ReadVelmoraDIB(path, 1);
+    if (dib == nullptr) return Fail(path);
+    auto* header = static_cast<const BITMAPINFOHEADER*>(GlobalLock(dib));
+    const ColourKind colour = ColourOf(GetVelmoraDIBColorType(GetVelmoraDIBData(header), header));
+    const long width = header->biWidth, length = header->biHeight;
+    const int bits = header->biBitCount;
+    // Pixels per metre as dots per inch.
+    const double x = header->biXPelsPerMeter * 0.0254, y = header->biYPelsPerMeter * 0.0254;
+    GlobalUnlock(dib);
+    GlobalFree(dib);
+    if (json) {
+        std::printf(
+            "{\"file\": %s, \"type\": %s, \"typeId\": %ld, \"pages\": [\n  {\"page\": 1, \"width\": %ld, "
+            "\"length\": %ld, \"bits\": %d, \"colour\": %s, \"xResolution\": %g, \"yResolution\": %g, "
+            "\"resolutionUnit\": \"inch\"}\n]}\n",
+            JsonString(path).c_str(), JsonString(DocumentTypeName(type)).c_str(), static_cast<long>(type), width,
+            length, bits, JsonString(colour.name).c_str(), x, y);
+        return 0;
+    }
+    std::printf("%s: %s\n  page 1: %ld x %ld, %s (%d bit%s), %g x %g per inch\n", path, DocumentTypeName(type), width,
+                length, colour.name, bits, bits == 1 ? "" : "s", x, y);
+    return 0;
+}
+
 int RunInfo(int argc, char** argv) {
     const char* path = nullptr;
     bool json = false;
@@ -191,6 +217,7 @@ int RunInfo(int argc, char** argv) {
     if (type < 0) return Fail(path);
 
     if (type == 2) return ShowJpegInfo(path, json);
+    if (type == 0 || type == 1 || type == 4 || type == 5) return ShowDibInfo(path, type, json);
     std::vector<PageFacts> pages;
     if (type == 6) {
         HGLOBAL tiff = OpenVelmoraTIFF(path, 0x80000000u, 0);

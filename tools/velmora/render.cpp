@@ -1,5 +1,5 @@
-// velmora render: one page of a TIFF or JPEG file as a Windows bitmap.
-#include <cerrno>
+// velmora render: one page of an image file (TIFF, BMP, JPEG, any type the
+// library reads) as a Windows bitmap.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -35,22 +35,7 @@ int RunRender(int argc, char** argv) {
     }
     const VelmoraProgressProc progress = TerminalProgress();
     HGLOBAL dib = nullptr;
-    if (GetVelmoraDocumentType(path) == 2) {
-        if (page != 1) {
-            std::fprintf(stderr, "velmora: %s has one page\n", path);
-            return 2;
-        }
-        HGLOBAL jpeg = LoadJpeg(path);
-        if (jpeg == nullptr) {
-            std::fprintf(stderr, "velmora: %s: %s\n", path, std::strerror(errno));
-            return 1;
-        }
-        dib = ReadVelmoraJPEGDIBProgress(jpeg, progress, 0);
-        ClearProgress(progress);
-        int result = dib == nullptr ? Fail(path) : 0;
-        CloseVelmoraJPEG(jpeg);
-        if (dib == nullptr) return result;
-    } else {
+    if (GetVelmoraDocumentType(path) == 6) {
         HGLOBAL tiff = OpenVelmoraTIFF(path, 0x80000000u, 0);
         if (tiff == nullptr) return Fail(path);
         dib = ReadVelmoraOpenTIFFDIBProgress(tiff, static_cast<DWORD>(page), progress, 0);
@@ -58,6 +43,16 @@ int RunRender(int argc, char** argv) {
         int result = dib == nullptr ? Fail(path) : 0;
         CloseVelmoraTIFF(tiff);
         if (dib == nullptr) return result;
+    } else {
+        // Every other type through the library's reading by content.
+        VelmoraReadDIB read = {};
+        read.size = VELMORA_READ_DIB_SIZE_V1;
+        read.path = path;
+        read.page = static_cast<DWORD>(page);
+        read.progress = progress;
+        dib = ReadVelmoraDIBEx(&read);
+        ClearProgress(progress);
+        if (dib == nullptr) return Fail(path);
     }
     auto* header = static_cast<const BITMAPINFOHEADER*>(GlobalLock(dib));
     const void* bits = header != nullptr ? GetVelmoraDIBData(header) : nullptr;

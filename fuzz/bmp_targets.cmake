@@ -1,0 +1,1 @@
+velmora_fuzz_target(bmp_reader_fuzz)

@@ -1,0 +1,461 @@
+// BMP files read through ReadVelmoraDIB as Pillow decodes them (a corpus that
+// Pillow and ImageMagick write at test time), BMPs saved by SaveVelmoraDIB in
+// each form read back by Pillow and by the library, and damaged files and
+// records refused with their documented errors.
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "dib/dib_layout.h"
+#include "dib/image.h"
+#include "dib/pixel_fetch.h"
+#include "frame/error_record.h"
+#include "platform/platform.h"
+#include "support/peers.h"
+#include "velmora/velmora.h"
+
+namespace velmora {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// A DIB handle owned by the test, with its header and rows.
+struct Dib {
+    HGLOBAL handle;
+    explicit Dib(HGLOBAL h) : handle(h) {}
+    ~Dib() { FreeImage(&handle); }
+    BITMAPINFOHEADER* header() const { return static_cast<BITMAPINFOHEADER*>(platform::MemLock(handle)); }
+};
+
+// The colour of a pixel from the top left as red, green, blue; at 16 bits
+// the three 5-bit fields.
+void Rgb(const BITMAPINFOHEADER* h, int32_t x, int32_t y, uint8_t out[3]) {
+    const uint8_t* bits = PackedBits(h);
+    if (h->biBitCount == 16) {
+        const uint8_t* p = bits + RowStride(h) * (h->biHeight - 1 - y) + 2 * x;
+        const uint32_t v = p[0] | p[1] << 8;
+        out[0] = (v >> 10) & 31, out[1] = (v >> 5) & 31, out[2] = v & 31;
+        return;
+    }
+    const COLORREF c = PixelColor(h, bits, x, y);
+    out[0] = RedOf(c), out[1] = GreenOf(c), out[2] = BlueOf(c);
+}
+
+// Pillow's decoding of a file: width, height and red-green-blue bytes from
+// the top left.
+bool PillowPixels(const std::string& path, int* width, int* height, Bytes* rgb) {
+    std::string out;
+    const std::string script =
+        "import sys\nfrom PIL import Image\nim = Image.open(sys.argv[1]).convert('RGB')\n"
+        "sys.stdout.write('%d %d\\n' % im.size + im.tobytes().hex())";
+    if (!peers::Output(std::string(VELMORA_PYTHON) + " -c \"" + script + "\" '" + path + "'", &out)) return false;
+    size_t newline = out.find('\n');
+    if (newline == std::string::npos || std::sscanf(out.c_str(), "%d %d", width, height) != 2) return false;
+    rgb->clear();
+    for (size_t i = newline + 1; i + 1 < out.size(); i += 2) rgb->push_back(std::stoi(out.substr(i, 2), nullptr, 16));
+    return rgb->size() == size_t{3} * *width * *height;
+}
+
+TEST(BmpReadCorpus, EveryFileReadsAsPillowDecodesIt) {
+    REQUIRE_PEER(peers::HavePillow(VELMORA_PYTHON), "Pillow");
+    REQUIRE_PEER(peers::Have("/usr/bin/convert"), "ImageMagick");
+    peers::TempDir dir("velmora-bmp-corpus");
+    ASSERT_TRUE(dir.ok());
+    ASSERT_TRUE(peers::Run(std::string(VELMORA_PYTHON) + " " + VELMORA_TEST_SOURCE_DIR + "/interop/bmp_corpus.py " +
+                           dir.path()))
+        << "the corpus script failed";
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+        if (entry.path().extension() == ".bmp") names.push_back(entry.path().stem().string());
+    }
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names.size(), 25u);  // every file the script writes
+    for (const std::string& name : names) {
+        SCOPED_TRACE(name);
+        const Bytes expect = peers::ReadFile(dir.Path(name + ".expect"));
+        int width = 0, height = 0, bits = 0, skip = 0;
+        ASSERT_EQ(
+            std::sscanf(reinterpret_cast<const char*>(expect.data()), "%d %d %d\n%n", &width, &height, &bits, &skip),
+            3);
+        Dib dib(ReadVelmoraDIB(dir.Path(name + ".bmp").c_str(), 1));
+        ASSERT_NE(dib.handle, nullptr) << std::hex << LastErrorCode();
+        const BITMAPINFOHEADER* h = dib.header();
+        ASSERT_EQ(h->biSize, 40u);
+        ASSERT_EQ(h->biWidth, width);
+        ASSERT_EQ(h->biHeight, height);
+        ASSERT_EQ(h->biBitCount, bits);
+        ASSERT_EQ(h->biCompression, 0u);
+        ASSERT_EQ(expect.size(), skip + size_t{3} * width * height);
+        for (int y = 0; y < height; ++y) {
+            for (int x = 0; x < width; ++x) {
+                uint8_t ours[3];
+                Rgb(h, x, y, ours);
+                const uint8_t* theirs = expect.data() + skip + 3 * (size_t{1} * y * width + x);
+                ASSERT_TRUE(std::equal(ours, ours + 3, theirs))
+                    << "at " << x << "," << y << ": ours " << int(ours[0]) << " " << int(ours[1]) << " " << int(ours[2])
+                    << ", Pillow " << int(theirs[0]) << " " << int(theirs[1]) << " " << int(theirs[2]);
+            }
+        }
+        platform::MemUnlock(dib.handle);
+    }
+}
+
+// A palette DIB with rows that suit each coding: long runs, alternating
+// pairs, short repeats and noise.
+HGLOBAL CodingPicture(uint16_t bits, int32_t width, int32_t height) {
+    ErrorRecord record;
+    HGLOBAL image = CreateImage(width, height, bits, 3780, 3780, 0, kStorageZeroInit, &record);
+    ImageLock lock(image);
+    BITMAPINFOHEADER* h = lock.header();
+    uint32_t seed = bits * 977u + width;
+    auto next = [&] { return (seed = seed * 1664525u + 1013904223u) >> 9; };
+    for (uint32_t i = 0; i < ColorCount(h); ++i) {
+        const uint32_t v = next();
+        ColorTable(h)[i] = RGBQUAD{uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16), 0};
+    }
+    const uint32_t levels = bits >= 8 ? 256 : 1u << bits;
+    for (int32_t y = 0; y < height; ++y) {
+        for (int32_t x = 0; x < width; ++x) {
+            uint32_t v;
+            switch (y % 4) {
+                case 0: v = x < width / 2 ? 3 : x / 7; break;      // runs
+                case 1: v = x % 2 ? 5 : 9; break;                  // alternating pairs
+                case 2: v = (x / 2) % 3 == 0 ? 1 : next(); break;  // short repeats
+                default: v = next(); break;                        // noise
+            }
+            v %= levels;
+            if (bits == 24) {
+                uint8_t* p = lock.bits() + RowStride(h) * y + 3 * x;
+                p[0] = uint8_t(v), p[1] = uint8_t(v * 3), p[2] = uint8_t(v * 7);
+                continue;
+            }
+            const uint32_t at = x * bits;
+            uint8_t& byte = lock.bits()[RowStride(h) * y + at / 8];
+            byte |= static_cast<uint8_t>(v << (8 - bits - at % 8));
+        }
+    }
+    return image;
+}
+
+struct SaveCase {
+    const char* name;
+    uint16_t bits;
+    int32_t width, height;
+    DWORD options;
+    uint32_t headerSize, compression;
+};
+
+class BmpSaveForms : public ::testing::TestWithParam<SaveCase> {};
+
+TEST_P(BmpSaveForms, PillowAndTheLibraryReadBackEveryPixel) {
+    REQUIRE_PEER(peers::HavePillow(VELMORA_PYTHON), "Pillow");
+    const SaveCase c = GetParam();
+    peers::TempDir dir("velmora-bmp-save");
+    const std::string path = dir.Path(std::string(c.name) + ".bmp");
+    Dib source(CodingPicture(c.bits, c.width, c.height));
+    BITMAPINFOHEADER* h = source.header();
+    VelmoraSaveDIBBMPOptions bmp = {VELMORA_SAVE_DIB_BMP_OPTIONS_SIZE_V1, 0, c.options};
+    VelmoraSaveDIBOptions options = {VELMORA_SAVE_DIB_OPTIONS_SIZE_V1, 0, &bmp, nullptr, nullptr, nullptr};
+    ASSERT_TRUE(SaveVelmoraDIB(path.c_str(), PackedBits(h), h, VELMORA_DOCTYPE_BMP, &options)) << LastErrorCode();
+
+    const Bytes file = peers::ReadFile(path);
+    ASSERT_GE(file.size(), 54u);
+    EXPECT_EQ(file[14] | file[15] << 8, int(c.headerSize));
+    if (c.headerSize == 40) EXPECT_EQ(file[30], c.compression);
+    EXPECT_EQ(file[2] | file[3] << 8 | file[4] << 16 | uint32_t(file[5]) << 24, file.size());
+
+    int width = 0, height = 0;
+    Bytes theirs;
+    ASSERT_TRUE(PillowPixels(path, &width, &height, &theirs));
+    ASSERT_EQ(width, c.width);
+    ASSERT_EQ(height, c.height);
+    Dib back(ReadVelmoraDIB(path.c_str(), 1));
+    ASSERT_NE(back.handle, nullptr) << LastErrorCode();
+    const BITMAPINFOHEADER* b = back.header();
+    ASSERT_EQ(b->biBitCount, c.bits);
+    for (int y = 0; y < c.height; ++y) {
+        for (int x = 0; x < c.width; ++x) {
+            uint8_t ours[3], read[3];
+            Rgb(h, x, y, ours);
+            Rgb(b, x, y, read);
+            ASSERT_TRUE(std::equal(ours, ours + 3, theirs.data() + 3 * (size_t{1} * y * c.width + x)))
+                << "Pillow at " << x << "," << y;
+            ASSERT_TRUE(std::equal(ours, ours + 3, read)) << "read back at " << x << "," << y;
+        }
+    }
+    platform::MemUnlock(back.handle);
+    platform::MemUnlock(source.handle);
+}
+
+const SaveCase kSaveCases[] = {
+    {"plain_8", 8, 31, 8, 0, 40, 0},
+    {"core_1", 1, 37, 4, VELMORA_SAVE_BMP_CORE, 12, 0},
+    {"core_4", 4, 13, 8, VELMORA_SAVE_BMP_CORE, 12, 0},
+    {"core_8", 8, 7, 5, VELMORA_SAVE_BMP_CORE, 12, 0},
+    {"core_24", 24, 9, 4, VELMORA_SAVE_BMP_CORE, 12, 0},
+    {"rle8", 8, 301, 8, VELMORA_SAVE_BMP_RLE, 40, 1},
+    {"rle8_narrow", 8, 3, 4, VELMORA_SAVE_BMP_RLE, 40, 1},
+    {"rle4", 4, 299, 8, VELMORA_SAVE_BMP_RLE, 40, 2},
+    {"rle4_odd", 4, 7, 8, VELMORA_SAVE_BMP_RLE, 40, 2},
+    {"rle_24_plain", 24, 5, 4, VELMORA_SAVE_BMP_RLE, 40, 0},
+};
+
+INSTANTIATE_TEST_SUITE_P(Forms, BmpSaveForms, ::testing::ValuesIn(kSaveCases),
+                         [](const ::testing::TestParamInfo<SaveCase>& info) { return std::string(info.param.name); });
+
+// ---- Damaged files and records ---------------------------------------------
+
+void Put32(Bytes* b, size_t at, uint32_t v) {
+    for (int i = 0; i < 4; ++i) (*b)[at + i] = static_cast<uint8_t>(v >> (8 * i));
+}
+
+// A well-formed BMP with a 40-byte header: `masks` (12 bytes) and `table`
+// after the header, then `pixels`.
+Bytes MakeBmp(int32_t width, int32_t height, uint16_t bits, uint32_t compression, const Bytes& extra,
+              const Bytes& pixels) {
+    Bytes b(54);
+    b[0] = 'B', b[1] = 'M';
+    Put32(&b, 10, static_cast<uint32_t>(54 + extra.size()));
+    Put32(&b, 14, 40);
+    Put32(&b, 18, static_cast<uint32_t>(width));
+    Put32(&b, 22, static_cast<uint32_t>(height));
+    b[26] = 1, b[28] = static_cast<uint8_t>(bits);
+    Put32(&b, 30, compression);
+    b.insert(b.end(), extra.begin(), extra.end());
+    b.insert(b.end(), pixels.begin(), pixels.end());
+    Put32(&b, 2, static_cast<uint32_t>(b.size()));
+    return b;
+}
+
+Bytes With(Bytes b, size_t at, uint32_t value, int width = 4) {
+    for (int i = 0; i < width; ++i) b[at + i] = static_cast<uint8_t>(value >> (8 * i));
+    return b;
+}
+
+Bytes Masks(uint32_t r, uint32_t g, uint32_t b) {
+    Bytes m(12);
+    Put32(&m, 0, r), Put32(&m, 4, g), Put32(&m, 8, b);
+    return m;
+}
+
+// 3 x 2 pixels at 24 bits; 4 x 2 at 8 bits in RLE8 with a two-entry table.
+Bytes Rgb24() { return MakeBmp(3, 2, 24, 0, {}, Bytes(24, 0x40)); }
+Bytes Rle8(const Bytes& runs) { return With(MakeBmp(4, 2, 8, 1, Bytes{0, 0, 0, 0, 255, 255, 255, 0}, runs), 46, 2); }
+
+struct Damage {
+    const char* what;
+    std::function<Bytes()> file;
+    uint32_t error;  // 0: read, with the pixels checked by `check` when given
+    std::function<void(const BITMAPINFOHEADER*)> check;
+};
+
+class BmpDamage : public ::testing::TestWithParam<Damage> {};
+
+TEST_P(BmpDamage, GivesItsDocumentedResult) {
+    const Damage& d = GetParam();
+    peers::TempDir dir("velmora-bmp-damage");
+    const std::string path = dir.Path("damaged.bmp");
+    ASSERT_TRUE(peers::WriteFile(path, d.file()));
+    Dib dib(ReadVelmoraDIB(path.c_str(), 1));
+    if (d.error != 0) {
+        EXPECT_EQ(dib.handle, nullptr);
+        EXPECT_EQ(GetLastVelmoraErrorCode(), d.error) << std::hex << GetLastVelmoraErrorCode();
+        return;
+    }
+    ASSERT_NE(dib.handle, nullptr) << std::hex << GetLastVelmoraErrorCode();
+    if (d.check) d.check(dib.header());
+    platform::MemUnlock(dib.handle);
+}
+
+const Damage kDamage[] = {
+    {"not_bm", [] { return With(Rgb24(), 0, 'B' | 'A' << 8, 2); }, 0x02000002},
+    {"reserved_word", [] { return With(Rgb24(), 8, 1, 2); }, 0x02000002},
+    {"shorter_than_file_header",
+     [] {
+         return Bytes{'B', 'M', 0, 0};
+     },
+     0x02000002},
+    {"header_size_20", [] { return With(Rgb24(), 14, 20); }, 0x02000005},
+    {"header_cut",
+     [] {
+         Bytes b = Rgb24();
+         b.resize(30);
+         return b;
+     },
+     0x02000004},
+    {"depth_2", [] { return With(Rgb24(), 28, 2, 2); }, 0x02000005},
+    {"rle8_at_24_bits", [] { return With(Rgb24(), 30, 1); }, 0x02000005},
+    {"width_0", [] { return With(Rgb24(), 18, 0); }, 0x02000004},
+    {"pixels_cut",
+     [] {
+         Bytes b = Rgb24();
+         b.resize(b.size() - 1);
+         return b;
+     },
+     0x02000004},
+    {"table_cut", [] { return MakeBmp(1, 1, 8, 0, Bytes(16), {}); }, 0x02000004},
+    {"masks_share_a_bit", [] { return MakeBmp(3, 2, 16, 3, Masks(0xF801, 0x7E1, 0x1F), Bytes(16)); }, 0x02000004},
+    {"mask_broken", [] { return MakeBmp(3, 2, 16, 3, Masks(0xF800, 0x7E0, 0x15), Bytes(16)); }, 0x02000004},
+    {"mask_beyond_16_bits", [] { return MakeBmp(3, 2, 16, 3, Masks(0x1F800, 0x7E0, 0x1F), Bytes(16)); }, 0x02000004},
+    // Tolerated: these read.
+    {"wrong_file_size", [] { return With(Rgb24(), 2, 12345); }, 0, nullptr},
+    {"bit_fields_12_bytes_short",
+     [] {
+         Bytes b = MakeBmp(3, 4, 32, 3, Masks(0xFF0000, 0xFF00, 0xFF), Bytes(48, 0x7F));
+         b.resize(b.size() - 12);
+         return b;
+     },
+     0,
+     [](const BITMAPINFOHEADER* h) {
+         EXPECT_EQ(h->biBitCount, 24);
+         EXPECT_EQ(PixelColor(h, PackedBits(h), 0, 0), 0u);         // top row: the missing bytes
+         EXPECT_EQ(PixelColor(h, PackedBits(h), 0, 3), 0x7F7F7Fu);  // bottom row as stored
+     }},
+    {"rle8_without_end_and_overlong_run",
+     [] {
+         return Rle8(Bytes{9, 1, 0, 0, 2, 1});
+     },
+     0,
+     [](const BITMAPINFOHEADER* h) {
+         const uint8_t* p = PackedBits(h);
+         EXPECT_EQ(Bytes(p, p + 8), (Bytes{1, 1, 1, 1, 1, 1, 0, 0}));
+     }},
+    {"rle8_delta_and_odd_absolute",
+     [] {
+         return Rle8(Bytes{0, 2, 1, 1, 0, 3, 1, 0, 1, 0, 0, 1});
+     },
+     0,
+     [](const BITMAPINFOHEADER* h) {
+         const uint8_t* p = PackedBits(h);
+         EXPECT_EQ(Bytes(p, p + 8), (Bytes{0, 0, 0, 0, 0, 1, 0, 1}));
+     }},
+    // The bit-field scaling: 10-bit channels to 8 bits, truncating.
+    {"ten_bit_fields",
+     [] {
+         return MakeBmp(1, 1, 32, 3, Masks(0x3FF00000, 0xFFC00, 0x3FF),
+                        With(Bytes(4), 0, 1023u << 20 | 512u << 10 | 3));
+     },
+     0, [](const BITMAPINFOHEADER* h) { EXPECT_EQ(PixelColor(h, PackedBits(h), 0, 0), 0x00007FFFu); }},
+};
+
+INSTANTIATE_TEST_SUITE_P(Files, BmpDamage, ::testing::ValuesIn(kDamage),
+                         [](const ::testing::TestParamInfo<Damage>& info) { return std::string(info.param.what); });
+
+// The record checks and the dispatch by type, with files of each kind the
+// library writes.
+TEST(ImageFileDispatch, ChecksRecordsAndRoutesEveryType) {
+    peers::TempDir dir("velmora-dispatch");
+    const std::string bmp = dir.Path("a.bmp"), jpeg = dir.Path("a.jpg"), tiff = dir.Path("a.tif");
+    Dib source(CodingPicture(8, 17, 9));
+    BITMAPINFOHEADER* h = source.header();
+    const void* bits = PackedBits(h);
+    ASSERT_TRUE(SaveVelmoraDIB(bmp.c_str(), bits, h, VELMORA_DOCTYPE_BMP, nullptr));
+    ASSERT_TRUE(SaveVelmoraDIB(jpeg.c_str(), bits, h, VELMORA_DOCTYPE_JPEG, nullptr)) << LastErrorCode();
+    ASSERT_TRUE(SaveVelmoraDIB(tiff.c_str(), bits, h, VELMORA_DOCTYPE_TIFF, nullptr)) << LastErrorCode();
+    auto fails = [](HGLOBAL dib, uint32_t error) {
+        Dib owner(dib);
+        return dib == nullptr && GetLastVelmoraErrorCode() == error;
+    };
+
+    // The record, in the order of its checks.
+    VelmoraReadDIB read = {VELMORA_READ_DIB_SIZE_V3, 0, bmp.c_str(), 1};
+    read.size = 30;
+    EXPECT_TRUE(fails(ReadVelmoraDIBEx(&read), 87));
+    read.size = VELMORA_READ_DIB_SIZE_V3;
+    read.path = nullptr;
+    EXPECT_TRUE(fails(ReadVelmoraDIBEx(&read), 998));
+    read.path = bmp.c_str();
+    read.page = 0;
+    EXPECT_TRUE(fails(ReadVelmoraDIBEx(&read), 87));
+    read.page = 1;
+    read.offsetHigh = 0x80000000u;
+    EXPECT_TRUE(fails(ReadVelmoraDIBEx(&read), 87));
+    read.offsetHigh = 0;
+    read.flags = 4;
+    EXPECT_TRUE(fails(ReadVelmoraDIBEx(&read), 87));
+    read.flags = VELMORA_READ_DIB_OPTIONS;
+    read.options = 16;
+    EXPECT_TRUE(fails(ReadVelmoraDIBEx(&read), 87));
+    read.options = 15;
+    read.size = VELMORA_READ_DIB_SIZE_V2;
+    EXPECT_TRUE(fails(ReadVelmoraDIBEx(&read), 87));
+    read.size = VELMORA_READ_DIB_SIZE_V3;
+    const std::u16string wide(bmp.begin(), bmp.end());
+    read.path = wide.c_str();
+    read.flags = VELMORA_READ_DIB_WIDE_PATH | VELMORA_READ_DIB_OPTIONS;
+    Dib wideRead(ReadVelmoraDIBEx(&read));
+    EXPECT_NE(wideRead.handle, nullptr) << LastErrorCode();
+
+    // Every type the library writes reads back; one-page types take page 1
+    // only, TIFF its pages, and offsets only where the type allows them.
+    for (const std::string* path : {&bmp, &jpeg, &tiff}) {
+        Dib dib(ReadVelmoraDIB(path->c_str(), 1));
+        EXPECT_NE(dib.handle, nullptr) << *path << " " << LastErrorCode();
+        EXPECT_TRUE(fails(ReadVelmoraDIB(path->c_str(), 2), 87)) << *path;
+    }
+    Dib tiffPage(ReadVelmoraDIB(tiff.c_str(), 1));
+    ASSERT_NE(tiffPage.handle, nullptr);
+    const BITMAPINFOHEADER* t = tiffPage.header();
+    for (int y = 0; y < h->biHeight; ++y) {
+        for (int x = 0; x < h->biWidth; ++x) {
+            ASSERT_EQ(PixelColor(t, PackedBits(t), x, y), PixelColor(h, bits, x, y)) << x << "," << y;
+        }
+    }
+    platform::MemUnlock(tiffPage.handle);
+
+    // An image 100 bytes into a file: read there as a BMP, refused as a TIFF.
+    for (const std::string* path : {&bmp, &tiff}) {
+        Bytes inside(100, 0x55);
+        const Bytes image = peers::ReadFile(*path);
+        inside.insert(inside.end(), image.begin(), image.end());
+        const std::string embedded = dir.Path("embedded.bin");
+        ASSERT_TRUE(peers::WriteFile(embedded, inside));
+        Dib offsetRead(ReadVelmoraDIBOffset(embedded.c_str(), 1, 100));
+        if (path == &bmp) EXPECT_NE(offsetRead.handle, nullptr) << LastErrorCode();
+        if (path == &tiff) EXPECT_TRUE(offsetRead.handle == nullptr && GetLastVelmoraErrorCode() == 87);
+        EXPECT_TRUE(fails(ReadVelmoraDIB(embedded.c_str(), 1), 0x02000002));
+    }
+
+    const std::string pdf = dir.Path("a.pdf");
+    ASSERT_TRUE(peers::WriteFile(pdf, Bytes{'%', 'P', 'D', 'F', '-', '1', '.', '4', '\n'}));
+    EXPECT_TRUE(fails(ReadVelmoraDIB(pdf.c_str(), 1), 0x0200001B));
+    EXPECT_TRUE(fails(ReadVelmoraDIB(dir.Path("missing.bmp").c_str(), 1), 2));
+
+    // SaveVelmoraDIB's type and option records.
+    EXPECT_FALSE(SaveVelmoraDIB(bmp.c_str(), bits, h, 1, nullptr));
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    VelmoraSaveDIBOptions options = {VELMORA_SAVE_DIB_OPTIONS_SIZE_V1};
+    VelmoraSaveDIBBMPOptions bmpOptions = {4, 0, 0};
+    VelmoraSaveDIBChoice choice = {VELMORA_SAVE_DIB_CHOICE_SIZE_V1, 0, 1, 1};
+    options.bmp = &bmpOptions;
+    EXPECT_FALSE(SaveVelmoraDIB(bmp.c_str(), bits, h, 0, &options));
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    bmpOptions.size = VELMORA_SAVE_DIB_BMP_OPTIONS_SIZE_V1;
+    options.choice2 = &choice;
+    EXPECT_FALSE(SaveVelmoraDIB(bmp.c_str(), bits, h, 0, &options));
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    options.choice2 = nullptr;
+    options.size = 16;
+    EXPECT_FALSE(SaveVelmoraDIB(bmp.c_str(), bits, h, 0, &options));
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+
+    ErrorRecord record;
+    Dib wideImage(CreateImage(65536, 1, 1, 0, 0, 0, kStorageZeroInit, &record));
+    BITMAPINFOHEADER* w = wideImage.header();
+    options.size = VELMORA_SAVE_DIB_OPTIONS_SIZE_V1;
+    bmpOptions.options = VELMORA_SAVE_BMP_CORE;
+    EXPECT_FALSE(SaveVelmoraDIB(bmp.c_str(), PackedBits(w), w, 0, &options));
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 0x0200002Du);
+    platform::MemUnlock(wideImage.handle);
+    platform::MemUnlock(source.handle);
+}
+
+}  // namespace
+}  // namespace velmora

@@ -1,0 +1,1 @@
+list(APPEND INTEROP_TESTS interop/bmp_read_test.cpp)
