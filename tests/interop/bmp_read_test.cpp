@@ -1,11 +1,10 @@
 // BMP files read through ReadVelmoraDIB as Pillow decodes them (a corpus that
-// Pillow and ImageMagick write at test time), BMPs saved by SaveVelmoraDIB in
-// each form read back by Pillow and by the library, and damaged files and
-// records refused with their documented errors.
+// Pillow and ImageMagick write at test time), the same images saved by
+// SaveVelmoraDIB in each form and read back by Pillow and by the library, and
+// damaged files and records with their documented results.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -13,10 +12,12 @@
 
 #include <gtest/gtest.h>
 
+#include "dib/bmp_reader.h"
 #include "dib/dib_layout.h"
 #include "dib/image.h"
 #include "dib/pixel_fetch.h"
 #include "frame/error_record.h"
+#include "io/stream.h"
 #include "platform/platform.h"
 #include "support/peers.h"
 #include "velmora/velmora.h"
@@ -48,167 +49,104 @@ void Rgb(const BITMAPINFOHEADER* h, int32_t x, int32_t y, uint8_t out[3]) {
     out[0] = RedOf(c), out[1] = GreenOf(c), out[2] = BlueOf(c);
 }
 
-// Pillow's decoding of a file: width, height and red-green-blue bytes from
-// the top left.
-bool PillowPixels(const std::string& path, int* width, int* height, Bytes* rgb) {
-    std::string out;
-    const std::string script =
-        "import sys\nfrom PIL import Image\nim = Image.open(sys.argv[1]).convert('RGB')\n"
-        "sys.stdout.write('%d %d\\n' % im.size + im.tobytes().hex())";
-    if (!peers::Output(std::string(VELMORA_PYTHON) + " -c \"" + script + "\" '" + path + "'", &out)) return false;
-    size_t newline = out.find('\n');
-    if (newline == std::string::npos || std::sscanf(out.c_str(), "%d %d", width, height) != 2) return false;
-    rgb->clear();
-    for (size_t i = newline + 1; i + 1 < out.size(); i += 2) rgb->push_back(std::stoi(out.substr(i, 2), nullptr, 16));
-    return rgb->size() == size_t{3} * *width * *height;
+// Where a DIB differs from an expectation file of bmp_corpus.py ("width
+// height bits", then red, green, blue bytes from the top left); empty when
+// it does not.
+std::string Difference(const BITMAPINFOHEADER* h, const Bytes& expect) {
+    int width = 0, height = 0, bits = 0, skip = 0;
+    if (std::sscanf(reinterpret_cast<const char*>(expect.data()), "%d %d %d\n%n", &width, &height, &bits, &skip) != 3 ||
+        expect.size() != skip + size_t{3} * width * height) {
+        return "no expectation";
+    }
+    if (h->biSize != 40 || h->biWidth != width || h->biHeight != height || h->biCompression != 0 ||
+        (bits != 0 && h->biBitCount != bits)) {
+        return "header " + std::to_string(h->biWidth) + " x " + std::to_string(h->biHeight) + " at " +
+               std::to_string(h->biBitCount);
+    }
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            uint8_t ours[3];
+            Rgb(h, x, y, ours);
+            if (!std::equal(ours, ours + 3, expect.data() + skip + 3 * (size_t{1} * y * width + x))) {
+                return "pixel " + std::to_string(x) + "," + std::to_string(y);
+            }
+        }
+    }
+    return "";
 }
 
-TEST(BmpReadCorpus, EveryFileReadsAsPillowDecodesIt) {
+// The corpus read as Pillow decodes it; then each file saved by
+// SaveVelmoraDIB in every form its depth has, and the saved files read by
+// Pillow and by the library as the same pixels.
+TEST(BmpCorpus, ReadsAsPillowAndSavesInEveryFormPillowReadsBack) {
     REQUIRE_PEER(peers::HavePillow(VELMORA_PYTHON), "Pillow");
     REQUIRE_PEER(peers::Have("/usr/bin/convert"), "ImageMagick");
     peers::TempDir dir("velmora-bmp-corpus");
     ASSERT_TRUE(dir.ok());
-    ASSERT_TRUE(peers::Run(std::string(VELMORA_PYTHON) + " " + VELMORA_TEST_SOURCE_DIR + "/interop/bmp_corpus.py " +
-                           dir.path()))
-        << "the corpus script failed";
+    const std::string script = std::string(VELMORA_PYTHON) + " " + VELMORA_TEST_SOURCE_DIR + "/interop/bmp_corpus.py ";
+    ASSERT_TRUE(peers::Run(script + dir.path())) << "the corpus script failed";
     std::vector<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
         if (entry.path().extension() == ".bmp") names.push_back(entry.path().stem().string());
     }
     std::sort(names.begin(), names.end());
-    EXPECT_EQ(names.size(), 25u);  // every file the script writes
+    EXPECT_EQ(names.size(), 24u);  // every file the script writes
+
+    struct Saved {
+        std::string path, source;
+        uint32_t headerSize, compression;
+    };
+    std::vector<Saved> saved;
+    std::string list;
     for (const std::string& name : names) {
-        SCOPED_TRACE(name);
-        const Bytes expect = peers::ReadFile(dir.Path(name + ".expect"));
-        int width = 0, height = 0, bits = 0, skip = 0;
-        ASSERT_EQ(
-            std::sscanf(reinterpret_cast<const char*>(expect.data()), "%d %d %d\n%n", &width, &height, &bits, &skip),
-            3);
         Dib dib(ReadVelmoraDIB(dir.Path(name + ".bmp").c_str(), 1));
-        ASSERT_NE(dib.handle, nullptr) << std::hex << LastErrorCode();
-        const BITMAPINFOHEADER* h = dib.header();
-        ASSERT_EQ(h->biSize, 40u);
-        ASSERT_EQ(h->biWidth, width);
-        ASSERT_EQ(h->biHeight, height);
-        ASSERT_EQ(h->biBitCount, bits);
-        ASSERT_EQ(h->biCompression, 0u);
-        ASSERT_EQ(expect.size(), skip + size_t{3} * width * height);
-        for (int y = 0; y < height; ++y) {
-            for (int x = 0; x < width; ++x) {
-                uint8_t ours[3];
-                Rgb(h, x, y, ours);
-                const uint8_t* theirs = expect.data() + skip + 3 * (size_t{1} * y * width + x);
-                ASSERT_TRUE(std::equal(ours, ours + 3, theirs))
-                    << "at " << x << "," << y << ": ours " << int(ours[0]) << " " << int(ours[1]) << " " << int(ours[2])
-                    << ", Pillow " << int(theirs[0]) << " " << int(theirs[1]) << " " << int(theirs[2]);
+        ASSERT_NE(dib.handle, nullptr) << name << " " << std::hex << LastErrorCode();
+        BITMAPINFOHEADER* h = dib.header();
+        EXPECT_EQ(Difference(h, peers::ReadFile(dir.Path(name + ".expect"))), "") << name;
+        // 16-bit DIBs are saved as they are read; Pillow widens their fields.
+        const DWORD forms[] = {0, VELMORA_SAVE_BMP_CORE, VELMORA_SAVE_BMP_RLE};
+        for (DWORD form : forms) {
+            if (h->biBitCount == 16 || (form == VELMORA_SAVE_BMP_RLE && h->biBitCount != 4 && h->biBitCount != 8)) {
+                continue;
             }
+            const std::string path = dir.Path(name + "." + std::to_string(form) + ".saved");
+            VelmoraSaveDIBBMPOptions bmp = {VELMORA_SAVE_DIB_BMP_OPTIONS_SIZE_V1, 0, form};
+            VelmoraSaveDIBOptions options = {VELMORA_SAVE_DIB_OPTIONS_SIZE_V1, 0, &bmp, nullptr, nullptr, nullptr};
+            ASSERT_TRUE(SaveVelmoraDIB(path.c_str(), PackedBits(h), h, VELMORA_DOCTYPE_BMP, &options)) << path;
+            saved.push_back({path, name, form == VELMORA_SAVE_BMP_CORE ? 12u : 40u,
+                             form == VELMORA_SAVE_BMP_RLE ? (h->biBitCount == 8 ? 1u : 2u) : 0u});
+            list += " '" + path + "'";
         }
         platform::MemUnlock(dib.handle);
     }
+    EXPECT_EQ(saved.size(), 49u);  // plain and core but at 16 bits, run-length at 4 and 8
+    ASSERT_TRUE(peers::Run(script + "--decode" + list)) << "Pillow did not decode every saved file";
+    for (const Saved& s : saved) {
+        const Bytes file = peers::ReadFile(s.path);
+        ASSERT_GE(file.size(), 26u);
+        EXPECT_EQ(file[14], s.headerSize) << s.path;
+        if (s.headerSize == 40) EXPECT_EQ(file[30], s.compression) << s.path;
+        EXPECT_EQ(file[2] | file[3] << 8 | file[4] << 16 | uint32_t(file[5]) << 24, file.size()) << s.path;
+        // The library reads the saved file as the source, and Pillow as the library.
+        Dib back(ReadVelmoraDIB(s.path.c_str(), 1));
+        ASSERT_NE(back.handle, nullptr) << s.path;
+        const BITMAPINFOHEADER* h = back.header();
+        EXPECT_EQ(Difference(h, peers::ReadFile(dir.Path(s.source + ".expect"))), "") << s.path;
+        EXPECT_EQ(Difference(h, peers::ReadFile(s.path + ".expect")), "") << s.path << " as Pillow reads it";
+        platform::MemUnlock(back.handle);
+    }
 }
 
-// A palette DIB with rows that suit each coding: long runs, alternating
-// pairs, short repeats and noise.
-HGLOBAL CodingPicture(uint16_t bits, int32_t width, int32_t height) {
+// An 8-bit grey DIB with a diagonal pattern.
+HGLOBAL GreyPicture(int32_t width, int32_t height) {
     ErrorRecord record;
-    HGLOBAL image = CreateImage(width, height, bits, 3780, 3780, 0, kStorageZeroInit, &record);
+    HGLOBAL image = CreateImage(width, height, 8, 3780, 3780, 0, kStorageZeroInit | kStorageGreyRamp, &record);
     ImageLock lock(image);
-    BITMAPINFOHEADER* h = lock.header();
-    uint32_t seed = bits * 977u + width;
-    auto next = [&] { return (seed = seed * 1664525u + 1013904223u) >> 9; };
-    for (uint32_t i = 0; i < ColorCount(h); ++i) {
-        const uint32_t v = next();
-        ColorTable(h)[i] = RGBQUAD{uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16), 0};
-    }
-    const uint32_t levels = bits >= 8 ? 256 : 1u << bits;
     for (int32_t y = 0; y < height; ++y) {
-        for (int32_t x = 0; x < width; ++x) {
-            uint32_t v;
-            switch (y % 4) {
-                case 0: v = x < width / 2 ? 3 : x / 7; break;      // runs
-                case 1: v = x % 2 ? 5 : 9; break;                  // alternating pairs
-                case 2: v = (x / 2) % 3 == 0 ? 1 : next(); break;  // short repeats
-                default: v = next(); break;                        // noise
-            }
-            v %= levels;
-            if (bits == 24) {
-                uint8_t* p = lock.bits() + RowStride(h) * y + 3 * x;
-                p[0] = uint8_t(v), p[1] = uint8_t(v * 3), p[2] = uint8_t(v * 7);
-                continue;
-            }
-            const uint32_t at = x * bits;
-            uint8_t& byte = lock.bits()[RowStride(h) * y + at / 8];
-            byte |= static_cast<uint8_t>(v << (8 - bits - at % 8));
-        }
+        for (int32_t x = 0; x < width; ++x) lock.bits()[RowStride(lock.header()) * y + x] = uint8_t(x * 29 + y * 7);
     }
     return image;
 }
-
-struct SaveCase {
-    const char* name;
-    uint16_t bits;
-    int32_t width, height;
-    DWORD options;
-    uint32_t headerSize, compression;
-};
-
-class BmpSaveForms : public ::testing::TestWithParam<SaveCase> {};
-
-TEST_P(BmpSaveForms, PillowAndTheLibraryReadBackEveryPixel) {
-    REQUIRE_PEER(peers::HavePillow(VELMORA_PYTHON), "Pillow");
-    const SaveCase c = GetParam();
-    peers::TempDir dir("velmora-bmp-save");
-    const std::string path = dir.Path(std::string(c.name) + ".bmp");
-    Dib source(CodingPicture(c.bits, c.width, c.height));
-    BITMAPINFOHEADER* h = source.header();
-    VelmoraSaveDIBBMPOptions bmp = {VELMORA_SAVE_DIB_BMP_OPTIONS_SIZE_V1, 0, c.options};
-    VelmoraSaveDIBOptions options = {VELMORA_SAVE_DIB_OPTIONS_SIZE_V1, 0, &bmp, nullptr, nullptr, nullptr};
-    ASSERT_TRUE(SaveVelmoraDIB(path.c_str(), PackedBits(h), h, VELMORA_DOCTYPE_BMP, &options)) << LastErrorCode();
-
-    const Bytes file = peers::ReadFile(path);
-    ASSERT_GE(file.size(), 54u);
-    EXPECT_EQ(file[14] | file[15] << 8, int(c.headerSize));
-    if (c.headerSize == 40) EXPECT_EQ(file[30], c.compression);
-    EXPECT_EQ(file[2] | file[3] << 8 | file[4] << 16 | uint32_t(file[5]) << 24, file.size());
-
-    int width = 0, height = 0;
-    Bytes theirs;
-    ASSERT_TRUE(PillowPixels(path, &width, &height, &theirs));
-    ASSERT_EQ(width, c.width);
-    ASSERT_EQ(height, c.height);
-    Dib back(ReadVelmoraDIB(path.c_str(), 1));
-    ASSERT_NE(back.handle, nullptr) << LastErrorCode();
-    const BITMAPINFOHEADER* b = back.header();
-    ASSERT_EQ(b->biBitCount, c.bits);
-    for (int y = 0; y < c.height; ++y) {
-        for (int x = 0; x < c.width; ++x) {
-            uint8_t ours[3], read[3];
-            Rgb(h, x, y, ours);
-            Rgb(b, x, y, read);
-            ASSERT_TRUE(std::equal(ours, ours + 3, theirs.data() + 3 * (size_t{1} * y * c.width + x)))
-                << "Pillow at " << x << "," << y;
-            ASSERT_TRUE(std::equal(ours, ours + 3, read)) << "read back at " << x << "," << y;
-        }
-    }
-    platform::MemUnlock(back.handle);
-    platform::MemUnlock(source.handle);
-}
-
-const SaveCase kSaveCases[] = {
-    {"plain_8", 8, 31, 8, 0, 40, 0},
-    {"core_1", 1, 37, 4, VELMORA_SAVE_BMP_CORE, 12, 0},
-    {"core_4", 4, 13, 8, VELMORA_SAVE_BMP_CORE, 12, 0},
-    {"core_8", 8, 7, 5, VELMORA_SAVE_BMP_CORE, 12, 0},
-    {"core_24", 24, 9, 4, VELMORA_SAVE_BMP_CORE, 12, 0},
-    {"rle8", 8, 301, 8, VELMORA_SAVE_BMP_RLE, 40, 1},
-    {"rle8_narrow", 8, 3, 4, VELMORA_SAVE_BMP_RLE, 40, 1},
-    {"rle4", 4, 299, 8, VELMORA_SAVE_BMP_RLE, 40, 2},
-    {"rle4_odd", 4, 7, 8, VELMORA_SAVE_BMP_RLE, 40, 2},
-    {"rle_24_plain", 24, 5, 4, VELMORA_SAVE_BMP_RLE, 40, 0},
-};
-
-INSTANTIATE_TEST_SUITE_P(Forms, BmpSaveForms, ::testing::ValuesIn(kSaveCases),
-                         [](const ::testing::TestParamInfo<SaveCase>& info) { return std::string(info.param.name); });
 
 // ---- Damaged files and records ---------------------------------------------
 
@@ -254,6 +192,7 @@ struct Damage {
     std::function<Bytes()> file;
     uint32_t error;  // 0: read, with the pixels checked by `check` when given
     std::function<void(const BITMAPINFOHEADER*)> check;
+    bool warns = false;  // read despite a tolerated fault
 };
 
 class BmpDamage : public ::testing::TestWithParam<Damage> {};
@@ -272,6 +211,15 @@ TEST_P(BmpDamage, GivesItsDocumentedResult) {
     ASSERT_NE(dib.handle, nullptr) << std::hex << GetLastVelmoraErrorCode();
     if (d.check) d.check(dib.header());
     platform::MemUnlock(dib.handle);
+
+    const Bytes file = d.file();
+    ErrorRecord record;
+    Stream* stream = OpenFixedMemoryStream(file.data(), static_cast<uint32_t>(file.size()), &record);
+    bool warning = false;
+    Dib again(ReadBmpDib(stream, nullptr, &warning, &record));
+    CloseStream(stream, nullptr);
+    EXPECT_NE(again.handle, nullptr);
+    EXPECT_EQ(warning, d.warns);
 }
 
 const Damage kDamage[] = {
@@ -305,7 +253,7 @@ const Damage kDamage[] = {
     {"mask_broken", [] { return MakeBmp(3, 2, 16, 3, Masks(0xF800, 0x7E0, 0x15), Bytes(16)); }, 0x02000004},
     {"mask_beyond_16_bits", [] { return MakeBmp(3, 2, 16, 3, Masks(0x1F800, 0x7E0, 0x1F), Bytes(16)); }, 0x02000004},
     // Tolerated: these read.
-    {"wrong_file_size", [] { return With(Rgb24(), 2, 12345); }, 0, nullptr},
+    {"wrong_file_size", [] { return With(Rgb24(), 2, 12345); }, 0, nullptr, true},
     {"bit_fields_12_bytes_short",
      [] {
          Bytes b = MakeBmp(3, 4, 32, 3, Masks(0xFF0000, 0xFF00, 0xFF), Bytes(48, 0x7F));
@@ -317,7 +265,8 @@ const Damage kDamage[] = {
          EXPECT_EQ(h->biBitCount, 24);
          EXPECT_EQ(PixelColor(h, PackedBits(h), 0, 0), 0u);         // top row: the missing bytes
          EXPECT_EQ(PixelColor(h, PackedBits(h), 0, 3), 0x7F7F7Fu);  // bottom row as stored
-     }},
+     },
+     true},
     {"rle8_without_end_and_overlong_run",
      [] {
          return Rle8(Bytes{9, 1, 0, 0, 2, 1});
@@ -326,7 +275,8 @@ const Damage kDamage[] = {
      [](const BITMAPINFOHEADER* h) {
          const uint8_t* p = PackedBits(h);
          EXPECT_EQ(Bytes(p, p + 8), (Bytes{1, 1, 1, 1, 1, 1, 0, 0}));
-     }},
+     },
+     true},
     {"rle8_delta_and_odd_absolute",
      [] {
          return Rle8(Bytes{0, 2, 1, 1, 0, 3, 1, 0, 1, 0, 0, 1});
@@ -353,7 +303,7 @@ INSTANTIATE_TEST_SUITE_P(Files, BmpDamage, ::testing::ValuesIn(kDamage),
 TEST(ImageFileDispatch, ChecksRecordsAndRoutesEveryType) {
     peers::TempDir dir("velmora-dispatch");
     const std::string bmp = dir.Path("a.bmp"), jpeg = dir.Path("a.jpg"), tiff = dir.Path("a.tif");
-    Dib source(CodingPicture(8, 17, 9));
+    Dib source(GreyPicture(17, 9));
     BITMAPINFOHEADER* h = source.header();
     const void* bits = PackedBits(h);
     ASSERT_TRUE(SaveVelmoraDIB(bmp.c_str(), bits, h, VELMORA_DOCTYPE_BMP, nullptr));
@@ -400,15 +350,6 @@ TEST(ImageFileDispatch, ChecksRecordsAndRoutesEveryType) {
         EXPECT_NE(dib.handle, nullptr) << *path << " " << LastErrorCode();
         EXPECT_TRUE(fails(ReadVelmoraDIB(path->c_str(), 2), 87)) << *path;
     }
-    Dib tiffPage(ReadVelmoraDIB(tiff.c_str(), 1));
-    ASSERT_NE(tiffPage.handle, nullptr);
-    const BITMAPINFOHEADER* t = tiffPage.header();
-    for (int y = 0; y < h->biHeight; ++y) {
-        for (int x = 0; x < h->biWidth; ++x) {
-            ASSERT_EQ(PixelColor(t, PackedBits(t), x, y), PixelColor(h, bits, x, y)) << x << "," << y;
-        }
-    }
-    platform::MemUnlock(tiffPage.handle);
 
     // An image 100 bytes into a file: read there as a BMP, refused as a TIFF.
     for (const std::string* path : {&bmp, &tiff}) {
