@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """The velmora program on files made by the peers: `info --json` describes
 every page as libtiff does (orientations as tiffinfo reports them), `render`
-writes a bitmap Pillow reads back with the page's pixels, and JPEG files
-(alone and in TIFF pages) decode as djpeg decodes them, and every compression
-`convert` writes reads back in Pillow."""
+writes a bitmap Pillow reads back with the page's pixels, JPEG files (alone
+and in TIFF pages) decode as djpeg decodes them, BMP files as Pillow reads
+them, and every compression `convert` writes reads back in Pillow."""
 import json
 import os
 import shutil
@@ -16,6 +16,25 @@ from PIL import Image, ImageChops, ImageStat
 
 def run(*args):
     return subprocess.run(args, check=True, capture_output=True, text=True).stdout
+
+
+def check_bmp(velmora, tmp, colour):
+    """BMP files (a 24-bit one from Pillow, an RLE8 one from ImageMagick) are
+    described and rendered as Pillow reads them."""
+    failures = 0
+    for name, write in (("pillow.bmp", lambda path: Image.open(colour).convert("RGB").save(path)),
+                        ("rle8.bmp", lambda path: run("/usr/bin/convert", colour, "-colors", "64",
+                                                      "-compress", "RLE", "bmp3:" + path))):
+        path, out = os.path.join(tmp, name), os.path.join(tmp, "rendered-" + name)
+        write(path)
+        info = json.loads(run(velmora, "info", path, "--json"))
+        run(velmora, "render", path, "-o", out)
+        theirs = Image.open(path).convert("RGB")
+        if (info["type"], info["pages"][0]["width"], info["pages"][0]["length"]) != ("BMP",) + theirs.size or \
+                ImageChops.difference(Image.open(out).convert("RGB"), theirs).getbbox() is not None:
+            print("the BMP file %s:" % name, info)
+            failures += 1
+    return failures
 
 
 def check_jpeg(velmora, tmp, colour):
@@ -218,7 +237,9 @@ def main():
             failures += check_orientations(velmora, tmp)
         if shutil.which("cjpeg") and shutil.which("djpeg"):
             failures += check_jpeg(velmora, tmp, colour)
-    print("%d passed, %d failed" % (15 - failures, failures))
+        if os.path.exists("/usr/bin/convert"):
+            failures += check_bmp(velmora, tmp, colour)
+    print("%d passed, %d failed" % (17 - failures, failures))
     return 1 if failures else 0
 
 
