@@ -2,7 +2,10 @@
 
 #include "dib/bmp_reader.h"
 #include "dib/bmp_writer.h"
+#include "dib/gif_reader.h"
 #include "dib/image.h"
+#include "dib/pcx_reader.h"
+#include "dib/png_reader.h"
 #include "io/file_names.h"
 #include "io/stream.h"
 #include "jpeg/jpeg_decoder.h"
@@ -101,6 +104,7 @@ HGLOBAL ReadImageFileDib(const std::u16string& path, uint32_t page, uint64_t off
     const int32_t type = ProbeType(stream, offset, record);
     HGLOBAL dib = nullptr;
     if (record->failed()) {
+        // the probe's own error stands
     } else if ((type == kDocumentPcx || type == kDocumentPng || type == kDocumentTiff) && offset != 0) {
         Fail(record, kErrInvalidParameter);
     } else if (type == kDocumentUnknown) {
@@ -124,15 +128,9 @@ HGLOBAL ReadImageFileDib(const std::u16string& path, uint32_t page, uint64_t off
                 break;
             case kDocumentTiff:
                 break;  // read below, through its own file
-            // Readers still to come. Each takes the stream at the image's
-            // start and becomes one call here:
-            //   GIF  dib = ReadGifDib(stream, page, progress, record);
-            //   PCX  dib = ReadPcxDib(stream, progress, record);
-            //   PNG  dib = ReadPngDib(stream, progress, record);
-            // Until then these types are not read.
-            case kDocumentGif: Fail(record, kErrUnsupportedType); break;
-            case kDocumentPcx: Fail(record, kErrUnsupportedType); break;
-            case kDocumentPng: Fail(record, kErrUnsupportedType); break;
+            case kDocumentGif: dib = ReadGifDib(stream, page, progress, record); break;
+            case kDocumentPcx: dib = ReadPcxDib(stream, progress, record); break;
+            case kDocumentPng: dib = ReadPngDib(stream, progress, record); break;
             default: Fail(record, kErrUnsupportedType); break;
         }
     }

@@ -2,8 +2,9 @@
 """The velmora program on files made by the peers: `info --json` describes
 every page as libtiff does (orientations as tiffinfo reports them), `render`
 writes a bitmap Pillow reads back with the page's pixels, JPEG files (alone
-and in TIFF pages) decode as djpeg decodes them, BMP files as Pillow reads
-them, and every compression `convert` writes reads back in Pillow."""
+and in TIFF pages) decode as djpeg decodes them, BMP, PNG, GIF and PCX files
+as Pillow reads them, and every compression `convert` writes reads back in
+Pillow."""
 import json
 import os
 import shutil
@@ -18,21 +19,26 @@ def run(*args):
     return subprocess.run(args, check=True, capture_output=True, text=True).stdout
 
 
-def check_bmp(velmora, tmp, colour):
-    """BMP files (a 24-bit one from Pillow, an RLE8 one from ImageMagick) are
-    described and rendered as Pillow reads them."""
+def check_image_files(velmora, tmp, colour):
+    """BMP (a 24-bit one from Pillow, an RLE8 one from ImageMagick), PNG, GIF
+    and PCX files are described and rendered as Pillow reads them."""
     failures = 0
-    for name, write in (("pillow.bmp", lambda path: Image.open(colour).convert("RGB").save(path)),
-                        ("rle8.bmp", lambda path: run("/usr/bin/convert", colour, "-colors", "64",
-                                                      "-compress", "RLE", "bmp3:" + path))):
-        path, out = os.path.join(tmp, name), os.path.join(tmp, "rendered-" + name)
+    rgb = lambda path: Image.open(colour).convert("RGB").save(path)
+    for kind, name, write in (
+            ("BMP", "pillow.bmp", rgb),
+            ("BMP", "rle8.bmp", lambda path: run("/usr/bin/convert", colour, "-colors", "64", "-compress", "RLE",
+                                                 "bmp3:" + path)),
+            ("PNG", "colour.png", rgb),
+            ("GIF", "colour.gif", lambda path: Image.open(colour).convert("RGB").quantize(200).save(path)),
+            ("PCX", "colour.pcx", rgb)):
+        path, out = os.path.join(tmp, name), os.path.join(tmp, "rendered-" + name + ".bmp")
         write(path)
         info = json.loads(run(velmora, "info", path, "--json"))
         run(velmora, "render", path, "-o", out)
         theirs = Image.open(path).convert("RGB")
-        if (info["type"], info["pages"][0]["width"], info["pages"][0]["length"]) != ("BMP",) + theirs.size or \
+        if (info["type"], info["pages"][0]["width"], info["pages"][0]["length"]) != (kind,) + theirs.size or \
                 ImageChops.difference(Image.open(out).convert("RGB"), theirs).getbbox() is not None:
-            print("the BMP file %s:" % name, info)
+            print("the %s file %s:" % (kind, name), info)
             failures += 1
     return failures
 
@@ -238,8 +244,8 @@ def main():
         if shutil.which("cjpeg") and shutil.which("djpeg"):
             failures += check_jpeg(velmora, tmp, colour)
         if os.path.exists("/usr/bin/convert"):
-            failures += check_bmp(velmora, tmp, colour)
-    print("%d passed, %d failed" % (17 - failures, failures))
+            failures += check_image_files(velmora, tmp, colour)
+    print("%d passed, %d failed" % (20 - failures, failures))
     return 1 if failures else 0
 
 
