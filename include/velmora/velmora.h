@@ -1083,29 +1083,64 @@ typedef struct VelmoraResizeDIB {
 
 /*
  * Returns a copy of a DIB resized to width x height, keeping its physical
- * size (the resolution is scaled). Enlarging takes the nearest pixel.
- * Reducing with VELMORA_RESIZE_SMOOTH averages: a 1-bit DIB becomes 8-bit
- * grey, a colour DIB 24-bit, and the result is then made as small as its
- * colours allow. Returns NULL on failure: 998, 87 for a wrong size, unknown
- * flags or a zero width or height, 0x02000005 for a depth that cannot be
- * averaged, 1223 when cancelled.
+ * size (biXPelsPerMeter and biYPelsPerMeter are scaled by the new width and
+ * height over the old, truncating). The same size gives a plain copy.
+ *
+ * Without VELMORA_RESIZE_SMOOTH, and whenever a dimension grows, each pixel
+ * takes the nearest source pixel: row r of the result (counted in stored
+ * order, bottom row first) is source row r * height / new height, column c
+ * source column c * width / new width, truncating. The result keeps the
+ * depth, colour table and bit-field masks; 1, 4, 8, 16 and 24 bits are
+ * taken.
+ *
+ * With VELMORA_RESIZE_SMOOTH a reduction averages every source pixel of a
+ * result pixel's box, columns i * width / new width up to (i + 1) * width /
+ * new width, rows alike:
+ *   - 1 bit: an 8-bit result whose value counts the box's pixels of index 1.
+ *     When the sizes divide evenly and a box holds at most 254 pixels the
+ *     table has box + 1 entries and the value is the count; otherwise the
+ *     table has 256 entries and the value is count * 255 / box area. The
+ *     table runs from the colour of source entry 0 to that of entry 1, so an
+ *     inverted page stays inverted.
+ *   - 4 and 8 bits with a grey table: 8-bit grey, the average level.
+ *   - other 4 and 8 bits, 16 and 24 bits: 24 bits, the average of each
+ *     channel. Averages are truncated.
+ * The smooth result is then made as small as its colours allow (a palette
+ * image when at most 256 colours are used). When one dimension grows and
+ * the other shrinks, the shrinking one is reduced first and the result then
+ * enlarged.
+ *
+ * The callback, if any, is called as for every ...Progress function, by
+ * result rows, once for each pass. The caller frees the result with
+ * GlobalFree; the DIB passed in is left as it is.
+ * Returns NULL on failure: 998 for a NULL or unreadable record, DIB or
+ * callback; 87 for a size other than VELMORA_RESIZE_DIB_SIZE_V1, flags
+ * other than 0 or VELMORA_RESIZE_SMOOTH, a zero width or height, a new
+ * width or height above 16777216, a refused DIB or a depth nearest
+ * resizing cannot take (32 bits); 0x02000005 for a depth smooth reduction
+ * cannot average (32 bits); 8 when memory is short; 1223 when the callback
+ * cancels.
  */
 VELMORA_EXPORT HGLOBAL VELMORA_API ResizeVelmoraDIBEx(const VelmoraResizeDIB *resize);
 
-/* ResizeVelmoraDIBEx with VELMORA_RESIZE_SMOOTH and the given callback. */
+/* ResizeVelmoraDIBEx with VELMORA_RESIZE_SMOOTH and the given callback
+   (NULL for none); the same results and errors. */
 VELMORA_EXPORT HGLOBAL VELMORA_API ResizeVelmoraDIBProgress(DWORD width, DWORD height, const void *bits, const BITMAPINFOHEADER *header, VelmoraProgressProc progress, UINT_PTR user);
 
-/* ResizeVelmoraDIBEx with VELMORA_RESIZE_SMOOTH and no callback. */
+/* ResizeVelmoraDIBEx with VELMORA_RESIZE_SMOOTH and no callback; the same
+   results and errors. */
 VELMORA_EXPORT HGLOBAL VELMORA_API ResizeVelmoraDIB(DWORD width, DWORD height, const void *bits, const BITMAPINFOHEADER *header);
 
 /*
  * Draws the source rectangle of a DIB (NULL: the whole DIB) into the
  * destination rectangle of a device context, turned clockwise by angle (0,
- * 90, 180 or 270), averaging when it reduces and smooth is 1. The reserved
- * values are passed on to the drawing; pass 0. Returns non-zero, or 0: 998
- * for an unreadable destination rectangle, 87 for smooth other than 0 or 1,
- * another angle or a source rectangle outside the DIB, 0x02000005 for a DIB
- * that cannot be drawn.
+ * 90, 180 or 270), averaging as ResizeVelmoraDIBEx does when it reduces and
+ * smooth is 1. The reserved values are passed on to the drawing; pass 0.
+ * Returns non-zero, or 0: 998 for a NULL or unreadable destination
+ * rectangle, DIB or source rectangle; 87 for a refused DIB, a source
+ * rectangle outside the DIB, smooth other than 0 or 1 or another angle;
+ * 0x02000005 for a DIB that cannot be drawn. In this edition the arguments
+ * are checked and the call then fails with 120 (not implemented).
  */
 VELMORA_EXPORT BOOL VELMORA_API StretchVelmoraDIB(HDC hdc, const RECT *destination, const RECT *source, const void *bits, const BITMAPINFOHEADER *header, DWORD smooth, DWORD reserved1, DWORD angle, DWORD reserved2);
 

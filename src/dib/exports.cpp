@@ -1,5 +1,6 @@
 // Exported functions of the DIB model: the colour type, the bits and size of
-// a packed DIB, display palettes, and saving a DIB as a BMP file.
+// a packed DIB, display palettes, saving a DIB as a BMP file, colour changes
+// and resizing.
 #include <string>
 #include <vector>
 
@@ -9,6 +10,7 @@
 #include "dib/dib_layout.h"
 #include "dib/dib_validation.h"
 #include "dib/display_palette.h"
+#include "dib/resize.h"
 #include "frame/error_record.h"
 #include "frame/export_call.h"
 #include "frame/progress.h"
@@ -117,4 +119,57 @@ HGLOBAL VELMORA_API ColorOptimizeVelmoraDIBProgress(const void* bits, const BITM
 
 HGLOBAL VELMORA_API ColorOptimizeVelmoraDIB(const void* bits, const BITMAPINFOHEADER* header) {
     return ColorOptimizeVelmoraDIBProgress(bits, header, nullptr, 0);
+}
+
+// ---- Resizing ----------------------------------------------------------------
+
+HGLOBAL VELMORA_API ResizeVelmoraDIBEx(const VelmoraResizeDIB* resize) {
+    ExportCall call;
+    if (!call.Gate() || call.Sized(resize, {WORD{VELMORA_RESIZE_DIB_SIZE_V1}}) == 0) return nullptr;
+    if (!call.Value(resize->flags <= VELMORA_RESIZE_SMOOTH && resize->width != 0 && resize->height != 0) ||
+        !AcceptDib(nullptr, resize->bits, resize->header) || !call.Progress(resize->progress)) {
+        return nullptr;
+    }
+    velmora::ProgressReporter reporter(resize->progress, resize->progressUser);
+    const auto quality =
+        resize->flags & VELMORA_RESIZE_SMOOTH ? velmora::ResizeQuality::Smooth : velmora::ResizeQuality::Nearest;
+    HGLOBAL result = velmora::ResizeDib(resize->header, resize->bits, resize->width, resize->height, quality,
+                                        velmora::ResizeColors::Optimize, &reporter, &call.record);
+    return call.Finish() ? result : nullptr;
+}
+
+HGLOBAL VELMORA_API ResizeVelmoraDIBProgress(DWORD width, DWORD height, const void* bits,
+                                             const BITMAPINFOHEADER* header, VelmoraProgressProc progress,
+                                             UINT_PTR user) {
+    VelmoraResizeDIB resize = {};
+    resize.size = VELMORA_RESIZE_DIB_SIZE_V1;
+    resize.flags = VELMORA_RESIZE_SMOOTH;
+    resize.width = width;
+    resize.height = height;
+    resize.bits = bits;
+    resize.header = header;
+    resize.progress = progress;
+    resize.progressUser = user;
+    return ResizeVelmoraDIBEx(&resize);
+}
+
+HGLOBAL VELMORA_API ResizeVelmoraDIB(DWORD width, DWORD height, const void* bits, const BITMAPINFOHEADER* header) {
+    return ResizeVelmoraDIBProgress(width, height, bits, header, nullptr, 0);
+}
+
+BOOL VELMORA_API StretchVelmoraDIB(HDC hdc, const RECT* destination, const RECT* source, const void* bits,
+                                   const BITMAPINFOHEADER* header, DWORD smooth, DWORD reserved1, DWORD angle,
+                                   DWORD reserved2) {
+    (void)hdc;
+    (void)reserved1;
+    (void)reserved2;
+    ExportCall call;
+    if (!call.Gate() || !call.Readable(destination, sizeof *destination) || !AcceptDib(source, bits, header) ||
+        !call.Value(smooth <= 1 && (angle == 0 || angle == 90 || angle == 180 || angle == 270))) {
+        return FALSE;
+    }
+    // Drawing into a device context comes with the viewer; until then the
+    // checked call answers 120.
+    ExportCall::Fail(velmora::kErrCallNotImplemented);
+    return FALSE;
 }

@@ -8,7 +8,7 @@
 #include "dib/dib_layout.h"
 #include "dib/dib_validation.h"
 #include "dib/image.h"
-#include "dib/reduction.h"
+#include "dib/resize.h"
 #include "frame/export_call.h"
 #include "frame/memory_handle.h"
 #include "frame/progress.h"
@@ -342,7 +342,9 @@ bool AppendThumbnail(TiffFile* out, TiffFile* from, uint32_t maxWidth, uint32_t 
         const uint32_t pageHeight = static_cast<uint32_t>(header->biHeight);
         uint32_t width = 0, height = 0;
         FitInBox(pageWidth, pageHeight, maxWidth, maxHeight, &width, &height);
-        thumbnail = velmora::ReduceDib(header, lock.bits(), width, height, !nearest, record);
+        thumbnail = velmora::ResizeDib(header, lock.bits(), width, height,
+                                       nearest ? velmora::ResizeQuality::Nearest : velmora::ResizeQuality::Smooth,
+                                       velmora::ResizeColors::GreyLevels, nullptr, record);
         velmora::PageWriteOptions options;
         options.extras.hasSubfileType = true;
         options.extras.newSubfileType = 1;

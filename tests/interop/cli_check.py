@@ -212,6 +212,17 @@ def main():
                 round(thumbnail.info["dpi"][0]) != 40 or thumbnail.size != (64, 40):
             print("the thumbnail:", pages, thumbnail.info)
             failures += 1
+        # Resizing page 1: doubled by nearest pixel as Pillow doubles it; halved
+        # smoothly into a grey bitmap of the page's physical size.
+        doubled, halved = os.path.join(tmp, "doubled.tif"), os.path.join(tmp, "halved.bmp")
+        run(velmora, "resize", sample, doubled, "--size", "640x400", "--nearest")
+        run(velmora, "resize", sample, halved, "--size", "160x100")
+        expected = original.convert("L").resize((640, 400), Image.NEAREST)
+        small = Image.open(halved)
+        if ImageChops.difference(Image.open(doubled).convert("L"), expected).getbbox() is not None or \
+                small.size != (160, 100) or round(small.info["dpi"][0]) != round(original.info["dpi"][0] / 2):
+            print("the resized sample:", Image.open(doubled).size, small.size, small.info)
+            failures += 1
         # Every compression velmora convert writes reads in Pillow as the page
         # it came from; JPEG pages (quality 95, colour with 2 x 2 chroma) read
         # in Pillow as velmora renders them, and near the original.

@@ -32,6 +32,7 @@ int RunConvert(int argc, char** argv);
 int RunInfo(int argc, char** argv);
 int RunPages(int argc, char** argv);
 int RunRender(int argc, char** argv);
+int RunResize(int argc, char** argv);
 int RunSample(int argc, char** argv);
 int RunThumbnail(int argc, char** argv);
 

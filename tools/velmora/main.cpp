@@ -52,6 +52,12 @@ const Command kCommands[] = {
      "TIFF file: averaged (grey or colour), or with --nearest picked pixels of the page's own\n"
      "colour type. The file is rewritten and left unchanged when anything fails.",
      RunThumbnail},
+    {"resize", "velmora resize IN.tif OUT --size WxH [--smooth|--nearest]",
+     "Write page 1 of a TIFF file at W x H pixels, keeping its physical size: as a Windows bitmap\n"
+     "when OUT ends in .bmp, else as a one-page TIFF file. Reductions average the pixels (a\n"
+     "black and white page becomes grey) unless --nearest picks the nearest pixel; enlargements\n"
+     "always pick. Shows progress on a terminal.",
+     RunResize},
     {"pages", "velmora pages FILE [--json]",
      "List the images of a TIFF file as a document: for each, the page it belongs to, whether\n"
      "it is a page, a reduced-resolution image (thumbnail) or a mask, and its size as shown;\n"

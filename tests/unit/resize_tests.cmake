@@ -1,0 +1,1 @@
+list(APPEND UNIT_TESTS unit/resize_test.cpp)
