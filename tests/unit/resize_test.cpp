@@ -166,14 +166,9 @@ TEST(Resize, MatchesThePlainModelOverRandomImages) {
                 ResizeDib(header, dib.bits(), width, height, smooth ? ResizeQuality::Smooth : ResizeQuality::Nearest,
                           keep ? ResizeColors::Keep : ResizeColors::GreyLevels, nullptr, &record);
         } else {
-            VelmoraResizeDIB resize = {VELMORA_RESIZE_DIB_SIZE_V1,
-                                       WORD(smooth ? VELMORA_RESIZE_SMOOTH : 0),
-                                       width,
-                                       height,
-                                       dib.bits(),
-                                       header,
-                                       nullptr,
-                                       0};
+            const WORD flags = smooth ? VELMORA_RESIZE_SMOOTH : 0;
+            VelmoraResizeDIB resize = {
+                VELMORA_RESIZE_DIB_SIZE_V1, flags, width, height, dib.bits(), header, nullptr, 0};
             result = ResizeVelmoraDIBEx(&resize);
         }
         SCOPED_TRACE(testing::Message() << "case " << n << ": " << header->biBitCount << " bits " << w << "x" << h
