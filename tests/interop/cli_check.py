@@ -256,7 +256,7 @@ def main():
             failures += check_jpeg(velmora, tmp, colour)
         if os.path.exists("/usr/bin/convert"):
             failures += check_image_files(velmora, tmp, colour)
-    print("%d passed, %d failed" % (20 - failures, failures))
+    print("%d passed, %d failed" % (21 - failures, failures))
     return 1 if failures else 0
 
 
