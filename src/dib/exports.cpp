@@ -7,10 +7,14 @@
 #include "dib/bmp_writer.h"
 #include "dib/color_conversion.h"
 #include "dib/color_type.h"
+#include "dib/despeckle.h"
 #include "dib/dib_layout.h"
 #include "dib/dib_validation.h"
 #include "dib/display_palette.h"
+#include "dib/image.h"
+#include "dib/pixel_operations.h"
 #include "dib/resize.h"
+#include "frame/checked_array.h"
 #include "frame/error_record.h"
 #include "frame/export_call.h"
 #include "frame/progress.h"
@@ -172,4 +176,135 @@ BOOL VELMORA_API StretchVelmoraDIB(HDC hdc, const RECT* destination, const RECT*
     // checked call answers 120.
     ExportCall::Fail(velmora::kErrCallNotImplemented);
     return FALSE;
+}
+
+// ---- Pixel operations: despeckling, fills, colour reversal, masks and copies ----
+
+namespace {
+
+// The check of an export that writes into the host's pixels (998).
+bool AcceptWritableDib(const void* bits, const BITMAPINFOHEADER* header) {
+    uint32_t error = velmora::CheckDib(nullptr, bits, header, velmora::DibAccess::ReadWrite);
+    return error == 0 || ExportCall::Fail(error);
+}
+
+}  // namespace
+
+HGLOBAL VELMORA_API DespeckleVelmoraDIB(void* bits, const BITMAPINFOHEADER* header, DWORD maximum, DWORD flags,
+                                        VelmoraProgressProc progress, UINT_PTR user) {
+    ExportCall call;
+    if (!call.Gate() || !AcceptDib(nullptr, bits, header) || !call.Value(header->biBitCount == 1) ||
+        !call.Value(flags < 8)) {
+        return nullptr;
+    }
+    const bool inPlace = (flags & VELMORA_DESPECKLE_IN_PLACE) != 0;
+    if ((inPlace && !AcceptWritableDib(bits, header)) || !call.Progress(progress)) return nullptr;
+    velmora::ProgressReporter reporter(progress, user);
+    if (inPlace) {
+        velmora::DespeckleDib(header, bits, maximum, flags, &reporter, &call.record);
+        return call.Finish() ? reinterpret_cast<HGLOBAL>(1) : nullptr;
+    }
+    HGLOBAL copy =
+        velmora::CopyDibRect(header, bits, velmora::ClipToImage(header, nullptr), 0, nullptr, &call.record);
+    if (copy != nullptr) {
+        velmora::ImageLock lock(copy);
+        velmora::DespeckleDib(lock.header(), lock.bits(), maximum, flags, &reporter, &call.record);
+    }
+    if (call.record.failed()) velmora::FreeImage(&copy);
+    return call.Finish() ? copy : nullptr;
+}
+
+BOOL VELMORA_API FillVelmoraDIBRect(void* bits, const BITMAPINFOHEADER* header, const RECT* rect, COLORREF color,
+                                    DWORD mode) {
+    ExportCall call;
+    if (!call.Gate() || !AcceptDib(nullptr, bits, header) || !call.Value(mode <= velmora::kFillAverage) ||
+        (rect != nullptr && !call.Readable(rect, sizeof *rect)) || !AcceptWritableDib(bits, header)) {
+        return FALSE;
+    }
+    velmora::FillDibRect(header, bits, velmora::ClipToImage(header, rect), color, mode, &call.record);
+    return call.Finish() ? TRUE : FALSE;
+}
+
+BOOL VELMORA_API ReverseVelmoraDIBColors(void* bits, BITMAPINFOHEADER* header) {
+    ExportCall call;
+    if (!call.Gate() || !AcceptDib(nullptr, bits, header) || !call.Value(velmora::ColorCount(header) == 2) ||
+        !call.Writable(velmora::ColorTable(header), 2 * sizeof(RGBQUAD)) || !AcceptWritableDib(bits, header)) {
+        return FALSE;
+    }
+    velmora::ReverseDibColors(header, bits);
+    return TRUE;
+}
+
+HGLOBAL VELMORA_API CreateVelmoraMaskDIB(const void* bits, const BITMAPINFOHEADER* header, COLORREF key) {
+    ExportCall call;
+    if (!call.Gate() || !AcceptDib(nullptr, bits, header)) return nullptr;
+    HGLOBAL mask = velmora::CreateMaskDib(header, bits, key, &call.record);
+    return call.Finish() ? mask : nullptr;
+}
+
+BOOL VELMORA_API DrawVelmoraDIBMask(void* bits, const BITMAPINFOHEADER* header, LONG x, LONG y, COLORREF color,
+                                    HBITMAP bitmap) {
+    ExportCall call;
+    if (!call.Gate() || !AcceptDib(nullptr, bits, header)) return FALSE;
+    if (x >= header->biWidth && y >= header->biHeight) return TRUE;
+    if (!AcceptWritableDib(bits, header)) return FALSE;
+#if defined(_WIN32)
+    uint32_t width = 0, height = 0, depth = 0, rowBytes = 0, error = 0;
+    if (!velmora::platform::ReadBitmapSize(bitmap, &width, &height, &depth, &rowBytes, &error)) {
+        ExportCall::Fail(error);
+        return FALSE;
+    }
+    if (!call.Value(depth == 1 && x >= 0 && y >= 0 && int64_t{x} + width <= header->biWidth &&
+                    int64_t{y} + height <= header->biHeight)) {
+        return FALSE;
+    }
+    velmora::CheckedArray<uint8_t> rows;
+    if (rows.Sized(uint64_t{rowBytes} * height, &call.record)) {
+        if (velmora::platform::ReadBitmapRows(bitmap, rows.data(), rows.size(), &error)) {
+            velmora::DrawDibMask(header, bits, x, y, color, rows.data(), width, height, rowBytes, &call.record);
+        } else {
+            velmora::SetRecordError(&call.record, error, 0);
+        }
+    }
+    return call.Finish() ? TRUE : FALSE;
+#else
+    // GDI bitmaps exist only on Windows.
+    (void)color, (void)bitmap;
+    ExportCall::Fail(velmora::kErrCallNotImplemented);
+    return FALSE;
+#endif
+}
+
+BOOL VELMORA_API CopyVelmoraDIBPixels(const void* sourceBits, const BITMAPINFOHEADER* sourceHeader,
+                                      void* destinationBits, const BITMAPINFOHEADER* destinationHeader, LONG x,
+                                      LONG y) {
+    ExportCall call;
+    if (!call.Gate() || !AcceptDib(nullptr, sourceBits, sourceHeader) ||
+        !AcceptDib(nullptr, destinationBits, destinationHeader) ||
+        !call.Value(destinationHeader->biBitCount >= sourceHeader->biBitCount) ||
+        !AcceptWritableDib(destinationBits, destinationHeader)) {
+        return FALSE;
+    }
+    velmora::CopyDibPixels(sourceHeader, sourceBits, destinationHeader, destinationBits, x, y, &call.record);
+    return call.Finish() ? TRUE : FALSE;
+}
+
+HGLOBAL VELMORA_API CopyVelmoraDIBToDIBProgress(const RECT* rect, const void* bits, const BITMAPINFOHEADER* header,
+                                                DWORD angle, DWORD flags, VelmoraProgressProc progress,
+                                                UINT_PTR user) {
+    ExportCall call;
+    if (!call.Gate() || !AcceptDib(rect, bits, header) ||
+        !call.Value(angle == 0 || angle == 90 || angle == 180 || angle == 270) || !call.Progress(progress)) {
+        return nullptr;
+    }
+    (void)flags;  // reserved: no flag changes the copy yet
+    velmora::ProgressReporter reporter(progress, user);
+    HGLOBAL copy = velmora::CopyDibRect(header, bits, velmora::ClipToImage(header, rect), static_cast<int>(angle),
+                                        &reporter, &call.record);
+    return call.Finish() ? copy : nullptr;
+}
+
+HGLOBAL VELMORA_API CopyVelmoraDIBToDIB(const RECT* rect, const void* bits, const BITMAPINFOHEADER* header,
+                                        DWORD angle, DWORD flags) {
+    return CopyVelmoraDIBToDIBProgress(rect, bits, header, angle, flags, nullptr, 0);
 }

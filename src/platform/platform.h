@@ -155,6 +155,16 @@ bool ReadDisplayPalette(HDC dc, DisplayPaletteInfo* info);
 // on systems without GDI).
 HPALETTE CreateLogicalPalette(const uint8_t* rgb, uint32_t count, uint32_t* error);
 
+// ---- Monochrome bitmaps -------------------------------------------------------
+// The size of a GDI bitmap as GetObjectW gives it: width, height, bits per
+// pixel and bytes per row. False with the system's error (always on systems
+// without GDI).
+bool ReadBitmapSize(HBITMAP bitmap, uint32_t* width, uint32_t* height, uint32_t* bitsPerPixel, uint32_t* rowBytes,
+                    uint32_t* error);
+// The bitmap's rows, top row first, into `bytes` bytes at `out`
+// (GetBitmapBits). False with the system's error.
+bool ReadBitmapRows(HBITMAP bitmap, void* out, size_t bytes, uint32_t* error);
+
 // ---- Pointer checks ----------------------------------------------------------
 // Whether memory a caller passed can be read or written. Windows probes the
 // memory; elsewhere only a null pointer (with a non-zero size) is refused.

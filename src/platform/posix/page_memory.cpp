@@ -46,4 +46,15 @@ HPALETTE CreateLogicalPalette(const uint8_t*, uint32_t, uint32_t* error) {
     return nullptr;
 }
 
+// Nor are there GDI bitmaps to read.
+bool ReadBitmapSize(HBITMAP, uint32_t*, uint32_t*, uint32_t*, uint32_t*, uint32_t* error) {
+    *error = ERROR_CALL_NOT_IMPLEMENTED;
+    return false;
+}
+
+bool ReadBitmapRows(HBITMAP, void*, size_t, uint32_t* error) {
+    *error = ERROR_CALL_NOT_IMPLEMENTED;
+    return false;
+}
+
 }  // namespace velmora::platform

@@ -1,0 +1,1 @@
+list(APPEND UNIT_TESTS unit/pixel_operations_test.cpp)
