@@ -29,6 +29,7 @@ double Value(DWORD numerator, DWORD denominator);
 
 int RunAppend(int argc, char** argv);
 int RunConvert(int argc, char** argv);
+int RunDespeckle(int argc, char** argv);
 int RunInfo(int argc, char** argv);
 int RunPages(int argc, char** argv);
 int RunRender(int argc, char** argv);

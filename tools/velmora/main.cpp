@@ -63,6 +63,12 @@ const Command kCommands[] = {
      "it is a page, a reduced-resolution image (thumbnail) or a mask, and its size as shown;\n"
      "and whether the file's page numbers could be used.",
      RunPages},
+    {"despeckle", "velmora despeckle IN.tif OUT --max N [--black] [--white]",
+     "Remove specks of at most N pixels (1 to 254) from page 1 of a black-and-white TIFF file:\n"
+     "--black removes small dots, --white fills small holes (both when neither is given); each\n"
+     "speck's bounding rectangle takes the other colour. OUT is a one-page TIFF file, or a\n"
+     "Windows bitmap when its name ends in .bmp. Shows progress on a terminal.",
+     RunDespeckle},
     {"sample", "velmora sample OUT.tif",
      "Write a small two-page TIFF (a grey page and a colour page) to try the other commands on.", RunSample},
 };
