@@ -6,6 +6,7 @@
 #include "dib/image.h"
 #include "dib/palette.h"
 #include "dib/rotate.h"
+#include "frame/checked_array.h"
 #include "frame/memory_handle.h"
 #include "platform/platform.h"
 
@@ -302,6 +303,22 @@ bool CopyDibPixels(const BITMAPINFOHEADER* source, const void* sourceBits, const
         !KnownDepth(source->biBitCount) || !KnownDepth(destination->biBitCount)) {
         SetRecordError(record, kErrUnsupportedImageType, 0);
         return false;
+    }
+    if (destination->biBitCount < source->biBitCount) {
+        SetRecordError(record, kErrInvalidParameter, 0);
+        return false;
+    }
+    // A source sharing memory with the destination is read from a copy.
+    uint64_t sourceBytes = 0, destinationBytes = 0;
+    ImageBytes(source, &sourceBytes);
+    ImageBytes(destination, &destinationBytes);
+    const auto sourceStart = reinterpret_cast<uintptr_t>(sourceBits);
+    const auto destinationStart = reinterpret_cast<uintptr_t>(destinationBits);
+    CheckedArray<uint8_t> copy;
+    if (sourceStart < destinationStart + destinationBytes && destinationStart < sourceStart + sourceBytes) {
+        if (!copy.Sized(sourceBytes, record)) return false;
+        std::memcpy(copy.data(), sourceBits, static_cast<size_t>(sourceBytes));
+        sourceBits = copy.data();
     }
     // The part of the source that lands inside the destination.
     const int64_t sx0 = std::max<int64_t>(0, -int64_t{x}), sy0 = std::max<int64_t>(0, -int64_t{y});

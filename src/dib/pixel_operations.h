@@ -63,8 +63,9 @@ bool DrawDibMask(const BITMAPINFOHEADER* header, void* bits, int32_t x, int32_t 
 // at least the source's bits per pixel. Equal depths with equal tables (or
 // without tables) copy the pixel values; palette destinations take the
 // nearest entry to each source entry; others take the colour (16 bits keep
-// the top 5 bits of each channel). 0x02000005 for compressed DIBs or
-// unknown depths.
+// the top 5 bits of each channel). Source and destination may share memory.
+// 87 for a destination of fewer bits per pixel, 0x02000005 for compressed
+// DIBs or unknown depths.
 bool CopyDibPixels(const BITMAPINFOHEADER* source, const void* sourceBits, const BITMAPINFOHEADER* destination,
                    void* destinationBits, int32_t x, int32_t y, ErrorRecord* record);
 

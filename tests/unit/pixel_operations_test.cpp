@@ -210,6 +210,14 @@ TEST(PixelOperations, CopiesMatchPerPixelModels) {
                     << "round " << round << " " << from << " into " << to << " at " << tx << "," << ty;
             }
 
+        // Copied onto itself, a DIB is read as it was before the copy.
+        const Snapshot before(t, target.bits());
+        ASSERT_TRUE(CopyVelmoraDIBPixels(target.bits(), t, target.bits(), t, 1, 1));
+        for (int32_t ty = 0; ty < t->biHeight; ++ty)
+            for (int32_t tx = 0; tx < t->biWidth; ++tx)
+                ASSERT_EQ(ColorAt(t, target.bits(), tx, ty), tx > 0 && ty > 0 ? before.At(tx - 1, ty - 1) : before.At(tx, ty))
+                    << "onto itself";
+
         // A rectangle of the source, turned clockwise.
         RECT rect = {static_cast<LONG>(NextRandom(&seed) % s->biWidth), static_cast<LONG>(NextRandom(&seed) % s->biHeight), 0, 0};
         rect.right = rect.left + 1 + NextRandom(&seed) % (s->biWidth - rect.left);
