@@ -11,40 +11,23 @@
 #include "dib/dib_layout.h"
 #include "dib/image.h"
 #include "dib/pixel_operations.h"
-#include "frame/error_record.h"
-#include "frame/progress.h"
 
 namespace {
 
 using namespace velmora;
 
-constexpr uint16_t kDepths[] = {1, 4, 8, 16, 24, 32};
-
-class Bytes {
-public:
-    Bytes(const uint8_t* data, size_t size) : data_(data), size_(size) {}
-    uint8_t Next() { return at_ < size_ ? data_[at_++] : 0; }
-    const uint8_t* rest() const { return data_ + at_; }
-    size_t left() const { return size_ - at_; }
-
-private:
-    const uint8_t* data_;
-    size_t size_;
-    size_t at_ = 0;
-};
-
-// A header with its table (entries from the bytes) and rows from the rest.
+// A header with its table, then rows, each byte taken from `next`.
+template <typename Next>
 struct FuzzDib {
-    FuzzDib(Bytes* in, uint16_t depth, int32_t width, int32_t height) {
-        BITMAPINFOHEADER h = {};
-        h.biSize = 40, h.biWidth = width, h.biHeight = height, h.biPlanes = 1, h.biBitCount = depth;
-        h.biClrUsed = depth <= 8 ? in->Next() % (1u << depth) : 0;  // 0: a full table
+    FuzzDib(Next& next, uint16_t depth, int32_t width, int32_t height) {
+        BITMAPINFOHEADER h = {40, width, height, 1, depth, BI_RGB, 0, 0, 0, 0, 0};
+        h.biClrUsed = depth <= 8 ? next() % (1u << depth) : 0;  // 0: a full table
         head.resize((BitsOffset(&h) + 3) / 4);
         std::memcpy(head.data(), &h, sizeof h);
         auto* table = reinterpret_cast<uint8_t*>(head.data()) + 40;
-        for (uint32_t i = 0; i < ColorCount(&h) * 4; ++i) table[i] = in->Next();
+        for (uint32_t i = 0; i < ColorCount(&h) * 4; ++i) table[i] = next();
         rows.resize(static_cast<size_t>(RowStride(&h)) * height);
-        for (uint8_t& byte : rows) byte = in->Next();
+        for (uint8_t& byte : rows) byte = next();
     }
     BITMAPINFOHEADER* header() { return reinterpret_cast<BITMAPINFOHEADER*>(head.data()); }
     std::vector<uint32_t> head;
@@ -56,21 +39,23 @@ void Free(HGLOBAL image) { FreeImage(&image); }
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Bytes in(data, size);
-    const int32_t width = 1 + in.Next() % 96, height = 1 + in.Next() % 64;
-    const uint32_t limit = in.Next() * 2u, flags = in.Next() % 4;
-    const uint16_t depth = kDepths[in.Next() % 6];
-    RECT rect = {static_cast<int8_t>(in.Next()), static_cast<int8_t>(in.Next()), static_cast<int8_t>(in.Next()),
-                 static_cast<int8_t>(in.Next())};
-    const COLORREF color = in.Next() | in.Next() << 8 | in.Next() << 16;
-    const uint32_t mode = in.Next() % 3, angle = 90 * (in.Next() % 4);
+    size_t at = 0;
+    auto next = [&]() -> uint8_t { return at < size ? data[at++] : 0; };
+    const int32_t width = 1 + next() % 96, height = 1 + next() % 64;
+    const uint32_t limit = next() * 2u, flags = next() % 4;
+    const uint16_t depths[] = {1, 4, 8, 16, 24, 32};
+    const uint16_t depth = depths[next() % 6];
+    RECT rect = {static_cast<int8_t>(next()), static_cast<int8_t>(next()), static_cast<int8_t>(next()),
+                 static_cast<int8_t>(next())};
+    const COLORREF color = next() | next() << 8 | next() << 16;
+    const uint32_t mode = next() % 3, angle = 90 * (next() % 4);
 
-    FuzzDib page(&in, 1, width, height);
+    FuzzDib page(next, 1, width, height);
     ErrorRecord record;
     ProgressReporter none;
     DespeckleDib(page.header(), page.rows.data(), limit, flags, &none, &record);
 
-    FuzzDib other(&in, depth, width, height);
+    FuzzDib other(next, depth, width, height);
     const RECT clipped = ClipToImage(other.header(), &rect);
     FillDibRect(other.header(), other.rows.data(), clipped, color, mode, &record);
     Free(CreateMaskDib(other.header(), other.rows.data(), color, &record));

@@ -1185,10 +1185,16 @@ VELMORA_EXPORT HGLOBAL VELMORA_API ColorOptimizeVelmoraDIB(const void *bits, con
 
 /*
  * Removes specks of at most maximum pixels from a 1-bit DIB: each speck's
- * bounding rectangle is filled with the other colour. Without
- * VELMORA_DESPECKLE_IN_PLACE returns a new DIB; with it changes the pixels
- * passed in (they must be writable) and returns (HGLOBAL)1. Returns NULL on
- * failure: 87 for a DIB that is not 1-bit or flags of 8 or more, 998, 1223.
+ * bounding rectangle is filled with the other colour. A speck is an area of
+ * one colour whose pixels touch, diagonally too; the lighter colour is the
+ * table entry nearer to white. Dots are removed before holes are filled.
+ * Without VELMORA_DESPECKLE_IN_PLACE returns a new DIB; with it changes the
+ * pixels passed in (they must be writable) and returns (HGLOBAL)1. With
+ * neither VELMORA_DESPECKLE_WHITE nor _BLACK, or maximum 0, nothing changes.
+ * Returns NULL on failure: 87 for a DIB that is not 1-bit or flags of 8 or
+ * more, 998 for an unreadable DIB, unwritable pixels or a bad callback, 8
+ * when memory is short, 1223 when cancelled (in place, the pixels are then
+ * partly despeckled).
  */
 VELMORA_EXPORT HGLOBAL VELMORA_API DespeckleVelmoraDIB(void *bits, const BITMAPINFOHEADER *header, DWORD maximum, DWORD flags, VelmoraProgressProc progress, UINT_PTR user);
 
@@ -1199,41 +1205,61 @@ VELMORA_EXPORT HGLOBAL VELMORA_API DespeckleVelmoraDIB(void *bits, const BITMAPI
 
 /*
  * Fills a rectangle of a DIB in place (rect NULL: the whole DIB; clipped to
- * the image). Palette DIBs take the nearest table entry. Returns 1, or 0:
- * 87 for another mode, 0x02000005 for a compressed DIB or another depth,
- * 998 for an unreadable rectangle or pixels that are not writable.
+ * the image). Palette DIBs take the nearest table entry to each entry's
+ * result; 16-bit pixels keep the top 5 bits of each channel; the fourth
+ * byte of 32-bit pixels is left as it was. Returns 1, or 0: 87 for another
+ * mode, 0x02000005 for a compressed DIB or another depth, 998 for an
+ * unreadable DIB or rectangle or pixels that are not writable.
  */
 VELMORA_EXPORT BOOL VELMORA_API FillVelmoraDIBRect(void *bits, const BITMAPINFOHEADER *header, const RECT *rect, COLORREF color, DWORD mode);
 
 /*
- * Swaps the two colours of a two-colour DIB's table and inverts every pixel
- * bit, in place: the picture looks the same, but index 0 and index 1
- * exchange meanings. Returns 1, or 0: 87 when the DIB does not have exactly
- * two table entries, 998 when the table or pixels are not writable.
+ * Swaps the two colours of a two-colour DIB's table and flips every pixel
+ * between index 0 and index 1 (at 1 bit: inverts every bit), in place: the
+ * picture looks the same, but index 0 and index 1 exchange meanings. Returns
+ * 1, or 0: 87 when the DIB does not have exactly two table entries, 998 for
+ * an unreadable DIB or when the table or pixels are not writable.
  */
 VELMORA_EXPORT BOOL VELMORA_API ReverseVelmoraDIBColors(void *bits, BITMAPINFOHEADER *header);
 
-/* Returns a new 1-bit DIB (entry 0 black, entry 1 white) whose pixels are 0
-   where the DIB has exactly the colour key and 1 elsewhere, or NULL. */
+/*
+ * Returns a new 1-bit DIB (entry 0 black, entry 1 white) with the DIB's size
+ * and resolution whose pixels are 0 where the DIB has exactly the colour key
+ * and 1 elsewhere; from a 1-bit DIB the bits are kept and the entries equal
+ * to key made black, the others white. Returns NULL on failure: 998 or 87
+ * for a bad DIB, 0x02000005 for a compressed DIB or another depth, 8 when
+ * memory is short.
+ */
 VELMORA_EXPORT HGLOBAL VELMORA_API CreateVelmoraMaskDIB(const void *bits, const BITMAPINFOHEADER *header, COLORREF key);
 
 /*
  * Paints color into the DIB, in place, wherever the monochrome bitmap's bits
- * are 0, with the bitmap's top-left corner at (x, y). Returns 1 (also at once
- * when (x, y) lies beyond the DIB), or 0: 87 when the bitmap does not fit in
- * the DIB, the system's error when the bitmap cannot be read.
+ * are 0, with the bitmap's top-left corner at (x, y); palette DIBs take the
+ * nearest entry. Returns 1 (also at once when x and y both lie beyond the
+ * DIB), or 0: 998 for an unreadable DIB or unwritable pixels, 87 when the
+ * bitmap does not fit in the DIB or is not monochrome, the system's error
+ * when the bitmap cannot be read, 120 on systems without GDI bitmaps.
  */
 VELMORA_EXPORT BOOL VELMORA_API DrawVelmoraDIBMask(void *bits, const BITMAPINFOHEADER *header, LONG x, LONG y, COLORREF color, HBITMAP bitmap);
 
-/* Copies the pixels of the source DIB into the destination DIB with their
-   top-left corner at (x, y). Returns 1, or 0: 87 when the destination has
-   fewer bits per pixel than the source, 998 for unwritable pixels. */
+/*
+ * Copies the pixels of the source DIB into the destination DIB with their
+ * top-left corner at (x, y), clipped to the destination; the two may be the
+ * same DIB. Pixel values are copied between equal depths with equal tables;
+ * otherwise palette destinations take the nearest entry to each colour.
+ * Returns 1, or 0: 87 when the destination has fewer bits per pixel than the
+ * source, 998 for an unreadable DIB or unwritable pixels, 0x02000005 for a
+ * compressed DIB or another depth.
+ */
 VELMORA_EXPORT BOOL VELMORA_API CopyVelmoraDIBPixels(const void *sourceBits, const BITMAPINFOHEADER *sourceHeader, void *destinationBits, const BITMAPINFOHEADER *destinationHeader, LONG x, LONG y);
 
 /*
  * Returns a new DIB holding a rectangle of a DIB (NULL: all of it), turned
- * clockwise by angle (0, 90, 180 or 270). Returns NULL on failure: 87 for
- * another angle or a rectangle outside the DIB, 998, 1223.
+ * clockwise by angle (0, 90, 180 or 270), with the DIB's table and
+ * resolution. flags is reserved: pass 0. Returns NULL on failure: 87 for
+ * another angle or an empty rectangle or one outside the DIB, 998 for an
+ * unreadable DIB or rectangle or a bad callback, 0x02000005 for another
+ * depth, 8 when memory is short, 1223 when cancelled.
  */
 VELMORA_EXPORT HGLOBAL VELMORA_API CopyVelmoraDIBToDIBProgress(const RECT *rect, const void *bits, const BITMAPINFOHEADER *header, DWORD angle, DWORD flags, VelmoraProgressProc progress, UINT_PTR user);
 

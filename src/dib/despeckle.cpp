@@ -185,7 +185,8 @@ private:
 
     void Finish(uint32_t id) {
         const Speck& speck = specks_[id];
-        if (speck.count <= maximum_) FillBitRect(rows_, speck.left, speck.top, speck.right + 1, speck.bottom + 1, fill_);
+        if (speck.count <= maximum_)
+            FillBitRect(rows_, speck.left, speck.top, speck.right + 1, speck.bottom + 1, fill_);
         Release(id);
     }
 

@@ -204,8 +204,7 @@ HGLOBAL VELMORA_API DespeckleVelmoraDIB(void* bits, const BITMAPINFOHEADER* head
         velmora::DespeckleDib(header, bits, maximum, flags, &reporter, &call.record);
         return call.Finish() ? reinterpret_cast<HGLOBAL>(1) : nullptr;
     }
-    HGLOBAL copy =
-        velmora::CopyDibRect(header, bits, velmora::ClipToImage(header, nullptr), 0, nullptr, &call.record);
+    HGLOBAL copy = velmora::CopyDibRect(header, bits, velmora::ClipToImage(header, nullptr), 0, nullptr, &call.record);
     if (copy != nullptr) {
         velmora::ImageLock lock(copy);
         velmora::DespeckleDib(lock.header(), lock.bits(), maximum, flags, &reporter, &call.record);
@@ -290,8 +289,7 @@ BOOL VELMORA_API CopyVelmoraDIBPixels(const void* sourceBits, const BITMAPINFOHE
 }
 
 HGLOBAL VELMORA_API CopyVelmoraDIBToDIBProgress(const RECT* rect, const void* bits, const BITMAPINFOHEADER* header,
-                                                DWORD angle, DWORD flags, VelmoraProgressProc progress,
-                                                UINT_PTR user) {
+                                                DWORD angle, DWORD flags, VelmoraProgressProc progress, UINT_PTR user) {
     ExportCall call;
     if (!call.Gate() || !AcceptDib(rect, bits, header) ||
         !call.Value(angle == 0 || angle == 90 || angle == 180 || angle == 270) || !call.Progress(progress)) {
@@ -304,7 +302,7 @@ HGLOBAL VELMORA_API CopyVelmoraDIBToDIBProgress(const RECT* rect, const void* bi
     return call.Finish() ? copy : nullptr;
 }
 
-HGLOBAL VELMORA_API CopyVelmoraDIBToDIB(const RECT* rect, const void* bits, const BITMAPINFOHEADER* header,
-                                        DWORD angle, DWORD flags) {
+HGLOBAL VELMORA_API CopyVelmoraDIBToDIB(const RECT* rect, const void* bits, const BITMAPINFOHEADER* header, DWORD angle,
+                                        DWORD flags) {
     return CopyVelmoraDIBToDIBProgress(rect, bits, header, angle, flags, nullptr, 0);
 }

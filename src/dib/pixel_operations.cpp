@@ -203,7 +203,8 @@ bool FillDibRect(const BITMAPINFOHEADER* header, void* bits, const RECT& rect, C
     if (!pixels.paletted()) {
         for (uint32_t y = top; y < bottom; ++y) {
             uint8_t* row = pixels.Row(y);
-            for (uint32_t x = left; x < right; ++x) pixels.SetColor(row, x, ApplyFill(pixels.Color(row, x), color, mode));
+            for (uint32_t x = left; x < right; ++x)
+                pixels.SetColor(row, x, ApplyFill(pixels.Color(row, x), color, mode));
         }
         return true;
     }
@@ -247,7 +248,8 @@ HGLOBAL CreateMaskDib(const BITMAPINFOHEADER* header, const void* bits, COLORREF
     const Pixels source(header, bits);
     RGBQUAD table[2] = {{0, 0, 0, 0}, {255, 255, 255, 0}};
     if (source.bitCount() == 1) {
-        for (uint32_t i = 0; i < 2; ++i) table[i] = source.Entry(i) == key ? RGBQUAD{0, 0, 0, 0} : RGBQUAD{255, 255, 255, 0};
+        for (uint32_t i = 0; i < 2; ++i)
+            table[i] = source.Entry(i) == key ? RGBQUAD{0, 0, 0, 0} : RGBQUAD{255, 255, 255, 0};
     }
     HGLOBAL mask = CreatePackedDib(header->biWidth, header->biHeight, 1, table, 2, header->biXPelsPerMeter,
                                    header->biYPelsPerMeter, record);
@@ -269,9 +271,8 @@ HGLOBAL CreateMaskDib(const BITMAPINFOHEADER* header, const void* bits, COLORREF
     return mask;
 }
 
-bool DrawDibMask(const BITMAPINFOHEADER* header, void* bits, int32_t x, int32_t y, COLORREF color,
-                 const uint8_t* mask, uint32_t maskWidth, uint32_t maskHeight, size_t maskStride,
-                 ErrorRecord* record) {
+bool DrawDibMask(const BITMAPINFOHEADER* header, void* bits, int32_t x, int32_t y, COLORREF color, const uint8_t* mask,
+                 uint32_t maskWidth, uint32_t maskHeight, size_t maskStride, ErrorRecord* record) {
     if (record->failed()) return false;
     if (header->biCompression != BI_RGB || !KnownDepth(header->biBitCount)) {
         SetRecordError(record, kErrUnsupportedImageType, 0);
@@ -299,8 +300,8 @@ bool DrawDibMask(const BITMAPINFOHEADER* header, void* bits, int32_t x, int32_t 
 bool CopyDibPixels(const BITMAPINFOHEADER* source, const void* sourceBits, const BITMAPINFOHEADER* destination,
                    void* destinationBits, int32_t x, int32_t y, ErrorRecord* record) {
     if (record->failed()) return false;
-    if (source->biCompression != BI_RGB || destination->biCompression != BI_RGB ||
-        !KnownDepth(source->biBitCount) || !KnownDepth(destination->biBitCount)) {
+    if (source->biCompression != BI_RGB || destination->biCompression != BI_RGB || !KnownDepth(source->biBitCount) ||
+        !KnownDepth(destination->biBitCount)) {
         SetRecordError(record, kErrUnsupportedImageType, 0);
         return false;
     }
@@ -331,7 +332,8 @@ bool CopyDibPixels(const BITMAPINFOHEADER* source, const void* sourceBits, const
     const bool sameValues = bitCount == to.bitCount() && (!from.paletted() || SamePalette(source, destination));
     uint8_t map[256] = {};
     if (!sameValues && to.paletted()) {
-        for (uint32_t i = 0; i < (uint32_t{1} << bitCount); ++i) map[i] = static_cast<uint8_t>(to.Nearest(from.Entry(i)));
+        for (uint32_t i = 0; i < (uint32_t{1} << bitCount); ++i)
+            map[i] = static_cast<uint8_t>(to.Nearest(from.Entry(i)));
     }
     for (int64_t sy = sy0; sy < sy1; ++sy) {
         const uint8_t* in = from.Row(static_cast<uint32_t>(sy));
@@ -390,8 +392,9 @@ HGLOBAL CopyDibRect(const BITMAPINFOHEADER* header, const void* bits, const RECT
         const uint32_t bitCount = header->biBitCount;
         const uint32_t height = static_cast<uint32_t>(part.biHeight);
         for (uint32_t y = 0; y < height; ++y) {
-            CopyBitSpan(from.Row(static_cast<uint32_t>(rect.top) + y), uint64_t{static_cast<uint32_t>(rect.left)} * bitCount,
-                        to.Row(y), 0, uint64_t{static_cast<uint32_t>(part.biWidth)} * bitCount);
+            CopyBitSpan(from.Row(static_cast<uint32_t>(rect.top) + y),
+                        uint64_t{static_cast<uint32_t>(rect.left)} * bitCount, to.Row(y), 0,
+                        uint64_t{static_cast<uint32_t>(part.biWidth)} * bitCount);
             if (progress != nullptr && !progress->Row(y, height, record)) break;
         }
         platform::MemUnlock(copy);

@@ -54,9 +54,8 @@ HGLOBAL CreateMaskDib(const BITMAPINFOHEADER* header, const void* bits, COLORREF
 // corner at (x, y), which with the mask's size must lie inside the DIB. The
 // mask's rows come top row first, `maskStride` bytes apart, leftmost pixel in
 // bit 7. Palette DIBs take the nearest entry.
-bool DrawDibMask(const BITMAPINFOHEADER* header, void* bits, int32_t x, int32_t y, COLORREF color,
-                 const uint8_t* mask, uint32_t maskWidth, uint32_t maskHeight, size_t maskStride,
-                 ErrorRecord* record);
+bool DrawDibMask(const BITMAPINFOHEADER* header, void* bits, int32_t x, int32_t y, COLORREF color, const uint8_t* mask,
+                 uint32_t maskWidth, uint32_t maskHeight, size_t maskStride, ErrorRecord* record);
 
 // Copies the source's pixels into the destination with the source's top-left
 // corner at (x, y) of the destination, clipped to it. The destination needs

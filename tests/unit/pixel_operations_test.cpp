@@ -2,6 +2,7 @@
 // against flood-filled components, fills, reversal, masks and both copies
 // against the colour each pixel must end with; then the exports' refusals and
 // cancelling through the progress callback.
+#include <algorithm>
 #include <chrono>
 #include <thread>
 #include <vector>
@@ -40,10 +41,12 @@ TestDib RandomDib(uint16_t depth, uint32_t* seed, int32_t most = 23) {
     for (uint32_t i = 0; i < entries; ++i) {
         // Few levels, so that tables repeat colours and pixels hit keys.
         const uint32_t c = NextRandom(seed);
-        dib.table()[i] = RGBQUAD{static_cast<BYTE>(c % 3 * 127), static_cast<BYTE>(c / 3 % 3 * 127), static_cast<BYTE>(c / 9 % 3 * 127), 0};
+        dib.table()[i] = RGBQUAD{static_cast<BYTE>(c % 3 * 127), static_cast<BYTE>(c / 3 % 3 * 127),
+                                 static_cast<BYTE>(c / 9 % 3 * 127), 0};
     }
     uint8_t* bytes = dib.bits();
-    for (uint64_t i = 0; i < RowStride(dib.header()) * height; ++i) bytes[i] = static_cast<uint8_t>(NextRandom(seed) % 3 * 127);
+    for (uint64_t i = 0; i < RowStride(dib.header()) * height; ++i)
+        bytes[i] = static_cast<uint8_t>(NextRandom(seed) % 3 * 127);
     return dib;
 }
 
@@ -155,7 +158,8 @@ TEST(PixelOperations, FillsReverseAndMaskMatchPerPixelModels) {
         const Snapshot old(h, dib.bits());
         const COLORREF color = NextRandom(&seed) % 4 == 0 ? old.At(0, 0) : NextRandom(&seed) & 0xFFFFFF;
         const uint32_t mode = NextRandom(&seed) % 3;
-        RECT rect = {static_cast<LONG>(NextRandom(&seed) % 30) - 5, static_cast<LONG>(NextRandom(&seed) % 30) - 5, 0, 0};
+        RECT rect = {static_cast<LONG>(NextRandom(&seed) % 30) - 5, static_cast<LONG>(NextRandom(&seed) % 30) - 5, 0,
+                     0};
         rect.right = rect.left + NextRandom(&seed) % 30, rect.bottom = rect.top + NextRandom(&seed) % 30;
         const bool whole = round % 7 == 0;
         HGLOBAL mask = CreateVelmoraMaskDIB(dib.bits(), h, color);
@@ -171,7 +175,8 @@ TEST(PixelOperations, FillsReverseAndMaskMatchPerPixelModels) {
                 COLORREF want = was & color;
                 if (mode == 0) want = color;
                 if (mode == 2)
-                    for (int s = 0; s < 24; s += 8) want = (want & ~(0xFFu << s)) | (((was >> s & 0xFF) + (color >> s & 0xFF)) / 2) << s;
+                    for (int s = 0; s < 24; s += 8)
+                        want = (want & ~(0xFFu << s)) | (((was >> s & 0xFF) + (color >> s & 0xFF)) / 2) << s;
                 ASSERT_EQ(ColorAt(h, dib.bits(), x, y), inside ? Stored(h, want) : was)
                     << "round " << round << " depth " << depth << " mode " << mode << " at " << x << "," << y;
             }
@@ -201,12 +206,15 @@ TEST(PixelOperations, CopiesMatchPerPixelModels) {
         const BITMAPINFOHEADER* s = source.header();
         const BITMAPINFOHEADER* t = target.header();
         const Snapshot in(s, source.bits()), was(t, target.bits());
-        const LONG x = static_cast<LONG>(NextRandom(&seed) % 40) - 20, y = static_cast<LONG>(NextRandom(&seed) % 40) - 20;
+        const LONG x = static_cast<LONG>(NextRandom(&seed) % 40) - 20,
+                   y = static_cast<LONG>(NextRandom(&seed) % 40) - 20;
         ASSERT_TRUE(CopyVelmoraDIBPixels(source.bits(), s, target.bits(), t, x, y));
         for (int32_t ty = 0; ty < t->biHeight; ++ty)
             for (int32_t tx = 0; tx < t->biWidth; ++tx) {
                 const bool inside = tx >= x && ty >= y && tx - x < s->biWidth && ty - y < s->biHeight;
-                ASSERT_EQ(ColorAt(t, target.bits(), tx, ty), !inside ? was.At(tx, ty) : same ? in.At(tx - x, ty - y) : Stored(t, in.At(tx - x, ty - y)))
+                ASSERT_EQ(ColorAt(t, target.bits(), tx, ty), !inside ? was.At(tx, ty)
+                                                             : same  ? in.At(tx - x, ty - y)
+                                                                     : Stored(t, in.At(tx - x, ty - y)))
                     << "round " << round << " " << from << " into " << to << " at " << tx << "," << ty;
             }
 
@@ -215,11 +223,13 @@ TEST(PixelOperations, CopiesMatchPerPixelModels) {
         ASSERT_TRUE(CopyVelmoraDIBPixels(target.bits(), t, target.bits(), t, 1, 1));
         for (int32_t ty = 0; ty < t->biHeight; ++ty)
             for (int32_t tx = 0; tx < t->biWidth; ++tx)
-                ASSERT_EQ(ColorAt(t, target.bits(), tx, ty), tx > 0 && ty > 0 ? before.At(tx - 1, ty - 1) : before.At(tx, ty))
+                ASSERT_EQ(ColorAt(t, target.bits(), tx, ty),
+                          tx > 0 && ty > 0 ? before.At(tx - 1, ty - 1) : before.At(tx, ty))
                     << "onto itself";
 
         // A rectangle of the source, turned clockwise.
-        RECT rect = {static_cast<LONG>(NextRandom(&seed) % s->biWidth), static_cast<LONG>(NextRandom(&seed) % s->biHeight), 0, 0};
+        RECT rect = {static_cast<LONG>(NextRandom(&seed) % s->biWidth),
+                     static_cast<LONG>(NextRandom(&seed) % s->biHeight), 0, 0};
         rect.right = rect.left + 1 + NextRandom(&seed) % (s->biWidth - rect.left);
         rect.bottom = rect.top + 1 + NextRandom(&seed) % (s->biHeight - rect.top);
         const DWORD angle = 90 * (NextRandom(&seed) % 4);

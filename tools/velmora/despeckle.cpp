@@ -19,24 +19,27 @@ bool EndsWith(const char* text, const char* tail) {
     return true;
 }
 
-// Writes the DIB as a BMP file, or as a one-page TIFF file.
-bool Save(const char* out, HGLOBAL dib) {
+// Writes the DIB as a BMP file, or as a one-page TIFF file: 0, or 1 after
+// reporting the library's error.
+int Save(const char* out, HGLOBAL dib) {
     if (EndsWith(out, ".bmp")) {
         auto* header = static_cast<const BITMAPINFOHEADER*>(GlobalLock(dib));
         const BOOL saved = SaveVelmoraBMPDIB(out, GetVelmoraDIBData(header), header);
         GlobalUnlock(dib);
-        return saved != 0;
+        return saved ? 0 : Fail(out);
     }
     HGLOBAL target = OpenVelmoraTIFF(out, 0xC0000000u, 1);
-    if (target == nullptr) return false;
+    if (target == nullptr) return Fail(out);
     VelmoraAppendTIFF append = {};
     append.size = VELMORA_APPEND_TIFF_SIZE_V1;
     append.compression = VELMORA_COMPRESSION_DEFAULT;
     append.dib = dib;
-    const BOOL appended = AppendVelmoraOpenTIFFEx(target, &append);
-    // Closing keeps the last error of a failed append.
-    const BOOL closed = appended ? CloseVelmoraTIFF(target) : (CloseVelmoraTIFF(target), FALSE);
-    return appended != 0 && closed != 0;
+    if (!AppendVelmoraOpenTIFFEx(target, &append)) {
+        const int result = Fail(out);
+        CloseVelmoraTIFF(target);
+        return result;
+    }
+    return CloseVelmoraTIFF(target) ? 0 : Fail(out);
 }
 
 }  // namespace
@@ -51,8 +54,8 @@ int RunDespeckle(int argc, char** argv) {
             char* end = nullptr;
             maximum = std::strtol(argv[++i], &end, 10);
             if (*end != '\0' || maximum < 1 || maximum > VELMORA_DESPECKLE_MAXIMUM) {
-                std::fprintf(stderr, "velmora: --max takes a speck size from 1 to %d: %s\n",
-                             VELMORA_DESPECKLE_MAXIMUM, argv[i]);
+                std::fprintf(stderr, "velmora: --max takes a speck size from 1 to %d: %s\n", VELMORA_DESPECKLE_MAXIMUM,
+                             argv[i]);
                 return 2;
             }
         } else if (std::strcmp(argv[i], "--black") == 0) {
@@ -86,20 +89,16 @@ int RunDespeckle(int argc, char** argv) {
         std::fprintf(stderr, "velmora: %s: page 1 is not black and white\n", in);
         return 1;
     }
-    HGLOBAL cleaned = DespeckleVelmoraDIB(GetVelmoraDIBData(header), header, static_cast<DWORD>(maximum), flags,
-                                          progress, 0);
+    HGLOBAL cleaned =
+        DespeckleVelmoraDIB(GetVelmoraDIBData(header), header, static_cast<DWORD>(maximum), flags, progress, 0);
     ClearProgress(progress);
     GlobalUnlock(page);
     GlobalFree(page);
     if (cleaned == nullptr) return Fail(in);
-    const bool saved = Save(out, cleaned);
+    const int result = Save(out, cleaned);
     GlobalFree(cleaned);
-    if (!saved) {
-        const int result = Fail(out);
-        std::remove(out);
-        return result;
-    }
-    return 0;
+    if (result != 0) std::remove(out);
+    return result;
 }
 
 }  // namespace velmora_cli
