@@ -44,9 +44,10 @@ TestDib RandomDib(uint16_t depth, uint32_t* seed, int32_t most = 23) {
         dib.table()[i] = RGBQUAD{static_cast<BYTE>(c % 3 * 127), static_cast<BYTE>(c / 3 % 3 * 127),
                                  static_cast<BYTE>(c / 9 % 3 * 127), 0};
     }
+    // Any index (some past the table); direct colours from the same levels.
     uint8_t* bytes = dib.bits();
     for (uint64_t i = 0; i < RowStride(dib.header()) * height; ++i)
-        bytes[i] = static_cast<uint8_t>(NextRandom(seed) % 3 * 127);
+        bytes[i] = static_cast<uint8_t>(full != 0 ? NextRandom(seed) : NextRandom(seed) % 3 * 127);
     return dib;
 }
 
