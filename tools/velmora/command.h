@@ -24,6 +24,12 @@ std::string JsonString(const char* text);
 HGLOBAL LoadJpeg(const char* path);
 // The arguments FILE [--json]: false when they are anything else.
 bool ParseFileAndJson(int argc, char** argv, const char** path, bool* json);
+// WIDTHxHEIGHT, each 1 to `largest`: false for anything else.
+bool ParseSize(const char* text, unsigned long largest, unsigned long* width, unsigned long* height);
+// Writes `dib` to `path`: a Windows bitmap for a name ending in .bmp, else a
+// new one-page TIFF (Group 4 when bi-level, LZW otherwise). 0, or 1 after
+// reporting the library's error and removing what was written.
+int SaveImage(HGLOBAL dib, const char* path);
 // numerator / denominator, 0 for a zero denominator.
 double Value(DWORD numerator, DWORD denominator);
 

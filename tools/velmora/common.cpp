@@ -1,5 +1,6 @@
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -87,6 +88,35 @@ bool ParseFileAndJson(int argc, char** argv, const char** path, bool* json) {
         }
     }
     return *path != nullptr;
+}
+
+bool ParseSize(const char* text, unsigned long largest, unsigned long* width, unsigned long* height) {
+    char* end = nullptr;
+    *width = std::strtoul(text, &end, 10);
+    *height = *end == 'x' ? std::strtoul(end + 1, &end, 10) : 0;
+    return *end == '\0' && *width >= 1 && *height >= 1 && *width <= largest && *height <= largest;
+}
+
+int SaveImage(HGLOBAL dib, const char* path) {
+    const size_t length = std::strlen(path);
+    int result = 0;
+    if (length >= 4 && (std::strcmp(path + length - 4, ".bmp") == 0 || std::strcmp(path + length - 4, ".BMP") == 0)) {
+        auto* header = static_cast<const BITMAPINFOHEADER*>(GlobalLock(dib));
+        if (!SaveVelmoraBMPDIB(path, GetVelmoraDIBData(header), header)) result = Fail(path);
+        GlobalUnlock(dib);
+    } else if (HGLOBAL target = OpenVelmoraTIFF(path, 0xC0000000u, 1)) {
+        VelmoraAppendTIFF append = {};
+        append.size = VELMORA_APPEND_TIFF_SIZE_V1;
+        append.compression = VELMORA_COMPRESSION_DEFAULT;
+        append.dib = dib;
+        // The append's error is reported before closing can replace it.
+        if (!AppendVelmoraOpenTIFFEx(target, &append)) result = Fail(path);
+        if (!CloseVelmoraTIFF(target) && result == 0) result = Fail(path);
+    } else {
+        result = Fail(path);
+    }
+    if (result != 0) std::remove(path);
+    return result;
 }
 
 }  // namespace velmora_cli

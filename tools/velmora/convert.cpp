@@ -224,10 +224,7 @@ int RunThumbnail(int argc, char** argv) {
     bool nearest = false;
     for (int i = 0; i < argc; ++i) {
         if (std::strcmp(argv[i], "--max") == 0 && i + 1 < argc) {
-            char* end = nullptr;
-            width = std::strtoul(argv[++i], &end, 10);
-            height = *end == 'x' ? std::strtoul(end + 1, &end, 10) : 0;
-            if (*end != '\0' || width == 0 || height == 0 || width > 512 || height > 512) {
+            if (!ParseSize(argv[++i], 512, &width, &height)) {
                 std::fprintf(stderr, "velmora: --max takes WIDTHxHEIGHT, each 1 to 512: %s\n", argv[i]);
                 return 2;
             }

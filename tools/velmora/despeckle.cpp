@@ -1,5 +1,4 @@
 // velmora despeckle: removing specks from the first page of a TIFF file.
-#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -8,41 +7,6 @@
 #include "command.h"
 
 namespace velmora_cli {
-namespace {
-
-bool EndsWith(const char* text, const char* tail) {
-    const size_t length = std::strlen(text), tailLength = std::strlen(tail);
-    if (length < tailLength) return false;
-    for (size_t i = 0; i < tailLength; ++i) {
-        if (std::tolower(static_cast<unsigned char>(text[length - tailLength + i])) != tail[i]) return false;
-    }
-    return true;
-}
-
-// Writes the DIB as a BMP file, or as a one-page TIFF file: 0, or 1 after
-// reporting the library's error.
-int Save(const char* out, HGLOBAL dib) {
-    if (EndsWith(out, ".bmp")) {
-        auto* header = static_cast<const BITMAPINFOHEADER*>(GlobalLock(dib));
-        const BOOL saved = SaveVelmoraBMPDIB(out, GetVelmoraDIBData(header), header);
-        GlobalUnlock(dib);
-        return saved ? 0 : Fail(out);
-    }
-    HGLOBAL target = OpenVelmoraTIFF(out, 0xC0000000u, 1);
-    if (target == nullptr) return Fail(out);
-    VelmoraAppendTIFF append = {};
-    append.size = VELMORA_APPEND_TIFF_SIZE_V1;
-    append.compression = VELMORA_COMPRESSION_DEFAULT;
-    append.dib = dib;
-    if (!AppendVelmoraOpenTIFFEx(target, &append)) {
-        const int result = Fail(out);
-        CloseVelmoraTIFF(target);
-        return result;
-    }
-    return CloseVelmoraTIFF(target) ? 0 : Fail(out);
-}
-
-}  // namespace
 
 int RunDespeckle(int argc, char** argv) {
     const char* in = nullptr;
@@ -95,9 +59,8 @@ int RunDespeckle(int argc, char** argv) {
     GlobalUnlock(page);
     GlobalFree(page);
     if (cleaned == nullptr) return Fail(in);
-    const int result = Save(out, cleaned);
+    const int result = SaveImage(cleaned, out);
     GlobalFree(cleaned);
-    if (result != 0) std::remove(out);
     return result;
 }
 

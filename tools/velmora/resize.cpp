@@ -7,40 +7,6 @@
 #include "command.h"
 
 namespace velmora_cli {
-namespace {
-
-bool EndsWith(const char* text, const char* tail) {
-    const size_t length = std::strlen(text), tailLength = std::strlen(tail);
-    if (length < tailLength) return false;
-    for (size_t i = 0; i < tailLength; ++i) {
-        char c = text[length - tailLength + i];
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-        if (c != tail[i]) return false;
-    }
-    return true;
-}
-
-// Writes `dib` to `path`: a bitmap for a .bmp name, else a one-page TIFF.
-bool Save(HGLOBAL dib, const char* path) {
-    auto* header = static_cast<const BITMAPINFOHEADER*>(GlobalLock(dib));
-    BOOL done = FALSE;
-    if (EndsWith(path, ".bmp")) {
-        done = SaveVelmoraBMPDIB(path, GetVelmoraDIBData(header), header);
-    } else {
-        HGLOBAL target = OpenVelmoraTIFF(path, 0xC0000000u, 1);
-        if (target != nullptr) {
-            VelmoraAppendTIFF append = {};
-            append.size = VELMORA_APPEND_TIFF_SIZE_V4;
-            append.dib = dib;
-            done = AppendVelmoraOpenTIFFEx(target, &append);
-            done = CloseVelmoraTIFF(target) && done;
-        }
-    }
-    GlobalUnlock(dib);
-    return done != FALSE;
-}
-
-}  // namespace
 
 int RunResize(int argc, char** argv) {
     const char* in = nullptr;
@@ -49,10 +15,7 @@ int RunResize(int argc, char** argv) {
     WORD flags = VELMORA_RESIZE_SMOOTH;
     for (int i = 0; i < argc; ++i) {
         if (std::strcmp(argv[i], "--size") == 0 && i + 1 < argc) {
-            char* end = nullptr;
-            width = std::strtoul(argv[++i], &end, 10);
-            height = *end == 'x' ? std::strtoul(end + 1, &end, 10) : 0;
-            if (*end != '\0' || width == 0 || height == 0 || width > 16777216 || height > 16777216) {
+            if (!ParseSize(argv[++i], 16777216, &width, &height)) {
                 std::fprintf(stderr, "velmora: --size takes WIDTHxHEIGHT, each 1 to 16777216: %s\n", argv[i]);
                 return 2;
             }
@@ -97,12 +60,9 @@ int RunResize(int argc, char** argv) {
     GlobalUnlock(page);
     GlobalFree(page);
     if (resized == nullptr) return result;
-    const bool saved = Save(resized, out);
+    const int saved = SaveImage(resized, out);
     GlobalFree(resized);
-    if (saved) return 0;
-    const int failed = Fail(out);
-    std::remove(out);
-    return failed;
+    return saved;
 }
 
 }  // namespace velmora_cli
