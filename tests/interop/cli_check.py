@@ -33,6 +33,13 @@ def check_image_files(velmora, tmp, colour):
             ("PCX", "colour.pcx", rgb)):
         path, out = os.path.join(tmp, name), os.path.join(tmp, "rendered-" + name + ".bmp")
         write(path)
+        # Converted into a TIFF page, the file's pixels stay as they are.
+        converted = path + ".tif"
+        run(velmora, "convert", path, converted, "--compression", "lzw")
+        if ImageChops.difference(Image.open(converted).convert("RGB"),
+                                 Image.open(path).convert("RGB")).getbbox() is not None:
+            print("the %s file %s converted to TIFF differs" % (kind, name))
+            failures += 1
         info = json.loads(run(velmora, "info", path, "--json"))
         run(velmora, "render", path, "-o", out)
         theirs = Image.open(path).convert("RGB")
@@ -40,6 +47,24 @@ def check_image_files(velmora, tmp, colour):
                 ImageChops.difference(Image.open(out).convert("RGB"), theirs).getbbox() is not None:
             print("the %s file %s:" % (kind, name), info)
             failures += 1
+    # Every frame of an animated GIF becomes a page; a TIFF page written as a
+    # JPEG file reads in Pillow near its source.
+    frames = [Image.open(colour).convert("RGB").rotate(angle).quantize(64) for angle in (0, 90, 180)]
+    animated, pages = os.path.join(tmp, "animated.gif"), os.path.join(tmp, "animated.tif")
+    frames[0].save(animated, save_all=True, append_images=frames[1:])
+    run(velmora, "convert", animated, pages, "--pages", "2-3")
+    tiff = Image.open(pages)
+    for index, frame in enumerate(frames[1:]):
+        tiff.seek(index)
+        if ImageChops.difference(tiff.convert("RGB"), frame.convert("RGB")).getbbox() is not None:
+            print("frame %d of the GIF converted to TIFF differs" % (index + 2))
+            failures += 1
+    jpeg = os.path.join(tmp, "colour-page.jpg")
+    run(velmora, "convert", colour, jpeg, "--quality", "95")
+    if max(ImageStat.Stat(ImageChops.difference(Image.open(jpeg).convert("RGB"),
+                                                Image.open(colour).convert("RGB"))).mean) > 8:
+        print("the TIFF page saved as JPEG differs")
+        failures += 1
     return failures
 
 

@@ -1,4 +1,5 @@
-// velmora convert and velmora append: writing TIFF files page by page.
+// velmora convert and velmora append: writing TIFF files page by page, and
+// single pages as bitmaps or JPEG files.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -44,22 +45,66 @@ bool ParseColor(const char* text, LONG* target) {
     return false;
 }
 
-// Appends page `page` of `source` to `target` converted to the colour type
-// `color`: decoded, converted and coded again.
-BOOL AppendConverted(HGLOBAL target, HGLOBAL source, DWORD page, LONG color, VelmoraAppendTIFF* append) {
-    HGLOBAL dib = ReadVelmoraOpenTIFFDIBProgress(source, page, append->progress, 0);
-    if (dib == nullptr) return 0;
+// Where the pages come from: an open TIFF, or any other image file read
+// page by page (GIF frames, the single page of the others).
+struct Source {
+    const char* path = nullptr;
+    HGLOBAL tiff = nullptr;  // null for image files
+
+    Source() = default;
+    Source(const Source&) = delete;
+    Source& operator=(const Source&) = delete;
+    ~Source() {
+        if (tiff != nullptr) CloseVelmoraTIFF(tiff);
+    }
+
+    HGLOBAL Read(DWORD page, VelmoraProgressProc progress) const {
+        return tiff != nullptr ? ReadVelmoraOpenTIFFDIBProgress(tiff, page, progress, 0)
+                               : ReadVelmoraDIBProgress(path, page, progress, 0);
+    }
+};
+
+// Page `page` decoded and, with `convert`, turned into the colour type
+// `color`; null after an error.
+HGLOBAL ReadPage(const Source& source, DWORD page, bool convert, LONG color, VelmoraProgressProc progress) {
+    HGLOBAL dib = source.Read(page, progress);
+    if (dib == nullptr || !convert) return dib;
     auto* header = static_cast<const BITMAPINFOHEADER*>(GlobalLock(dib));
-    HGLOBAL converted = ChangeVelmoraDIBColorProgress(GetVelmoraDIBData(header), header, color, append->progress, 0);
+    HGLOBAL converted = ChangeVelmoraDIBColorProgress(GetVelmoraDIBData(header), header, color, progress, 0);
     GlobalUnlock(dib);
     GlobalFree(dib);
-    if (converted == nullptr) return 0;
-    append->sourceTIFF = nullptr;
-    append->sourcePage = 0;
-    append->dib = converted;
-    BOOL done = AppendVelmoraOpenTIFFEx(target, append);
-    GlobalFree(converted);
-    return done;
+    return converted;
+}
+
+// The document type a name asks for: a bitmap or a JPEG file by its
+// extension, TIFF otherwise.
+LONG OutputType(const char* path) {
+    const char* dot = std::strrchr(path, '.');
+    std::string extension = dot == nullptr ? "" : dot + 1;
+    for (char& c : extension) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+    if (extension == "bmp") return VELMORA_DOCTYPE_BMP;
+    if (extension == "jpg" || extension == "jpeg") return VELMORA_DOCTYPE_JPEG;
+    return VELMORA_DOCTYPE_TIFF;
+}
+
+// Writes one page as a bitmap or JPEG file.
+int SaveFile(const Source& source, DWORD page, bool convert, LONG color, WORD quality, const char* out) {
+    const VelmoraProgressProc progress = TerminalProgress();
+    HGLOBAL dib = ReadPage(source, page, convert, color, progress);
+    ClearProgress(progress);
+    if (dib == nullptr) return Fail(source.path);
+    VelmoraSaveDIBJPEGOptions jpeg = {};
+    jpeg.size = VELMORA_SAVE_DIB_JPEG_OPTIONS_SIZE_V1;
+    jpeg.quality = quality;
+    jpeg.options = VELMORA_SAVE_JPEG_JFIF;
+    VelmoraSaveDIBOptions options = {};
+    options.size = VELMORA_SAVE_DIB_OPTIONS_SIZE_V1;
+    options.jpeg = &jpeg;
+    auto* header = static_cast<const BITMAPINFOHEADER*>(GlobalLock(dib));
+    const BOOL saved = SaveVelmoraDIB(out, GetVelmoraDIBData(header), header, OutputType(out), &options);
+    GlobalUnlock(dib);
+    GlobalFree(dib);
+    return saved ? 0 : Fail(out);
 }
 
 bool ParseCompression(const char* text, WORD* code) {
@@ -96,12 +141,22 @@ bool ParsePages(const char* text, DWORD count, std::vector<DWORD>* pages) {
     return !pages->empty();
 }
 
-// The number of pages of an open TIFF: pages are asked for until the library
-// reports "IFD not found.".
-DWORD CountPages(HGLOBAL tiff) {
+// The pages of the source: a TIFF's pages are asked for until the library
+// reports "IFD not found.", a GIF's frames read until there is none, other
+// files have one.
+DWORD CountPages(const Source& source) {
     DWORD pages = 0;
-    DWORD width = 0, length = 0;
-    while (GetVelmoraTIFFSize(tiff, pages + 1, &width, &length)) ++pages;
+    if (source.tiff != nullptr) {
+        DWORD width = 0, length = 0;
+        while (GetVelmoraTIFFSize(source.tiff, pages + 1, &width, &length)) ++pages;
+    } else if (GetVelmoraDocumentType(source.path) == VELMORA_DOCTYPE_GIF) {
+        while (HGLOBAL frame = ReadVelmoraDIB(source.path, pages + 1)) {
+            GlobalFree(frame);
+            ++pages;
+        }
+    } else {
+        pages = 1;
+    }
     return pages;
 }
 
@@ -150,12 +205,19 @@ int RunConvert(int argc, char** argv) {
     }
     if (in == nullptr || out == nullptr) {
         std::fprintf(stderr,
-                     "usage: velmora convert IN.tif OUT.tif [--compression NAME] [--quality Q] [--pages LIST] "
+                     "usage: velmora convert IN OUT [--compression NAME] [--quality Q] [--pages LIST] "
                      "[--color TYPE]\n");
         return 2;
     }
-    HGLOBAL source = OpenVelmoraTIFF(in, 0x80000000u, 0);
-    if (source == nullptr) return Fail(in);
+    Source source;
+    source.path = in;
+    const LONG type = GetVelmoraDocumentType(in);
+    if (type == VELMORA_DOCTYPE_TIFF) {
+        source.tiff = OpenVelmoraTIFF(in, 0x80000000u, 0);
+        if (source.tiff == nullptr) return Fail(in);
+    } else if (type < 0) {
+        return Fail(in);
+    }
     const DWORD count = CountPages(source);
     std::vector<DWORD> pages;
     if (pageList == nullptr) {
@@ -163,22 +225,20 @@ int RunConvert(int argc, char** argv) {
     } else if (!ParsePages(pageList, count, &pages)) {
         std::fprintf(stderr, "velmora: %s: not pages of %s (%lu pages)\n", pageList, in,
                      static_cast<unsigned long>(count));
-        CloseVelmoraTIFF(source);
         return 2;
     }
-    HGLOBAL target = OpenVelmoraTIFF(out, 0xC0000000u, 1);
-    if (target == nullptr) {
-        int result = Fail(out);
-        CloseVelmoraTIFF(source);
-        return result;
+    if (pages.empty()) return Fail(in);
+    if (OutputType(out) != VELMORA_DOCTYPE_TIFF) {
+        // A bitmap or a JPEG file holds one page: the first one asked for.
+        return SaveFile(source, pages.front(), convertColor, color, quality, out);
     }
+    HGLOBAL target = OpenVelmoraTIFF(out, 0xC0000000u, 1);
+    if (target == nullptr) return Fail(out);
     const VelmoraProgressProc progress = TerminalProgress();
     int result = 0;
     for (DWORD page : pages) {
         VelmoraAppendTIFF append = {};
         append.size = VELMORA_APPEND_TIFF_SIZE_V4;
-        append.sourceTIFF = source;
-        append.sourcePage = page;
         append.compression = compression;
         if (quality != 0) {
             append.flags |= VELMORA_APPEND_JPEG_QUALITY;
@@ -188,8 +248,17 @@ int RunConvert(int argc, char** argv) {
             append.flags |= VELMORA_APPEND_PROGRESS;
             append.progress = progress;
         }
-        const BOOL done = convertColor ? AppendConverted(target, source, page, color, &append)
-                                       : AppendVelmoraOpenTIFFEx(target, &append);
+        BOOL done = FALSE;
+        if (source.tiff != nullptr && !convertColor) {
+            // The page is copied, keeping its coding unless another is asked for.
+            append.sourceTIFF = source.tiff;
+            append.sourcePage = page;
+            done = AppendVelmoraOpenTIFFEx(target, &append);
+        } else if (HGLOBAL dib = ReadPage(source, page, convertColor, color, progress)) {
+            append.dib = dib;
+            done = AppendVelmoraOpenTIFFEx(target, &append);
+            GlobalFree(dib);
+        }
         if (!done) {
             ClearProgress(progress);
             std::string what = std::string(in) + " page " + std::to_string(page);
@@ -199,7 +268,6 @@ int RunConvert(int argc, char** argv) {
     }
     ClearProgress(progress);
     if (!CloseVelmoraTIFF(target) && result == 0) result = Fail(out);
-    CloseVelmoraTIFF(source);
     if (result != 0) std::remove(out);
     return result;
 }

@@ -35,8 +35,10 @@ const Command kCommands[] = {
      "Windows bitmap.\n"
      "Shows progress on standard error when that is a terminal.",
      RunRender},
-    {"convert", "velmora convert IN.tif OUT.tif [--compression NAME] [--quality Q] [--pages LIST] [--color TYPE]",
-     "Write the pages of a TIFF file (all, or a list such as 1,3-5) into a new TIFF file. Pages\n"
+    {"convert", "velmora convert IN OUT [--compression NAME] [--quality Q] [--pages LIST] [--color TYPE]",
+     "Write the pages of a TIFF file, or of a BMP, GIF, JPEG, PCX or PNG file (all, or a list\n"
+     "such as 1,3-5; a GIF's frames are its pages) into a new TIFF file, or the first of them\n"
+     "into a bitmap (OUT.bmp) or a JPEG file (OUT.jpg). TIFF pages\n"
      "keep their coding unless --compression names another: g4, g3, g3-2d, mh (bi-level pages),\n"
      "lzw, deflate, packbits, none (every page), jpeg (grey and colour pages; --quality from 1 to\n"
      "100, 75 by default). --color converts every page\n"
