@@ -24,6 +24,9 @@ std::string JsonString(const char* text);
 HGLOBAL LoadJpeg(const char* path);
 // The arguments FILE [--json]: false when they are anything else.
 bool ParseFileAndJson(int argc, char** argv, const char** path, bool* json);
+// The document type a file name asks for: VELMORA_DOCTYPE_BMP or _JPEG by
+// its extension (any case), VELMORA_DOCTYPE_TIFF otherwise.
+LONG OutputType(const char* path);
 // WIDTHxHEIGHT, each 1 to `largest`: false for anything else.
 bool ParseSize(const char* text, unsigned long largest, unsigned long* width, unsigned long* height);
 // Writes `dib` to `path`: a Windows bitmap for a name ending in .bmp, else a

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #if defined(_WIN32)
@@ -90,6 +91,15 @@ bool ParseFileAndJson(int argc, char** argv, const char** path, bool* json) {
     return *path != nullptr;
 }
 
+LONG OutputType(const char* path) {
+    const char* dot = std::strrchr(path, '.');
+    std::string extension = dot == nullptr ? "" : dot + 1;
+    for (char& c : extension) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+    if (extension == "bmp") return VELMORA_DOCTYPE_BMP;
+    if (extension == "jpg" || extension == "jpeg") return VELMORA_DOCTYPE_JPEG;
+    return VELMORA_DOCTYPE_TIFF;
+}
+
 bool ParseSize(const char* text, unsigned long largest, unsigned long* width, unsigned long* height) {
     char* end = nullptr;
     *width = std::strtoul(text, &end, 10);
@@ -98,9 +108,8 @@ bool ParseSize(const char* text, unsigned long largest, unsigned long* width, un
 }
 
 int SaveImage(HGLOBAL dib, const char* path) {
-    const size_t length = std::strlen(path);
     int result = 0;
-    if (length >= 4 && (std::strcmp(path + length - 4, ".bmp") == 0 || std::strcmp(path + length - 4, ".BMP") == 0)) {
+    if (OutputType(path) == VELMORA_DOCTYPE_BMP) {
         auto* header = static_cast<const BITMAPINFOHEADER*>(GlobalLock(dib));
         if (!SaveVelmoraBMPDIB(path, GetVelmoraDIBData(header), header)) result = Fail(path);
         GlobalUnlock(dib);

@@ -76,17 +76,6 @@ HGLOBAL ReadPage(const Source& source, DWORD page, bool convert, LONG color, Vel
     return converted;
 }
 
-// The document type a name asks for: a bitmap or a JPEG file by its
-// extension, TIFF otherwise.
-LONG OutputType(const char* path) {
-    const char* dot = std::strrchr(path, '.');
-    std::string extension = dot == nullptr ? "" : dot + 1;
-    for (char& c : extension) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
-    if (extension == "bmp") return VELMORA_DOCTYPE_BMP;
-    if (extension == "jpg" || extension == "jpeg") return VELMORA_DOCTYPE_JPEG;
-    return VELMORA_DOCTYPE_TIFF;
-}
-
 // Writes one page as a bitmap or JPEG file.
 int SaveFile(const Source& source, DWORD page, bool convert, LONG color, WORD quality, const char* out) {
     const VelmoraProgressProc progress = TerminalProgress();
