@@ -146,17 +146,38 @@ void CloseOwnedTiff(TiffFile* tiff, ErrorRecord* record) {
     }
 }
 
-// Attaches the companion annotation file of `path` in `mode`. The companion
-// is an annotation store in the library's annotation format, and reading
-// one belongs to the annotation layer, which this build does not have yet:
-// until it does, no file loads as a companion and the pages keep their own
-// annotations, as for a companion that does not exist. Once it does, this
-// loads CompanionPath(path) into document->companion, ignoring a file that
-// is missing or does not load, and links the TIFF to the document so that
-// the TIFF's annotation queries see the companion.
+// The largest companion file read: a store of annotations for every page of
+// a document is far smaller.
+constexpr uint64_t kMaxCompanionSize = 64u << 20;
+
+// Attaches the companion annotation file of `path` in `mode`: its bytes
+// become the document's companion and the TIFF is linked to the document,
+// so that the TIFF's annotation queries see it. What the bytes hold is the
+// annotation layer's business; a file that is missing, empty, too large or
+// unreadable is ignored, like one that does not hold an annotation store.
 void AttachCompanion(TiffDocument* document, const char16_t* path, uint8_t mode) {
-    static_cast<void>(path);
     document->companionMode = mode;
+    ErrorRecord record;
+    const std::u16string name = CompanionPath(path);
+    Stream* stream = OpenFileStream(name.c_str(), kStreamRead, true, false, &record);
+    if (stream == nullptr) return;
+    const uint64_t size = StreamSize64(stream, &record);
+    HGLOBAL bytes = nullptr;
+    if (record.ok() && size >= 4 && size <= kMaxCompanionSize) {
+        bytes = AllocHandle(static_cast<size_t>(size), 0, &record);
+        if (bytes != nullptr) {
+            StreamSeek(stream, 0, &record);
+            StreamRead(stream, platform::MemLock(bytes), static_cast<uint32_t>(size), kErrBadFileData, &record);
+            platform::MemUnlock(bytes);
+        }
+    }
+    CloseStream(stream, &record);
+    if (record.failed()) {
+        FreeHandle(&bytes);
+        return;
+    }
+    document->companion = bytes;
+    if (bytes != nullptr) document->tiff->document = document;
 }
 
 }  // namespace
@@ -198,6 +219,7 @@ void CloseTiffDocument(TiffDocument* document, ErrorRecord* record) {
     if (record == nullptr) record = &ignored;
     // The TIFF owns the file stream it was opened with, so closing the TIFF
     // closes the stream as well.
+    if (document->tiff->document == document) document->tiff->document = nullptr;
     if ((document->flags & kDocumentOwnsTiff) != 0) CloseOwnedTiff(document->tiff, record);
     FreeDocument(document);
 }

@@ -66,7 +66,7 @@ struct TiffDocument {
     uint32_t rowCount;
     uint32_t rowCapacity;
     uint32_t pageCount;
-    HGLOBAL companion;  // the annotation store of the ".art" file, or null
+    HGLOBAL companion;  // the bytes of the ".art" file, or null
     TiffFile* tiff;
     HGLOBAL self;
 };

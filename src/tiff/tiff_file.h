@@ -74,6 +74,8 @@ struct TiffDirectoryRow {
     uint64_t count;
 };
 
+struct TiffDocument;
+
 struct TiffFile {
     uint32_t signature;
     uint32_t flags;
@@ -104,6 +106,9 @@ struct TiffFile {
     // the TIFF closes.
     void* writer;
     void (*finishWriter)(TiffFile* tiff, ErrorRecord* record);
+    // The document whose companion annotation file the annotation queries
+    // of this TIFF consult, or null.
+    const TiffDocument* document;
 };
 
 // Opens the TIFF at `baseOffset` of `stream`. A stream that existed before
