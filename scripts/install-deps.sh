@@ -9,7 +9,7 @@ packages=(cmake make g++ python3)
 if [[ "${1:-main}" == "test" ]]; then
   packages+=(googletest clang-14 libclang-rt-14-dev pkg-config libtiff-tools libtiff-dev zlib1g-dev
              imagemagick python3-pil python3-numpy libbenchmark-dev
-             libjpeg-turbo-progs libjpeg62-turbo-dev time
+             libjpeg-turbo-progs libjpeg62-turbo-dev libpng-dev time
              g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix binutils-mingw-w64-x86-64
              binutils-mingw-w64-i686 wine wine64)
 fi

@@ -1,0 +1,3 @@
+pkg_check_modules(PEER_PNG REQUIRED IMPORTED_TARGET libpng)
+velmora_benchmark(image_file_bench)
+target_link_libraries(image_file_bench PRIVATE PkgConfig::PEER_PNG)
