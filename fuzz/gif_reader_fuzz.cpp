@@ -26,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (!reader.Open(stream, &record) || !reader.FindFrame(frame, &found, &record)) continue;
         if (uint64_t{found.width} * found.height > kMaxPixels) continue;
         StreamSeek(stream, 0, &record);
-        HGLOBAL dib = ReadGifDib(stream, frame, nullptr, &record);
+        HGLOBAL dib = ReadGifDib(stream, frame, nullptr, nullptr, &record);
         FreeImage(&dib);
         ErrorRecord again;
         dib = shared.ReadFrame(frame, nullptr, &again);

@@ -1274,6 +1274,13 @@ VELMORA_EXPORT HGLOBAL VELMORA_API CopyVelmoraDIBToDIB(const RECT *rect, const v
 #define VELMORA_READ_DIB_WIDE_PATH  0x0001u /* path is a wide string */
 #define VELMORA_READ_DIB_OPTIONS    0x0002u /* options is valid (needs the largest record) */
 
+/* Options of VelmoraReadDIB (with VELMORA_READ_DIB_OPTIONS); 0x0004 and
+   0x0008 are accepted and change nothing. */
+#define VELMORA_READ_DIB_FAST           0x0001u /* TIFF pages as with VELMORA_READ_TIFF_FAST */
+#define VELMORA_READ_DIB_REPORT_DAMAGE  0x0002u /* a successful read sets the last error: 0 for a
+                                                   sound file, VELMORA_ERROR_BAD_FILE_DATA for a
+                                                   damaged one read all the same (see below) */
+
 /* The parameters of ReadVelmoraDIBEx. */
 typedef struct VelmoraReadDIB {
     WORD size;                    /* VELMORA_READ_DIB_SIZE_V1 ... _V3 */
@@ -1287,7 +1294,7 @@ typedef struct VelmoraReadDIB {
     /* _V2 */
     DWORD flags;                  /* VELMORA_READ_DIB_... */
     /* _V3 */
-    DWORD options;                /* below 16, passed to the TIFF page reader */
+    DWORD options;                /* VELMORA_READ_DIB_FAST ... (below 16) */
 } VelmoraReadDIB;
 
 #define VELMORA_READ_DIB_SIZE_V1 VELMORA_SIZE_THROUGH(VelmoraReadDIB, progressUser)
@@ -1310,6 +1317,12 @@ typedef struct VelmoraReadDIB {
  * bits, truncating). A wrong stored file size, bit-field pixels exactly 12
  * bytes short (read as 0) and damaged run-length data (cut or left at index
  * 0) do not fail the read.
+ *
+ * Damage read all the same, which VELMORA_READ_DIB_REPORT_DAMAGE reports:
+ * those BMP faults; GIF, PCX and PNG image data that ends early or breaks
+ * its coding (the pixels decoded before it are kept, the rest are zero); a
+ * PNG background chunk after the image data. JPEG and TIFF files always
+ * report 0.
  *
  * Returns NULL on failure: 998 for an unreadable record, path (NULL
  * included) or callback; 87 for a wrong size, page 0, an offsetHigh of

@@ -464,10 +464,12 @@ HGLOBAL GifReader::ReadFrame(uint32_t frame, ProgressReporter* progress, ErrorRe
     return dib;
 }
 
-HGLOBAL ReadGifDib(Stream* stream, uint32_t frame, ProgressReporter* progress, ErrorRecord* record) {
+HGLOBAL ReadGifDib(Stream* stream, uint32_t frame, ProgressReporter* progress, bool* damaged, ErrorRecord* record) {
     GifReader reader;
     if (!reader.Open(stream, record)) return nullptr;
-    return reader.ReadFrame(frame, progress, record);
+    HGLOBAL dib = reader.ReadFrame(frame, progress, record);
+    if (damaged != nullptr) *damaged = reader.damaged();
+    return dib;
 }
 
 }  // namespace velmora

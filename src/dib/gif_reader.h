@@ -78,7 +78,8 @@ private:
 };
 
 // Reads frame `frame` (from 1) of the GIF that starts at the stream's current
-// position into a new packed DIB; null with the error in `record`.
-HGLOBAL ReadGifDib(Stream* stream, uint32_t frame, ProgressReporter* progress, ErrorRecord* record);
+// position into a new packed DIB; null with the error in `record`. `damaged`
+// (may be null) tells whether the frame's image data ended it early.
+HGLOBAL ReadGifDib(Stream* stream, uint32_t frame, ProgressReporter* progress, bool* damaged, ErrorRecord* record);
 
 }  // namespace velmora

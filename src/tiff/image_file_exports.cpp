@@ -83,8 +83,13 @@ HGLOBAL VELMORA_API ReadVelmoraDIBEx(const VelmoraReadDIB* read) {
     }
     velmora::ProgressReporter progress(read->progress, read->progressUser);
     const uint64_t offset = uint64_t{read->offsetHigh} << 32 | read->offsetLow;
-    HGLOBAL dib = velmora::ReadImageFileDib(path, read->page, offset, options, &progress, &call.record);
-    return call.Finish() ? dib : nullptr;
+    bool damaged = false;
+    HGLOBAL dib = velmora::ReadImageFileDib(path, read->page, offset,
+                                            (options & VELMORA_READ_DIB_FAST) ? velmora::kReadImageFast : 0, &progress,
+                                            &damaged, &call.record);
+    if (!call.Finish()) return nullptr;
+    if (options & VELMORA_READ_DIB_REPORT_DAMAGE) velmora::SetErrorCode(damaged ? VELMORA_ERROR_BAD_FILE_DATA : 0);
+    return dib;
 }
 
 HGLOBAL VELMORA_API ReadVelmoraDIBOffsetProgress(LPCSTR path, DWORD page, DWORD offset, VelmoraProgressProc progress,

@@ -12,6 +12,7 @@
 #include "jpeg/jpeg_encoder.h"
 #include "tiff/document_type.h"
 #include "tiff/page_decoder.h"
+#include "tiff/page_info.h"
 #include "tiff/page_writer.h"
 #include "tiff/tiff_file.h"
 
@@ -34,7 +35,8 @@ int32_t ProbeType(Stream* stream, uint64_t offset, ErrorRecord* record) {
     return DocumentTypeOfBytes(bytes, got);
 }
 
-HGLOBAL ReadTiffPage(const std::u16string& path, uint32_t page, ProgressReporter* progress, ErrorRecord* record) {
+HGLOBAL ReadTiffPage(const std::u16string& path, uint32_t page, uint32_t readFlags, ProgressReporter* progress,
+                     ErrorRecord* record) {
     TiffFile* tiff = OpenTiffFile(path.c_str(), kStreamRead, false, record);
     if (tiff == nullptr) return nullptr;
     HGLOBAL dib = nullptr;
@@ -42,7 +44,7 @@ HGLOBAL ReadTiffPage(const std::u16string& path, uint32_t page, ProgressReporter
     if (record->ok() && page > pages) {
         Fail(record, kErrInvalidParameter);
     } else if (record->ok()) {
-        dib = ReadUprightPage(tiff, page, 0, progress, record);
+        dib = ReadUprightPage(tiff, page, readFlags, progress, record);
     }
     CloseTiff(tiff, nullptr);
     if (record->failed()) FreeImage(&dib);
@@ -96,8 +98,10 @@ bool WriteTiffFile(const std::u16string& path, const BITMAPINFOHEADER* header, c
 }  // namespace
 
 HGLOBAL ReadImageFileDib(const std::u16string& path, uint32_t page, uint64_t offset, uint32_t options,
-                         ProgressReporter* progress, ErrorRecord* record) {
-    (void)options;
+                         ProgressReporter* progress, bool* damaged, ErrorRecord* record) {
+    bool repaired = false;
+    if (damaged == nullptr) damaged = &repaired;
+    *damaged = false;
     if (record->failed()) return nullptr;
     Stream* stream = OpenFileStream(path.c_str(), kStreamRead, true, false, record);
     if (stream == nullptr) return nullptr;
@@ -117,25 +121,21 @@ HGLOBAL ReadImageFileDib(const std::u16string& path, uint32_t page, uint64_t off
     } else {
         StreamSeek64(stream, offset, record);
         switch (type) {
-            case kDocumentBmp: {
-                // A tolerated fault has no way out of this read; the DIB stands.
-                bool warning = false;
-                dib = ReadBmpDib(stream, progress, &warning, record);
-                break;
-            }
+            case kDocumentBmp: dib = ReadBmpDib(stream, progress, damaged, record); break;
             case kDocumentJpeg:
                 dib = jpeg::DecodeJpegToDib(jpeg::JpegSource::FromStream(stream), progress, record);
                 break;
-            case kDocumentTiff:
-                break;  // read below, through its own file
-            case kDocumentGif: dib = ReadGifDib(stream, page, progress, record); break;
-            case kDocumentPcx: dib = ReadPcxDib(stream, progress, record); break;
-            case kDocumentPng: dib = ReadPngDib(stream, progress, record); break;
+            case kDocumentTiff: break;  // read below, through its own file
+            case kDocumentGif: dib = ReadGifDib(stream, page, progress, damaged, record); break;
+            case kDocumentPcx: dib = ReadPcxImage(stream, progress, damaged, record); break;
+            case kDocumentPng: dib = ReadPngDib(stream, progress, nullptr, damaged, record); break;
             default: Fail(record, kErrUnsupportedType); break;
         }
     }
     CloseStream(stream, nullptr);
-    if (record->ok() && type == kDocumentTiff) dib = ReadTiffPage(path, page, progress, record);
+    if (record->ok() && type == kDocumentTiff) {
+        dib = ReadTiffPage(path, page, (options & kReadImageFast) ? kReadFast : 0, progress, record);
+    }
     if (record->failed()) FreeImage(&dib);
     return dib;
 }

@@ -20,6 +20,9 @@ constexpr int32_t kDocumentPcx = 4;
 constexpr int32_t kDocumentPng = 5;
 constexpr int32_t kDocumentTiff = 6;
 
+// Options of ReadImageFileDib.
+constexpr uint32_t kReadImageFast = 0x1;  // TIFF pages by the faster, reduced-quality decode
+
 // Page `page` (from 1) of the image that starts `offset` bytes into the file
 // at `path`, told by its content, as a new packed DIB:
 //   BMP, JPEG, PCX, PNG: page 1 only (87 for another);
@@ -27,11 +30,13 @@ constexpr int32_t kDocumentTiff = 6;
 //   TIFF: the page's directory read upright (87 when there is no such page);
 //   PCX, PNG and TIFF must start the file (87 for an offset);
 //   an unrecognised file is 0x02000002, any other type 0x0200001B.
-// `options` (below 16) are the annotation options of the TIFF page reader;
-// pages are read without burning annotations in, so they change nothing yet.
+// `options` holds kReadImage... bits. `damaged` (may be null) tells whether
+// the file was read despite a fault its reader tolerates: a BMP's wrong
+// stored size, short bit-field pixels or bad run-length data, image data of
+// a GIF, PCX or PNG that ends early or is damaged, a PNG's late bKGD.
 // Null with the record set on failure.
 HGLOBAL ReadImageFileDib(const std::u16string& path, uint32_t page, uint64_t offset, uint32_t options,
-                         ProgressReporter* progress, ErrorRecord* record);
+                         ProgressReporter* progress, bool* damaged, ErrorRecord* record);
 
 // How SaveImageFile writes each type.
 struct SaveFileOptions {

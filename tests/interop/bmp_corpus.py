@@ -10,13 +10,12 @@ With --decode FILE..., writes FILE.expect of each file as Pillow decodes it
 (bits 0: any depth)."""
 import os
 import struct
-import subprocess
 import sys
 
 import numpy as np
 from PIL import Image
 
-CONVERT = "/usr/bin/convert"
+from peer_images import magick, magick_rgb, pillow_rgb
 out = sys.argv[1]
 rng = np.random.default_rng(20261125)
 
@@ -43,17 +42,15 @@ def header_facts(name):
     return size, bits, compression, -1 if height < 0 else 1
 
 
-def expect(name, bits, header=None, depth=None, compression=None, top_down=False, reduce=None):
-    """Pillow's pixels of NAME.bmp as NAME.expect, after checking that the
+def expect(name, bits, header=None, depth=None, compression=None, top_down=False, reduce=None, peer=pillow_rgb):
+    """The peer's pixels of NAME.bmp as NAME.expect, after checking that the
     file is what the case says it is."""
     size, file_bits, file_compression, direction = header_facts(name)
     assert header is None or size == header, (name, size)
     assert depth is None or file_bits == depth, (name, file_bits)
     assert compression is None or file_compression == compression, (name, file_compression)
     assert (direction < 0) == top_down, name
-    im = Image.open(path(name))
-    im.load()
-    rgb = np.asarray(im.convert("RGB")).astype(np.uint32)
+    rgb = peer(path(name)).astype(np.uint32)
     if reduce is not None:
         rgb = reduce(rgb)
     with open(os.path.join(out, name + ".expect"), "wb") as f:
@@ -73,9 +70,9 @@ def fields565(rgb):
     return reduced
 
 
-def magick(source, name, form, *arguments):
+def magick_bmp(source, name, form, *arguments):
     """ImageMagick's `form` ("bmp", "bmp3", "bmp2") of the source."""
-    subprocess.run([CONVERT, source, *arguments, form + ":" + path(name)], check=True)
+    magick(source, *arguments, form + ":" + path(name))
 
 
 def pixel_offset(data):
@@ -130,6 +127,32 @@ def masks_after_header(source, name):
     write(name, info(width, height, bits, 3), masks, b"".join(rows(data, width, height, bits)))
 
 
+def rle4(name, width, height):
+    """Random RLE4 data, which neither peer writes: runs of alternating pixel
+    pairs, absolute stretches of odd and even length padded to 16 bits, a
+    delta and rows ended early, whose skipped pixels stay at index 0."""
+    coded = bytearray()
+    for y in range(height):
+        x = 0
+        if y == 2:
+            coded += bytes([0, 2, 5, 0])
+            x = 5
+        end = width - 3 if y == 4 else width
+        while x < end:
+            n = int(rng.integers(1, min(end - x, 14) + 1))
+            nibbles = rng.integers(0, 16, n + 1)
+            if n >= 3 and rng.random() < 0.5:
+                packed = bytes(int(a) << 4 | int(b) for a, b in zip(nibbles[0:n:2], nibbles[1:n + 1:2]))
+                coded += bytes([0, n]) + packed + bytes(len(packed) % 2)
+            else:
+                coded += bytes([n, int(nibbles[0]) << 4 | int(nibbles[1])])
+            x += n
+        coded += bytes([0, 0])
+    coded[-1] = 1
+    table = bytes(int(v) for v in rng.integers(0, 256, 64))
+    write(name, info(width, height, 4, 2, len(coded), 16), table, bytes(coded))
+
+
 def high_colour(name, rgb):
     """16-bit pixels without bit fields: 5-5-5, bits 10-14 red."""
     height, width = rgb.shape[:2]
@@ -165,18 +188,18 @@ def main():
 
     # ImageMagick: every palette depth, RLE8, bit fields, the core header
     # and the 124-byte header.
-    magick(source, "magick_1bit", "bmp3", "-type", "bilevel")
-    magick(source, "magick_4bit", "bmp3", "-colors", "16", "-type", "palette")
-    magick(source, "magick_8bit", "bmp3", "-colors", "200", "-type", "palette", "-compress", "None")
-    magick(source, "magick_rle8", "bmp3", "-colors", "40", "-compress", "RLE")
-    magick(source, "magick_24", "bmp3", "-type", "truecolor")
-    magick(source, "magick_565", "bmp", "-define", "bmp:subtype=RGB565")
-    magick(source, "magick_555", "bmp", "-define", "bmp:subtype=RGB555")
-    magick(alpha, "magick_argb", "bmp")
-    magick(source, "core_1bit", "bmp2", "-type", "bilevel")
-    magick(source, "core_4bit", "bmp2", "-colors", "16", "-type", "palette")
-    magick(source, "core_8bit", "bmp2", "-colors", "200", "-type", "palette")
-    magick(source, "core_24", "bmp2", "-type", "truecolor")
+    magick_bmp(source, "magick_1bit", "bmp3", "-type", "bilevel")
+    magick_bmp(source, "magick_4bit", "bmp3", "-colors", "16", "-type", "palette")
+    magick_bmp(source, "magick_8bit", "bmp3", "-colors", "200", "-type", "palette", "-compress", "None")
+    magick_bmp(source, "magick_rle8", "bmp3", "-colors", "40", "-compress", "RLE")
+    magick_bmp(source, "magick_24", "bmp3", "-type", "truecolor")
+    magick_bmp(source, "magick_565", "bmp", "-define", "bmp:subtype=RGB565")
+    magick_bmp(source, "magick_555", "bmp", "-define", "bmp:subtype=RGB555")
+    magick_bmp(alpha, "magick_argb", "bmp")
+    magick_bmp(source, "core_1bit", "bmp2", "-type", "bilevel")
+    magick_bmp(source, "core_4bit", "bmp2", "-colors", "16", "-type", "palette")
+    magick_bmp(source, "core_8bit", "bmp2", "-colors", "200", "-type", "palette")
+    magick_bmp(source, "core_24", "bmp2", "-type", "truecolor")
     for name in ("magick_1bit", "magick_4bit", "magick_8bit"):
         expect(name, int(name.split("_")[1][0]), header=40, compression=0)
     expect("magick_rle8", 8, depth=8, compression=1)
@@ -189,8 +212,9 @@ def main():
 
     # What neither writes: 5-5-5 without bit fields, top-down rows, a
     # 108-byte header (with its own masks), masks after a 40-byte header.
-    # (RLE4, which neither writes either, is read from the library's own
-    # files that Pillow reads back in the test.)
+    # RLE4 as ImageMagick reads it (Pillow drops pixels after an absolute
+    # stretch of odd length); the library's own RLE4 files are read back by
+    # both peers in the test.
     high_colour("plain_555", rgb[:, :17])
     expect("plain_555", 16, depth=16, compression=0, reduce=fields555)
     top_down("pillow_rgb", "top_down_24")
@@ -205,15 +229,17 @@ def main():
     expect("header108_32", 24, header=108, depth=32, compression=3)
     masks_after_header("magick_565", "header40_565")
     expect("header40_565", 16, header=40, depth=16, compression=3, reduce=fields565)
+    rle4("script_rle4", 29, 9)
+    expect("script_rle4", 4, header=40, depth=4, compression=2, peer=magick_rgb)
     os.remove(source)
     os.remove(alpha)
 
 
 def decode(paths):
     for name in paths:
-        im = Image.open(name)
-        im.load()
-        rgb = np.asarray(im.convert("RGB"))
+        rgb = pillow_rgb(name)
+        if struct.unpack_from("<I", open(name, "rb").read(), 30)[0] == 2:
+            assert (magick_rgb(name) == rgb).all(), name + ": ImageMagick reads the RLE4 file otherwise"
         with open(name + ".expect", "wb") as f:
             f.write(b"%d %d 0\n" % (rgb.shape[1], rgb.shape[0]) + rgb.tobytes())
 

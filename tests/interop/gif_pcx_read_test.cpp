@@ -123,7 +123,7 @@ TEST_F(GifPcxRead, EveryFrameAndImageMatchesPillow) {
         }
         FileStream own(file);
         ErrorRecord record;
-        Dib fresh{gif ? ReadGifDib(own.get(), frame, nullptr, &record) : ReadPcxDib(own.get(), nullptr, &record)};
+        Dib fresh{gif ? ReadGifDib(own.get(), frame, nullptr, nullptr, &record) : ReadPcxDib(own.get(), nullptr, &record)};
         if (width == 0) {
             EXPECT_EQ(fresh.handle, nullptr);
             EXPECT_EQ(record.code, 0x02000003u);
