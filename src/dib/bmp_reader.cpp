@@ -262,26 +262,29 @@ private:
 
 // Decodes RLE8 or RLE4 data into the zeroed rows. Runs past the row's end or
 // the image's last row are cut, and data that ends without the end-of-bitmap
-// code stops the decoding; both only set the warning.
+// code stops the decoding; both only set the warning. Some writers code each
+// row's padding too: pixels past the width that stay within the stored row
+// are dropped without a warning.
 bool DecodeRuns(Stream* stream, const BmpLayout& layout, BITMAPINFOHEADER* header, uint8_t* bits, bool* warning,
                 ProgressReporter* progress, ErrorRecord* record) {
     const uint64_t stride = RowStride(header);
     const uint32_t width = static_cast<uint32_t>(layout.width);
     const uint32_t height = layout.height;
     const bool nibbles = layout.compression == kRle4;
+    const uint64_t rowPixels = nibbles ? 2 * stride : stride;
     uint32_t x = 0, y = 0;
     auto put = [&](uint8_t value) {
-        if (x >= width || y >= height) {
+        if (x < width && y < height) {
+            uint8_t* row = StoredRow(layout, bits, stride, y);
+            if (nibbles) {
+                row[x / 2] |= (x & 1) ? value : static_cast<uint8_t>(value << 4);
+            } else {
+                row[x] = value;
+            }
+        } else if (x >= rowPixels || y >= height) {
             *warning = true;
-            return;
         }
-        uint8_t* row = StoredRow(layout, bits, stride, y);
-        if (nibbles) {
-            row[x / 2] |= (x & 1) ? value : static_cast<uint8_t>(value << 4);
-        } else {
-            row[x] = value;
-        }
-        ++x;
+        if (x < rowPixels) ++x;
     };
 
     StreamSeek64(stream, layout.pixelsAt, record);

@@ -1,13 +1,14 @@
 #!/usr/bin/env python3
 """Writes BMP files of every kind the library reads into a directory, with
 Pillow, ImageMagick and (for what neither writes) a few lines of struct, and
-beside each NAME.bmp a NAME.expect: "width height bits\\n", then the pixels
-Pillow decodes, top row first, as red, green, blue bytes. `bits` is the depth
-the library's DIB must have: 32-bit files become 24-bit DIBs, and 16-bit
-files 5-5-5 DIBs, whose expected bytes are then the 5-bit fields.
+lists each with the pixels Pillow decodes (ImageMagick for RLE4) and the
+depth the library's DIB must have: 32-bit files become 24-bit DIBs, and
+16-bit files 5-5-5 DIBs, whose expected colours are then their 5-bit fields
+widened.
 
-With --decode FILE..., writes FILE.expect of each file as Pillow decodes it
-(bits 0: any depth)."""
+With --decode DIRECTORY FILE..., lists the library's saved files as Pillow
+decodes them in saved.txt, after checking that they hold the pixels of the
+corpus files they were saved from (and, for RLE4, that ImageMagick agrees)."""
 import os
 import struct
 import sys
@@ -15,8 +16,10 @@ import sys
 import numpy as np
 from PIL import Image
 
-from peer_images import magick, magick_rgb, pillow_rgb
-out = sys.argv[1]
+from peer_images import Cases, magick, magick_rgb, pillow_rgb
+
+out = sys.argv[-1] if sys.argv[1] != "--decode" else sys.argv[2]
+cases = Cases(out)
 rng = np.random.default_rng(20261125)
 
 
@@ -43,8 +46,8 @@ def header_facts(name):
 
 
 def expect(name, bits, header=None, depth=None, compression=None, top_down=False, reduce=None, peer=pillow_rgb):
-    """The peer's pixels of NAME.bmp as NAME.expect, after checking that the
-    file is what the case says it is."""
+    """Lists NAME.bmp with the peer's pixels, after checking that the file is
+    what the case says it is."""
     size, file_bits, file_compression, direction = header_facts(name)
     assert header is None or size == header, (name, size)
     assert depth is None or file_bits == depth, (name, file_bits)
@@ -52,14 +55,12 @@ def expect(name, bits, header=None, depth=None, compression=None, top_down=False
     assert (direction < 0) == top_down, name
     rgb = peer(path(name)).astype(np.uint32)
     if reduce is not None:
-        rgb = reduce(rgb)
-    with open(os.path.join(out, name + ".expect"), "wb") as f:
-        f.write(b"%d %d %d\n" % (rgb.shape[1], rgb.shape[0], bits))
-        f.write(rgb.astype(np.uint8).tobytes())
+        rgb = reduce(rgb) * 255 // 31
+    cases.add(path(name), rgb, bits)
 
 
 def fields555(rgb):
-    # 5-bit fields widen to 8 bits with their top bits kept, however a reader widens them.
+    # 5-bit fields keep the top bits of 8, however a reader widens them.
     return rgb >> 3
 
 
@@ -236,15 +237,18 @@ def main():
 
 
 def decode(paths):
-    for name in paths:
-        rgb = pillow_rgb(name)
-        if struct.unpack_from("<I", open(name, "rb").read(), 30)[0] == 2:
-            assert (magick_rgb(name) == rgb).all(), name + ": ImageMagick reads the RLE4 file otherwise"
-        with open(name + ".expect", "wb") as f:
-            f.write(b"%d %d 0\n" % (rgb.shape[1], rgb.shape[0]) + rgb.tobytes())
+    for saved in paths:
+        rgb = pillow_rgb(saved)
+        source = os.path.basename(saved).split(".")[0] + ".bmp.p1.rgb"
+        assert (rgb.reshape(-1) == np.fromfile(os.path.join(out, source), np.uint8)).all(), saved
+        if struct.unpack_from("<I", open(saved, "rb").read(), 30)[0] == 2:
+            assert (magick_rgb(saved) == rgb).all(), saved + ": ImageMagick reads the RLE4 file otherwise"
+        cases.add(saved, rgb, 0)
 
 
-if out == "--decode":
-    decode(sys.argv[2:])
+if sys.argv[1] == "--decode":
+    cases.listing = "saved.txt"
+    decode(sys.argv[3:])
 else:
     main()
+cases.write()
