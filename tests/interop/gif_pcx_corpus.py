@@ -1,22 +1,21 @@
 """Writes GIF and PCX files with Pillow and ImageMagick into a directory, and
-for every GIF frame and PCX image Pillow's reading of it as raw RGB.
+lists every GIF frame and PCX image with Pillow's reading of it.
 
-Each line of cases.txt reads: file frame width height bitcount expected-raw.
 A GIF frame is the frame's own rectangle; Pillow's pixels are taken from that
 rectangle of its frame, which for the frames here (no transparency after the
-first) are the frame's own colours. A line with width 0 names a frame past
-the last one.
+first) are the frame's own colours. Each GIF also lists the frame past its
+last one.
 """
-import io
-import subprocess
 import sys
 
 import numpy as np
 from PIL import Image
 
+from peer_images import Cases, magick, pillow_rgb
+
 out = sys.argv[1]
 rng = np.random.default_rng(20261125)
-lines = []
+cases = Cases(out)
 
 
 def palette_image(width, height, colours):
@@ -47,24 +46,12 @@ def expect_gif(name, version=None, interlaced=None):
         if interlaced is not None:
             assert bool(image.tile[0][3][1]) == interlaced, name
         image.load()
-        rgb = image.convert("RGB").crop(box)
-        raw = f"{name}.f{index + 1}.rgb"
-        with open(f"{out}/{raw}", "wb") as f:
-            f.write(rgb.tobytes())
-        lines.append(f"{name}.gif {index + 1} {rgb.size[0]} {rgb.size[1]} 8 {raw}")
-    lines.append(f"{name}.gif {frames + 1} 0 0 0 -")
+        cases.add(path, np.asarray(image.convert("RGB").crop(box)), 8, page=index + 1)
+    cases.past_the_end(path, frames + 1)
 
 
 def expect_pcx(name, bitcount):
-    image = Image.open(f"{out}/{name}.pcx")
-    raw = f"{name}.rgb"
-    with open(f"{out}/{raw}", "wb") as f:
-        f.write(image.convert("RGB").tobytes())
-    lines.append(f"{name}.pcx 1 {image.size[0]} {image.size[1]} {bitcount} {raw}")
-
-
-def magick(*args):
-    subprocess.run(["/usr/bin/convert", *args], check=True, capture_output=True)
+    cases.add(f"{out}/{name}.pcx", pillow_rgb(f"{out}/{name}.pcx"), bitcount, resolution=(0, 0))
 
 
 # GIF: every table size, 87a and 89a, odd sizes, both writers.
@@ -162,5 +149,4 @@ def planar16(name, width, height):
 planar16("planar16", 37, 9)
 planar16("planar16_narrow", 3, 4)
 
-with open(f"{out}/cases.txt", "w") as f:
-    f.write("\n".join(lines) + "\n")
+cases.write()
