@@ -1,19 +1,14 @@
-"""Writes a corpus of PNG files and, for each, what a DIB read of it must hold.
+"""Writes a corpus of PNG files and lists each with the pixels a DIB read of
+it must hold.
 
 Usage: png_corpus.py DIRECTORY
 
 Some files are written by Pillow itself, the rest by the small writer below,
 which covers what Pillow cannot write (2- and 4-bit grey, 16-bit colour,
 Adam7 interlacing, every filter type, split image data, bKGD, aspect-only
-pHYs). The expected pixels always come from Pillow's decoding of the file,
+pHYs). The expected colours always come from Pillow's decoding of the file,
 reduced as the DIB reader reduces them: 16-bit samples keep the high byte,
-2-bit values become the 4-bit values 0, 5, 10, 15 of a 16-level ramp
-(palette indices stay as they are), alpha is dropped.
-
-DIRECTORY/manifest.txt gets one line per file:
-    name dibBits width height xPelsPerMeter yPelsPerMeter tableCount hasAlpha
-beside name.png: name.pix (indices, one byte per pixel, or red, green, blue),
-name.pal (the table as red, green, blue) and for 8-bit RGBA name.alpha.
+alpha is dropped; the resolution is pHYs's, negated for an aspect ratio.
 """
 import random
 import struct
@@ -23,9 +18,12 @@ import zlib
 import numpy as np
 from PIL import Image
 
+from peer_images import Cases
+
 OUT = sys.argv[1]
 rng = random.Random(4606)
 nrng = np.random.default_rng(4606)
+cases = Cases(OUT)
 
 ADAM7 = [(0, 0, 8, 8), (4, 0, 8, 8), (0, 4, 4, 8), (2, 0, 4, 4), (0, 2, 2, 4), (1, 0, 2, 2), (0, 1, 1, 2)]
 CHANNELS = {0: 1, 2: 3, 3: 1, 4: 2, 6: 4}
@@ -128,54 +126,17 @@ def ihdr_and_phys(path):
     return w, h, depth, colortype, xres, yres
 
 
-manifest = []
-
-
 def expect(name):
-    """Decodes name.png with Pillow and writes what the DIB must hold."""
     path = f"{OUT}/{name}.png"
     w, h, depth, colortype, xres, yres = ihdr_and_phys(path)
-    im = Image.open(path)
-    im.load()
-    alpha = None
-    if colortype in (0, 3):
-        bits = 1 if depth == 1 else 4 if depth in (2, 4) else 8
-        arr = np.array(im)
-        if im.mode == "1":
-            pix = arr.astype(np.uint8)
-        elif im.mode in ("I", "I;16", "I;16B"):
-            pix = (arr.astype(np.uint32) >> 8).astype(np.uint8)
-        elif im.mode == "P":
-            pix = arr.astype(np.uint8)
-        elif depth in (2, 4):
-            pix = (arr // 17).astype(np.uint8)  # Pillow scales 2- and 4-bit grey to 8 bits
+    with Image.open(path) as im:
+        if im.mode.startswith("I"):
+            grey = (np.asarray(im).astype(np.uint32) >> 8).astype(np.uint8)
+            rgb = np.dstack([grey] * 3)
         else:
-            pix = arr.astype(np.uint8)
-        if colortype == 3:
-            pal = np.array(im.getpalette(), dtype=np.uint8).reshape(-1, 3)
-            with open(path, "rb") as f:
-                blob = f.read()
-            count = struct.unpack(">I", blob[blob.index(b"PLTE") - 4:blob.index(b"PLTE")])[0] // 3
-            pal = pal[:count]
-        else:
-            n = 1 << bits
-            pal = np.array([[i * 255 // (n - 1)] * 3 for i in range(n)], dtype=np.uint8)
-    elif colortype == 4:
-        bits = 8
-        pix = np.array(im.convert("LA") if im.mode != "LA" else im)[:, :, 0].astype(np.uint8)
-        pal = np.array([[i] * 3 for i in range(256)], dtype=np.uint8)
-    else:
-        bits = 24
-        arr = np.array(im)
-        pix = arr[:, :, :3].astype(np.uint8)
-        if colortype == 6 and depth == 8:
-            alpha = arr[:, :, 3].astype(np.uint8)
-        pal = np.zeros((0, 3), dtype=np.uint8)
-    pix.tofile(f"{OUT}/{name}.pix")
-    pal.tofile(f"{OUT}/{name}.pal")
-    if alpha is not None:
-        alpha.tofile(f"{OUT}/{name}.alpha")
-    manifest.append(f"{name} {bits} {w} {h} {xres} {yres} {len(pal)} {int(alpha is not None)}")
+            rgb = np.asarray(im.convert("RGB"))
+    bits = 24 if colortype in (2, 6) else 8 if colortype == 4 or depth >= 8 else 1 if depth == 1 else 4
+    cases.add(path, rgb, bits, resolution=(xres, yres))
 
 
 def pattern(h, w, ch, top):
@@ -255,5 +216,4 @@ for w, h in [(1, 1), (13, 7), (100, 61), (640, 3)]:
             im.save(f"{OUT}/{name}.png", compress_level=level, **opts)
             expect(name)
 
-with open(f"{OUT}/manifest.txt", "w") as f:
-    f.write("\n".join(manifest) + "\n")
+cases.write()
