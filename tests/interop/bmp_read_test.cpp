@@ -210,29 +210,23 @@ TEST(ImageFileDispatch, ChecksRecordsAndRoutesEveryType) {
         return dib == nullptr && GetLastVelmoraErrorCode() == error;
     };
 
-    // The record, in the order of its checks.
-    VelmoraReadDIB read = {VELMORA_READ_DIB_SIZE_V3, 0, bmp.c_str(), 1};
-    read.size = 30;
-    EXPECT_TRUE(fails(ReadVelmoraDIBEx(&read), 87));
-    read.size = VELMORA_READ_DIB_SIZE_V3;
-    read.path = nullptr;
-    EXPECT_TRUE(fails(ReadVelmoraDIBEx(&read), 998));
-    read.path = bmp.c_str();
-    read.page = 0;
-    EXPECT_TRUE(fails(ReadVelmoraDIBEx(&read), 87));
-    read.page = 1;
-    read.offsetHigh = 0x80000000u;
-    EXPECT_TRUE(fails(ReadVelmoraDIBEx(&read), 87));
-    read.offsetHigh = 0;
-    read.flags = 4;
-    EXPECT_TRUE(fails(ReadVelmoraDIBEx(&read), 87));
-    read.flags = VELMORA_READ_DIB_OPTIONS;
-    read.options = 16;
-    EXPECT_TRUE(fails(ReadVelmoraDIBEx(&read), 87));
-    read.options = 15;
-    read.size = VELMORA_READ_DIB_SIZE_V2;
-    EXPECT_TRUE(fails(ReadVelmoraDIBEx(&read), 87));
-    read.size = VELMORA_READ_DIB_SIZE_V3;
+    // Records with one fault each.
+    const WORD v3 = VELMORA_READ_DIB_SIZE_V3;
+    const DWORD withOptions = VELMORA_READ_DIB_OPTIONS;
+    const struct {
+        VelmoraReadDIB read;
+        uint32_t error;
+    } records[] = {
+        {{30, 0, bmp.c_str(), 1}, 87},
+        {{v3, 0, nullptr, 1}, 998},
+        {{v3, 0, bmp.c_str(), 0}, 87},
+        {{v3, 0, bmp.c_str(), 1, 0, 0x80000000u}, 87},
+        {{v3, 0, bmp.c_str(), 1, 0, 0, nullptr, 0, 4}, 87},
+        {{v3, 0, bmp.c_str(), 1, 0, 0, nullptr, 0, withOptions, 16}, 87},
+        {{VELMORA_READ_DIB_SIZE_V2, 0, bmp.c_str(), 1, 0, 0, nullptr, 0, withOptions, 15}, 87},
+    };
+    for (const auto& r : records) EXPECT_TRUE(fails(ReadVelmoraDIBEx(&r.read), r.error)) << r.read.size;
+    VelmoraReadDIB read = {v3, 0, bmp.c_str(), 1, 0, 0, nullptr, 0, withOptions, 15};
     const std::u16string wide(bmp.begin(), bmp.end());
     read.path = wide.c_str();
     read.flags = VELMORA_READ_DIB_WIDE_PATH | VELMORA_READ_DIB_OPTIONS;
