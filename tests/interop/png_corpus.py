@@ -39,14 +39,8 @@ def pack_row(samples, depth):
         return samples.astype(">u2").tobytes()
     if depth == 8:
         return samples.astype(np.uint8).tobytes()
-    per = 8 // depth
-    padded = np.zeros(((len(samples) + per - 1) // per) * per, dtype=np.uint8)
-    padded[: len(samples)] = samples
-    groups = padded.reshape(-1, per)
-    out = np.zeros(len(groups), dtype=np.uint8)
-    for k in range(per):
-        out |= (groups[:, k] << (8 - depth * (k + 1))).astype(np.uint8)
-    return out.tobytes()
+    bits = (samples.astype(np.int64)[:, None] >> np.arange(depth - 1, -1, -1)) & 1
+    return np.packbits(bits.astype(np.uint8).reshape(-1)).tobytes()
 
 
 def paeth(a, b, c):
