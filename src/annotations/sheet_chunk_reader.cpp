@@ -21,7 +21,7 @@ struct Scale {
 
     static double Of(double resolution) {
         return std::isfinite(resolution) && resolution > 0 ? resolution / kUnitsPerResolutionUnit
-                                                            : 1 / kUnitsPerResolutionUnit;
+                                                           : 1 / kUnitsPerResolutionUnit;
     }
     static int32_t Pixels(int32_t value, double scale) {
         const double pixels = std::round(value * scale);
@@ -82,8 +82,7 @@ bool FillArrow(const uint8_t* item, size_t size, const Scale& scale, Annotation*
     return true;
 }
 
-bool FillScribble(const uint8_t* item, size_t size, const Scale& scale, Annotation* annotation,
-                  ErrorRecord* record) {
+bool FillScribble(const uint8_t* item, size_t size, const Scale& scale, Annotation* annotation, ErrorRecord* record) {
     if (size < kScribbleItem) return false;
     const uint32_t count = LittleU32(item + 8);
     if (count == 0 || count > (size - kScribbleItem) / 8) return false;

@@ -260,9 +260,7 @@ bool FillRectangle(const Mark& mark, Annotation* annotation, ErrorRecord* record
             fields.backColor = mark.color;
             fields.textColor = ColorAt(mark.record + kSecondColorAt);
             return FillText(mark, &fields, record);
-        default:
-            fields.textColor = mark.color;
-            return FillText(mark, &fields, record);
+        default: fields.textColor = mark.color; return FillText(mark, &fields, record);
     }
 }
 
@@ -297,10 +295,10 @@ bool FillLine(const Mark& mark, Annotation* annotation) {
     if (LittleU32(points + 4) != 2) return false;
     const int32_t left = mark.bounds.left;
     const int32_t top = mark.bounds.top;
-    fields.first = AnnotationPoint{OffsetCoordinate(LittleI32(points + 8), left),
-                                   OffsetCoordinate(LittleI32(points + 12), top)};
-    fields.second = AnnotationPoint{OffsetCoordinate(LittleI32(points + 16), left),
-                                    OffsetCoordinate(LittleI32(points + 20), top)};
+    fields.first =
+        AnnotationPoint{OffsetCoordinate(LittleI32(points + 8), left), OffsetCoordinate(LittleI32(points + 12), top)};
+    fields.second =
+        AnnotationPoint{OffsetCoordinate(LittleI32(points + 16), left), OffsetCoordinate(LittleI32(points + 20), top)};
     if (mark.type == 506) FillArrowEnds(data.data, &fields);
     return true;
 }
@@ -371,9 +369,13 @@ bool CopyEmbeddedDib(Bytes dib, HGLOBAL* copy, ErrorRecord* record) {
 }
 
 // A picture file name; one that starts with a drive letter and a colon takes
-// the letter's folder from the user's "O/i ImagePath" settings.
+// the letter's folder from the user's "O/i ImagePath" settings. The names
+// were written on Windows: their backslashes become the system's separator.
 std::u16string PicturePath(const AnnotationText& name) {
     std::u16string path(name.c_str(), name.length());
+    for (char16_t& unit : path) {
+        if (unit == u'\\') unit = platform::PathSeparator();
+    }
     const char16_t letter = path.size() >= 2 && path[1] == u':' ? path[0] : 0;
     const bool isLetter = (letter >= u'A' && letter <= u'Z') || (letter >= u'a' && letter <= u'z');
     if (!isLetter) return path;
@@ -456,11 +458,11 @@ bool FamilyOfMark(uint32_t type, AnnotationFamily* family) {
     static const struct {
         uint32_t type;
         AnnotationFamily family;
-    } kFamilies[] = {{1, F::Image},       {2, F::Image},       {3, F::Line},        {4, F::Freehand},
-                     {5, F::Rectangle},   {6, F::Rectangle},   {7, F::Rectangle},   {8, F::Rectangle},
-                     {9, F::Rectangle},   {10, F::Rectangle},  {500, F::Freehand},  {501, F::Freehand},
-                     {502, F::Freehand},  {504, F::Ellipse},   {505, F::Ellipse},   {506, F::Line},
-                     {508, F::Rectangle}, {510, F::Line},      {514, F::Rectangle}};
+    } kFamilies[] = {{1, F::Image},       {2, F::Image},      {3, F::Line},       {4, F::Freehand},
+                     {5, F::Rectangle},   {6, F::Rectangle},  {7, F::Rectangle},  {8, F::Rectangle},
+                     {9, F::Rectangle},   {10, F::Rectangle}, {500, F::Freehand}, {501, F::Freehand},
+                     {502, F::Freehand},  {504, F::Ellipse},  {505, F::Ellipse},  {506, F::Line},
+                     {508, F::Rectangle}, {510, F::Line},     {514, F::Rectangle}};
     for (const auto& entry : kFamilies) {
         if (entry.type == type) {
             *family = entry.family;

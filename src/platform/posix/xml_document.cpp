@@ -114,7 +114,7 @@ public:
             const int length = size > INT32_MAX ? INT32_MAX : static_cast<int>(size);
             const bool isFinal = last && static_cast<size_t>(length) == size;
             if (XML_Parse(state_.parser, piece, length, isFinal ? XML_TRUE : XML_FALSE) != XML_STATUS_OK) {
-                *error = state_.error != 0                                           ? state_.error
+                *error = state_.error != 0                                        ? state_.error
                          : XML_GetErrorCode(state_.parser) == XML_ERROR_NO_MEMORY ? kNotEnoughMemory
                                                                                   : kXmlMalformed;
                 return false;

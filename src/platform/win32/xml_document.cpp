@@ -54,8 +54,7 @@ public:
         if (!attributes_.Reserve(attributes + 1)) return false;
         const char16_t* text = text_.data();
         for (size_t i = 0; i < attributes; ++i) {
-            attributes_.data()[i] =
-                XmlAttribute{text + offsets_.data()[1 + 2 * i], text + offsets_.data()[2 + 2 * i]};
+            attributes_.data()[i] = XmlAttribute{text + offsets_.data()[1 + 2 * i], text + offsets_.data()[2 + 2 * i]};
         }
         *stopped = !visitor->StartElement(text, attributes_.data(), attributes);
         used_ = count_ = 0;
