@@ -1,0 +1,1 @@
+list(APPEND UNIT_TESTS unit/imported_annotations_test.cpp)
