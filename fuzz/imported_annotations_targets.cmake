@@ -1,0 +1,3 @@
+velmora_fuzz_target(wang_annotations_fuzz)
+velmora_fuzz_target(sheet_chunk_fuzz)
+velmora_fuzz_target(exemption_codes_fuzz)
