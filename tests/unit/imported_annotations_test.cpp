@@ -4,13 +4,15 @@
 
 #include <cstdio>
 #include <cstring>
-#include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "annotations/exemption_codes.h"
 #include "annotations/sheet_chunk_reader.h"
 #include "annotations/wang_reader.h"
+#include "frame/settings.h"
+#include "frame/settings_store.h"
 #include "temp_names.h"
 
 namespace velmora {
@@ -88,12 +90,54 @@ Bytes SmallDib() {
     return out;
 }
 
-std::u16string Groups(const Annotation& a) { return std::u16string(a.groups.begin(), a.groups.end()); }
+// The converted fields of an annotation in one line.
+std::string Summary(const Annotation& a) {
+    std::ostringstream out;
+    auto rect = [&](const AnnotationRect& r) { out << r.left << ',' << r.top << ',' << r.right << ',' << r.bottom; };
+    out << std::hex << "node " << a.nodeFlags << (a.hidden() ? " hidden" : "") << " groups ";
+    for (char16_t c : a.groups) out << (c == 0 ? ';' : char(c));
+    out << ' ';
+    switch (a.family) {
+        case AnnotationFamily::Rectangle: {
+            const RectangleFields& f = a.rectangle;
+            rect(f.rect);
+            out << " border " << f.borderStyle << ':' << f.borderColor << ':' << f.borderWidth << " back "
+                << f.backColor;
+            if (f.flagByte == 0) break;
+            out << " text " << f.textColor << ':' << platform::Utf8FromWide(f.fontFace) << ':' << f.textSize << ':'
+                << int(f.option1) << ':' << f.textRotation << " '" << platform::Utf8FromWide(f.text.c_str()) << "'";
+            break;
+        }
+        case AnnotationFamily::Line: {
+            const LineFields& f = a.line;
+            out << f.first.x << ',' << f.first.y << ' ' << f.second.x << ',' << f.second.y << " colour " << f.color
+                << " width " << f.width << " ends " << f.endWord << ':' << f.endSize1 << ':' << f.endSize2;
+            break;
+        }
+        case AnnotationFamily::Freehand:
+            rect(a.freehand.bounds);
+            out << " colour " << a.freehand.lineColor << ':' << a.freehand.fillColor << " width " << a.freehand.width
+                << " style " << a.freehand.style << " points";
+            for (const AnnotationPoint& p : a.freehand.points) out << ' ' << p.x << ',' << p.y;
+            break;
+        case AnnotationFamily::Image:
+            rect(a.image.rect);
+            out << " rotation " << a.image.rotation << " style " << a.image.style << " parameter " << a.image.parameter
+                << (a.image.dib != nullptr ? " picture" : "");
+            break;
+        case AnnotationFamily::Ellipse:
+            rect(a.ellipse.rect);
+            out << " outline " << a.ellipse.outlineColor << ':' << a.ellipse.outlineStyle << ':'
+                << a.ellipse.outlineWidth << " fill " << a.ellipse.fillColor;
+            break;
+    }
+    return out.str();
+}
 
 struct WangCase {
     MarkSpec mark;
     std::vector<std::pair<const char*, Bytes>> named;
-    std::function<void(const Annotation&)> check;
+    const char* expected;  // the Summary, numbers in hexadecimal
 };
 
 TEST(WangAnnotations, EveryMarkTypeConverts) {
@@ -102,108 +146,41 @@ TEST(WangAnnotations, EveryMarkTypeConverts) {
     arrow.insert(arrow.end(), linePoints.begin(), linePoints.end());
     Bytes placement = Words({6, 0, 0, 0, 0, 0, 3, 0x22, 5000});
     placement.resize(56);
+    const Bytes onePoint = Words({1, 1, 0, 0, 0, 0});
+    // Bounds 10,20,19,29 unless given, colour 0x332211, second colour
+    // 0x665544, line size 7; a default group "Default".
     const std::vector<WangCase> cases = {
-        {{5, 10, 10, 19, 19, 0, 0},
-         {},
-         [](const Annotation& a) {
-             EXPECT_EQ(a.rectangle.borderStyle, 1);
-             EXPECT_EQ(a.rectangle.borderColor, 0x332211u);
-             EXPECT_EQ(a.rectangle.borderWidth, 7);
-             EXPECT_EQ(a.rectangle.backColor, kColorNone);
-             EXPECT_EQ(a.rectangle.rect.right, 20);
-             EXPECT_EQ(a.rectangle.rect.bottom, 20);
-             EXPECT_TRUE(a.hidden());
-             EXPECT_EQ(Groups(a), u"Default\0"s);
-         }},
-        {{6, 0, 0, 0, 0, 1}, {}, [](const Annotation& a) { EXPECT_EQ(a.rectangle.backColor, 0x01332211u); }},
-        {{508},
-         {},
-         [](const Annotation& a) {
-             EXPECT_EQ(a.rectangle.backColor, 0x332211u);
-             EXPECT_EQ(a.nodeFlags, kNodeRedaction | kNodeFontFlag);
-         }},
-        {{514}, {}, [](const Annotation& a) { EXPECT_EQ(a.rectangle.backColor, 0x01332211u); }},
+        {{5, 10, 10, 19, 19, 0, 0}, {}, "node 40 hidden groups Default; a,a,14,14 border 1:332211:7 back ffffffff"},
+        {{6, 10, 20, 19, 29, 1}, {}, "node 40 groups Default; a,14,14,1e border 0:ffffffff:0 back 1332211"},
+        {{508}, {}, "node 41 groups Default; a,14,14,1e border 0:ffffffff:0 back 332211"},
+        {{514}, {}, "node 40 groups Default; a,14,14,1e border 0:ffffffff:0 back 1332211"},
         {{7},
          {{"OiAnText", TextBlock(900, "Hi")}, {"OiGroup", Narrow("Own")}},
-         [](const Annotation& a) {
-             EXPECT_EQ(std::u16string(a.rectangle.fontFace), u"Arial");
-             EXPECT_EQ(a.rectangle.textSize, 12);
-             EXPECT_EQ(a.rectangle.option1, kWangFontBold | kWangFontItalic);
-             EXPECT_EQ(a.rectangle.textRotation, 270);
-             EXPECT_EQ(a.rectangle.textColor, 0x332211u);
-             EXPECT_EQ(a.rectangle.backColor, kColorNone);
-             EXPECT_EQ(a.rectangle.flagByte, 1);
-             EXPECT_TRUE(a.rectangle.text.Equals(u"Hi"));
-             EXPECT_EQ(Groups(a), u"Own\0"s);
-         }},
+         "node 40 groups Own; a,14,14,1e border 0:ffffffff:0 back ffffffff text 332211:Arial:c:3:10e 'Hi'"},
         {{10},
          {{"OiAnText", TextBlock(2700, "x")}, {"OiUText", WideBlock(u"Né")}},
-         [](const Annotation& a) {
-             EXPECT_EQ(a.rectangle.borderStyle, 4);
-             EXPECT_EQ(a.rectangle.borderColor, 0u);
-             EXPECT_EQ(a.rectangle.backColor, 0x332211u);
-             EXPECT_EQ(a.rectangle.textColor, 0x665544u);
-             EXPECT_EQ(a.rectangle.textRotation, 90);
-             EXPECT_TRUE(a.rectangle.text.Equals(u"Né"));
-         }},
+         "node 40 groups Default; a,14,14,1e border 4:0:1 back 332211 text 665544:Arial:c:3:5a 'Né'"},
         {{3},
          {{"OiAnoDat", linePoints}, {"OiUGroup", WideBlock(u"Wide")}},
-         [](const Annotation& a) {
-             EXPECT_EQ(a.line.first.x, 11);
-             EXPECT_EQ(a.line.first.y, 22);
-             EXPECT_EQ(a.line.second.x, 15);
-             EXPECT_EQ(a.line.second.y, 26);
-             EXPECT_EQ(a.line.width, 7);
-             EXPECT_EQ(Groups(a), u"Wide\0"s);
-         }},
-        {{506},
-         {{"OiAnoDat", arrow}},
-         [](const Annotation& a) {
-             EXPECT_EQ(a.line.second.y, 26);
-             EXPECT_EQ(a.line.endWord, 2 | 1 << 2);
-             EXPECT_EQ(a.line.endSize1, 17);  // 20 cos 30
-             EXPECT_EQ(a.line.endSize2, 10);
-         }},
+         "node 40 groups Wide; b,16 f,1a colour 332211 width 7 ends 0:0:0"},
+        {{506}, {{"OiAnoDat", arrow}}, "node 40 groups Default; b,16 f,1a colour 332211 width 7 ends 6:11:a"},
         {{510},
          {{"OiAnoDat", Words({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 40, 41, 42, 43})}},
-         [](const Annotation& a) {
-             EXPECT_EQ(a.line.first.x, 40);
-             EXPECT_EQ(a.line.second.y, 43);
-         }},
+         "node 40 groups Default; 28,29 2a,2b colour 332211 width 7 ends 0:0:0"},
         {{4},
          {{"OiAnoDat", Words({3, 3, 0, 0, 0, 0, 3, 4})}},
-         [](const Annotation& a) {
-             ASSERT_EQ(a.freehand.points.size(), 2u);
-             EXPECT_EQ(a.freehand.points[1].x, 13);
-             EXPECT_EQ(a.freehand.points[1].y, 24);
-             EXPECT_EQ(a.freehand.strokeLengths[0], 2u);
-             EXPECT_EQ(a.freehand.fillColor, kColorNone);
-             EXPECT_EQ(a.freehand.style, 0);
-         }},
-        {{500}, {{"OiAnoDat", Words({1, 1, 0, 0, 0, 0})}}, [](const Annotation& a) { EXPECT_EQ(a.freehand.style, 7); }},
-        {{501}, {{"OiAnoDat", Words({1, 1, 0, 0, 0, 0})}}, [](const Annotation& a) { EXPECT_EQ(a.freehand.style, 3); }},
-        {{504},
-         {},
-         [](const Annotation& a) {
-             EXPECT_EQ(a.ellipse.fillColor, 0x332211u);
-             EXPECT_EQ(a.ellipse.outlineColor, kColorNone);
-         }},
-        {{505},
-         {},
-         [](const Annotation& a) {
-             EXPECT_EQ(a.ellipse.outlineColor, 0x332211u);
-             EXPECT_EQ(a.ellipse.outlineStyle, 1);
-             EXPECT_EQ(a.ellipse.outlineWidth, 7);
-             EXPECT_EQ(a.ellipse.fillColor, kColorNone);
-         }},
+         "node 40 groups Default; a,14,14,1e colour 332211:ffffffff width 7 style 0 points a,14 d,18"},
+        {{500},
+         {{"OiAnoDat", onePoint}},
+         "node 40 groups Default; a,14,14,1e colour 332211:ffffffff width 7 style 7 points a,14"},
+        {{501},
+         {{"OiAnoDat", onePoint}},
+         "node 40 groups Default; a,14,14,1e colour 332211:ffffffff width 7 style 3 points a,14"},
+        {{504}, {}, "node 40 groups Default; a,14,14,1e outline ffffffff:0:0 fill 332211"},
+        {{505}, {}, "node 40 groups Default; a,14,14,1e outline 332211:1:7 fill ffffffff"},
         {{1},
          {{"OiAnoDat", placement}, {"OiDIB", SmallDib()}, {"IGOrient", Bytes(4)}},
-         [](const Annotation& a) {
-             EXPECT_EQ(a.image.rotation, 90);
-             EXPECT_EQ(a.image.style, 0x0002 | 0x0800 | 0x2000 | 0x0300);
-             EXPECT_EQ(a.image.parameter, kImageDefaultParameter);
-             EXPECT_NE(a.image.dib, nullptr);
-         }},
+         "node 40 groups Default; a,14,14,1e rotation 5a style 2b02 parameter 186a0 picture"},
     };
     WangBlock block;
     block.Named(2, "OiGroup", Narrow("Default"));
@@ -220,9 +197,7 @@ TEST(WangAnnotations, EveryMarkTypeConverts) {
     EXPECT_EQ(loadResult, kLoadUnknownMarks);
     ASSERT_EQ(list.size(), cases.size());
     for (size_t i = 0; i < cases.size(); ++i) {
-        SCOPED_TRACE("mark type " + std::to_string(cases[i].mark.type));
-        EXPECT_EQ(list.at(i)->hidden(), cases[i].mark.visible == 0);
-        cases[i].check(*list.at(i));
+        EXPECT_EQ(Summary(*list.at(i)), cases[i].expected) << "mark type " << cases[i].mark.type;
     }
 
     // Every shorter block reads a prefix of the same marks, never more.
@@ -247,6 +222,35 @@ TEST(WangAnnotations, OtherIntegerFormatsAndMalformedBlocksStopQuietly) {
         EXPECT_TRUE(ReadWangAnnotations(bytes.data(), bytes.size(), &list, &loadResult, &record));
         EXPECT_EQ(list.size(), bytes == other ? 0u : 2u);
     }
+}
+
+TEST(WangAnnotations, PicturesByReferenceAreFoundThroughTheImagePathSetting) {
+    const std::u16string folder = platform::WideFromUtf8(testing::TempPath("pictures"));
+    uint32_t error = 0;
+    ASSERT_TRUE(platform::CreateDirectories(folder, &error));
+#if !defined(_WIN32)
+    setenv("XDG_CONFIG_HOME", platform::Utf8FromWide(folder).c_str(), 1);
+#endif
+    ErrorRecord record;
+    ASSERT_TRUE(SetPrefsRoot(u"Software\\VelmoraTests\\" + platform::WideFromUtf8(testing::ProcessTag()), &record));
+    ASSERT_TRUE(WriteUserSetting(SettingsKeyPath(u"O/i ImagePath"), u"Q", folder, &error));
+    Bytes bmp = {'B', 'M'};
+    Put32(&bmp, 14 + 48);
+    Put32(&bmp, 0);
+    Put32(&bmp, 54);
+    const Bytes dib = SmallDib();
+    bmp.insert(bmp.end(), dib.begin(), dib.end());
+    testing::WriteBytes(platform::Utf8FromWide(folder) + "/pic.bmp", bmp);
+    WangBlock block;
+    block.Mark({2}).Named(6, "OiAnoDat", Bytes(56)).Named(6, "OiFilNam", Narrow("q:\\pic.bmp"));
+    block.Mark({2}).Named(6, "OiAnoDat", Bytes(56)).Named(6, "OiFilNam", Narrow("Q:\\none.bmp"));
+    AnnotationList list;
+    uint32_t loadResult = 0;
+    EXPECT_TRUE(ReadWangAnnotations(block.bytes.data(), block.bytes.size(), &list, &loadResult, &record));
+    SetPrefsRoot(u"", &record);
+    ASSERT_EQ(list.size(), 1u);
+    EXPECT_NE(list.at(0)->image.dib, nullptr);
+    EXPECT_TRUE(list.at(0)->image.fileName.Equals((folder + platform::PathSeparator() + u"pic.bmp").c_str()));
 }
 
 // One sheet chunk of the given items; each item is a tag and its payload.
@@ -282,28 +286,15 @@ TEST(SheetChunkAnnotations, ItemsConvertWithTheResolution) {
     AnnotationList list;
     ErrorRecord record;
     ASSERT_TRUE(ReadSheetChunkAnnotations(block.data(), block.size(), 200, 100, &list, &record));
-    ASSERT_EQ(list.size(), 5u);
-    const RectangleFields& text = list.at(0)->rectangle;
-    EXPECT_EQ(text.rect.left, 200);
-    EXPECT_EQ(text.rect.top, 50);
-    EXPECT_EQ(text.rect.right, 400);
-    EXPECT_EQ(text.rect.bottom, 150);
-    EXPECT_EQ(text.backColor, 0x00FFFFu);
-    EXPECT_EQ(text.textSize, 11);
-    EXPECT_EQ(text.flagByte, 1);
-    EXPECT_TRUE(text.text.Equals(u"ok"));
-    EXPECT_EQ(list.at(1)->rectangle.backColor, 0x0100FFFFu);
-    EXPECT_EQ(list.at(2)->rectangle.flagByte, 0);
-    const LineFields& line = list.at(3)->line;
-    EXPECT_EQ(line.second.x, 200);
-    EXPECT_EQ(line.second.y, 100);
-    EXPECT_EQ(line.endWord, 3);
-    EXPECT_EQ(line.width, 3);
-    const FreehandFields& freehand = list.at(4)->freehand;
-    ASSERT_EQ(freehand.points.size(), 2u);
-    EXPECT_EQ(freehand.points[1].x, 200);
-    EXPECT_EQ(freehand.points[1].y, 25);
-    EXPECT_EQ(freehand.bounds.right, 201);
+    const char* expected[] = {
+        "node 40 groups  c8,32,190,96 border 0:ffffffff:2 back ffff text ff::b:0:0 'ok'",
+        "node 40 groups  c8,32,190,96 border 0:ffffffff:2 back 100ffff",
+        "node 40 groups  c8,32,190,96 border 0:ffffffff:2 back ffff",
+        "node 40 groups  0,0 c8,64 colour ff width 3 ends 3:0:0",
+        "node 40 groups  64,19,c9,33 colour ff00:ffffffff width 3 style 0 points 64,32 c8,19",
+    };
+    ASSERT_EQ(list.size(), std::size(expected));
+    for (size_t i = 0; i < list.size(); ++i) EXPECT_EQ(Summary(*list.at(i)), expected[i]);
 
     for (size_t size = 0; size < block.size(); ++size) {
         AnnotationList partial;
