@@ -510,6 +510,8 @@ bool ReadWangAnnotations(const uint8_t* bytes, size_t size, AnnotationList* list
     if (record->failed()) return false;
     if (size < 8 || LittleU32(bytes + 4) != kIntelFormat) return true;
     NamedBlocks defaults;
+    // The defaults as they stood when the current mark began, and its own.
+    NamedBlocks markDefaults;
     NamedBlocks own;
     const uint8_t* markRecord = nullptr;
     size_t at = 8;
@@ -520,10 +522,12 @@ bool ReadWangAnnotations(const uint8_t* bytes, size_t size, AnnotationList* list
         if (type == kMarkBlock) {
             const size_t recordSize = blockSize == 0 ? kMarkRecordSize : blockSize;
             if (recordSize < kMarkRecordSize || recordSize > size - at) break;
-            if (markRecord != nullptr && !ConvertMark(MakeMark(markRecord, own, defaults), list, loadResult, record)) {
+            if (markRecord != nullptr &&
+                !ConvertMark(MakeMark(markRecord, own, markDefaults), list, loadResult, record)) {
                 return false;
             }
             markRecord = bytes + at;
+            markDefaults = defaults;
             own = NamedBlocks{};
             at += recordSize;
             continue;
@@ -539,7 +543,7 @@ bool ReadWangAnnotations(const uint8_t* bytes, size_t size, AnnotationList* list
         at += length;
         if (!KeepNamedBlock(name, data, type == kNamedBlock, type == kNamedBlock ? &own : &defaults)) break;
     }
-    if (markRecord != nullptr) return ConvertMark(MakeMark(markRecord, own, defaults), list, loadResult, record);
+    if (markRecord != nullptr) return ConvertMark(MakeMark(markRecord, own, markDefaults), list, loadResult, record);
     return true;
 }
 

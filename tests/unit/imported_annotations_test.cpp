@@ -188,8 +188,9 @@ TEST(WangAnnotations, EveryMarkTypeConverts) {
         block.Mark(c.mark);
         for (const auto& [name, data] : c.named) block.Named(6, name, data);
     }
-    // Not converted: an unknown type, and a freehand mark without its points.
-    block.Mark({11}).Mark({4});
+    // Later defaults apply only to later marks. Not converted: an unknown
+    // type, and a freehand mark without its points.
+    block.Named(2, "OiGroup", Narrow("Later")).Mark({11}).Mark({4});
     AnnotationList list;
     uint32_t loadResult = 0;
     ErrorRecord record;
