@@ -92,7 +92,7 @@ bool Walk(IStream* stream, XmlVisitor* visitor, uint32_t* error) {
         return false;
     }
     IXmlReader* reader = nullptr;
-    HRESULT result = create(IID_IXmlReader, reinterpret_cast<void**>(&reader), nullptr);
+    HRESULT result = create(__uuidof(IXmlReader), reinterpret_cast<void**>(&reader), nullptr);
     if (SUCCEEDED(result)) result = reader->SetProperty(XmlReaderProperty_DtdProcessing, DtdProcessing_Prohibit);
     if (SUCCEEDED(result)) result = reader->SetInput(stream);
     ElementCopy copy;
