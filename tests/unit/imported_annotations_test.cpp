@@ -35,7 +35,7 @@ Bytes Words(std::initializer_list<uint32_t> words) {
     return out;
 }
 
-struct MarkSpec {
+struct MarkFields {
     uint32_t type;
     int32_t left = 10, top = 20, right = 19, bottom = 29;
     uint32_t highlight = 0;
@@ -46,16 +46,16 @@ struct MarkSpec {
 struct WangBlock {
     Bytes bytes = Words({0, 1});
 
-    WangBlock& Mark(const MarkSpec& spec) {
+    WangBlock& Mark(const MarkFields& mark) {
         Put32(&bytes, 5);
         Put32(&bytes, 164);
-        Bytes record = Words({spec.type, uint32_t(spec.left), uint32_t(spec.top), uint32_t(spec.right),
-                              uint32_t(spec.bottom), 0x00112233, 0x00445566, spec.highlight, 0, 7});
+        Bytes record = Words({mark.type, uint32_t(mark.left), uint32_t(mark.top), uint32_t(mark.right),
+                              uint32_t(mark.bottom), 0x00112233, 0x00445566, mark.highlight, 0, 7});
         record.resize(164);
         std::memcpy(&record[48], Words({uint32_t(-12), 0, 0, 0, 700}).data(), 20);  // height, weight
         record[68] = 1;                                                             // italic
         std::memcpy(&record[76], "Arial", 5);
-        std::memcpy(&record[116], &spec.visible, 4);
+        std::memcpy(&record[116], &mark.visible, 4);
         bytes.insert(bytes.end(), record.begin(), record.end());
         return *this;
     }
@@ -135,7 +135,7 @@ std::string Summary(const Annotation& a) {
 }
 
 struct WangCase {
-    MarkSpec mark;
+    MarkFields mark;
     std::vector<std::pair<const char*, Bytes>> named;
     const char* expected;  // the Summary, numbers in hexadecimal
 };
