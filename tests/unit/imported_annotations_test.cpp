@@ -336,6 +336,16 @@ TEST(ExemptionCodes, GroupsCodesAndErrors) {
     EXPECT_EQ(std::u16string(codes.Text(codes.groups[1].displayName)), u"Privacy & Act");
     EXPECT_EQ(codes.codes[2].group, 1u);
 
+#if !defined(_WIN32)
+    // The Western Windows code page, which Windows' own reader knows and expat
+    // is taught (Wine's reader does not know it).
+    const std::string western =
+        "<?xml version=\"1.0\" encoding=\"windows-1252\"?><ExemptionCodes>"
+        "<ExemptionCodeGroup Name=\"\x80\" DisplayName=\"\xE9\"/></ExemptionCodes>";
+    ASSERT_TRUE(
+        ReadExemptionCodesBuffer(reinterpret_cast<const uint8_t*>(western.data()), western.size(), &codes, &record));
+    EXPECT_EQ(std::u16string(codes.Text(codes.groups[0].name)) + codes.Text(codes.groups[0].displayName), u"€é");
+#endif
     const std::string wrongRoot = "<Codes><ExemptionCodes/><ExemptionCodes/></Codes>";
     ErrorRecord wrong;
     EXPECT_FALSE(

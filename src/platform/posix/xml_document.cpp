@@ -4,6 +4,7 @@
 #include "platform/xml_document.h"
 
 #include <expat.h>
+#include <strings.h>
 
 #include <cstring>
 
@@ -87,6 +88,23 @@ void XMLCALL OnDoctype(void* user, const XML_Char*, const XML_Char*, const XML_C
     Stop(static_cast<WalkState*>(user), kXmlMalformed);
 }
 
+// Documents written on Windows often declare its Western code page, which
+// expat does not know: Latin-1 apart from the 32 characters at 0x80 to 0x9F.
+// The five codes the code page leaves unassigned stand for themselves, as
+// Windows converts them.
+int XMLCALL OnUnknownEncoding(void*, const XML_Char* name, XML_Encoding* info) {
+    static const uint16_t kWindows1252High[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
+                                                  0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
+                                                  0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
+                                                  0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+    if (strcasecmp(name, "windows-1252") != 0 && strcasecmp(name, "cp1252") != 0) return XML_STATUS_ERROR;
+    for (int i = 0; i < 256; ++i) info->map[i] = i >= 0x80 && i < 0xA0 ? kWindows1252High[i - 0x80] : i;
+    info->data = nullptr;
+    info->convert = nullptr;
+    info->release = nullptr;
+    return XML_STATUS_OK;
+}
+
 class Walk {
 public:
     explicit Walk(XmlVisitor* visitor) {
@@ -96,6 +114,7 @@ public:
         XML_SetUserData(state_.parser, &state_);
         XML_SetElementHandler(state_.parser, OnStart, OnEnd);
         XML_SetStartDoctypeDeclHandler(state_.parser, OnDoctype);
+        XML_SetUnknownEncodingHandler(state_.parser, OnUnknownEncoding, nullptr);
     }
     ~Walk() {
         if (state_.parser != nullptr) XML_ParserFree(state_.parser);
