@@ -235,10 +235,7 @@ TEST(WangAnnotations, PicturesByReferenceAreFoundThroughTheImagePathSetting) {
     ErrorRecord record;
     ASSERT_TRUE(SetPrefsRoot(u"Software\\VelmoraTests\\" + platform::WideFromUtf8(testing::ProcessTag()), &record));
     ASSERT_TRUE(WriteUserSetting(SettingsKeyPath(u"O/i ImagePath"), u"Q", folder, &error));
-    Bytes bmp = {'B', 'M'};
-    Put32(&bmp, 14 + 48);
-    Put32(&bmp, 0);
-    Put32(&bmp, 54);
+    Bytes bmp = {'B', 'M', 62, 0, 0, 0, 0, 0, 0, 0, 54, 0, 0, 0};  // file size, reserved, bits offset
     const Bytes dib = SmallDib();
     bmp.insert(bmp.end(), dib.begin(), dib.end());
     testing::WriteBytes(platform::Utf8FromWide(folder) + "/pic.bmp", bmp);
