@@ -397,7 +397,7 @@ bool ReadPicture(const Mark& mark, ImageFields* fields, ErrorRecord* record) {
     if (!fields->fileName.Assign(path.data(), path.size(), record)) return false;
     ErrorRecord local;
     ProgressReporter progress;
-    fields->dib = ReadImageFileDib(path, 1, 0, 0, &progress, &local);
+    fields->dib = ReadImageFileDib(path, 1, 0, 0, &progress, nullptr, &local);
     if (local.code == kErrNotEnoughMemory || local.code == kErrOutOfMemory) {
         SetRecordError(record, kErrNotEnoughMemory, 0);
     }
