@@ -8,18 +8,21 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <tuple>
 
 #include "jpeg/jpeg_handle.h"
 #include "io/stream.h"
 #include "platform/platform.h"
 #include "velmora/velmora.h"
 #include "support/jpeg_segments.h"
+#include "support/last_error.h"
 #include "support/pictures.h"
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
 using Pixels = velmora::peers::Picture;
+using velmora::testing_support::ErrorOf;
 using velmora::testing_support::JpegPayloads;
 
 // A host's JPEG handle: a movable block holding the stream.
@@ -58,8 +61,8 @@ protected:
         for (const char* tool : {"/usr/bin/cjpeg", "/usr/bin/djpeg", "/usr/bin/jpegtran", "/usr/bin/convert"}) {
             REQUIRE_PEER(velmora::peers::Have(tool), tool);
         }
-        ASSERT_TRUE(velmora::peers::Run("/usr/bin/convert -size 165x99 -seed 3 plasma:green-yellow -depth 8 " + Path("source.ppm") +
-                          " 2>/dev/null"));
+        ASSERT_TRUE(velmora::peers::Run("/usr/bin/convert -size 165x99 -seed 3 plasma:green-yellow -depth 8 " +
+                                        Path("source.ppm") + " 2>/dev/null"));
     }
     std::string Path(const std::string& name) const { return directory_.Path(name); }
     Bytes Make(const std::string& options) {
@@ -77,13 +80,9 @@ TEST_F(JpegExports, InformationRecordAndItsChecks) {
     info.size = VELMORA_JPEG_INFO_SIZE_V1;
     info.request = VELMORA_JPEG_INFO_WHOLE;
     ASSERT_TRUE(GetVelmoraJPEGInfoProgress(jpeg, nullptr, 0, &info)) << std::hex << GetLastVelmoraErrorCode();
-    EXPECT_EQ(info.width, 165);
-    EXPECT_EQ(info.height, 99);
-    EXPECT_EQ(info.components, 3);
-    EXPECT_EQ(info.precision, 8);
-    EXPECT_EQ(info.process, VELMORA_JPEG_BASELINE);
-    EXPECT_EQ(info.mcuWidth, 16);
-    EXPECT_EQ(info.mcuHeight, 8);
+    EXPECT_EQ(std::tuple(info.width, info.height, info.components, info.precision, info.process, info.mcuWidth,
+                         info.mcuHeight),
+              std::tuple(165, 99, 3, 8, VELMORA_JPEG_BASELINE, 16, 8));
     EXPECT_NE(info.restartInterval, 0);
     EXPECT_EQ(info.flags & (VELMORA_JPEG_HAS_JFIF | VELMORA_JPEG_SINGLE_TABLES),
               VELMORA_JPEG_HAS_JFIF | VELMORA_JPEG_SINGLE_TABLES);
@@ -91,25 +90,19 @@ TEST_F(JpegExports, InformationRecordAndItsChecks) {
 
     VelmoraJPEGInfo bad = info;
     bad.size = VELMORA_JPEG_INFO_SIZE_V1 - 1;
-    EXPECT_FALSE(GetVelmoraJPEGInfoProgress(jpeg, nullptr, 0, &bad));
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    EXPECT_EQ(ErrorOf(!GetVelmoraJPEGInfoProgress(jpeg, nullptr, 0, &bad)), 87u);
     bad = info;
     bad.request = 4;
-    EXPECT_FALSE(GetVelmoraJPEGInfoProgress(jpeg, nullptr, 0, &bad));
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
-    EXPECT_FALSE(GetVelmoraJPEGInfoProgress(jpeg, nullptr, 0, nullptr));
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 998u);
-    EXPECT_FALSE(GetVelmoraJPEGInfoProgress(nullptr, nullptr, 0, &info));
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 6u);
+    EXPECT_EQ(ErrorOf(!GetVelmoraJPEGInfoProgress(jpeg, nullptr, 0, &bad)), 87u);
+    EXPECT_EQ(ErrorOf(!GetVelmoraJPEGInfoProgress(jpeg, nullptr, 0, nullptr)), 998u);
+    EXPECT_EQ(ErrorOf(!GetVelmoraJPEGInfoProgress(nullptr, nullptr, 0, &info)), 6u);
     EXPECT_TRUE(CloseVelmoraJPEG(jpeg));
-    EXPECT_FALSE(CloseVelmoraJPEG(jpeg));
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 6u);
+    EXPECT_EQ(ErrorOf(!CloseVelmoraJPEG(jpeg)), 6u);
 
     // A block that holds no JPEG stream.
     HGLOBAL other = HostBlock(Bytes(64, 0x42));
     info.request = 0;
-    EXPECT_FALSE(GetVelmoraJPEGInfoProgress(other, nullptr, 0, &info));
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 0x02000002u);
+    EXPECT_EQ(ErrorOf(!GetVelmoraJPEGInfoProgress(other, nullptr, 0, &info)), 0x02000002u);
     EXPECT_TRUE(CloseVelmoraJPEG(other));
 }
 
@@ -143,8 +136,7 @@ TEST_F(JpegExports, LibraryHandlesAnswerFromTheirRecord) {
     // change on the way.
     const RECT rect = {0, 0, 16, 16};
     DWORD cut = 0;
-    EXPECT_EQ(GetVelmoraJPEGMCUDataProgress(jpeg, &rect, nullptr, 0, &cut), nullptr);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 0x02000005u);
+    EXPECT_EQ(ErrorOf(GetVelmoraJPEGMCUDataProgress(jpeg, &rect, nullptr, 0, &cut) == nullptr), 0x02000005u);
 
     DWORD size = 0;
     VelmoraJPEGMCURequest whole = {VELMORA_JPEG_MCU_REQUEST_SIZE_V1, VELMORA_JPEG_MCU_MODE1, nullptr, 0, nullptr};
@@ -235,8 +227,7 @@ TEST_F(JpegExports, CopiedRectanglesShowTheSamePixels) {
         // Unaligned, empty and outside rectangles.
         for (const RECT& rect : {RECT{1, 0, w + 1, h}, RECT{0, 0, 0, h}, RECT{0, 0, 176, h}, RECT{-w, 0, w, h}}) {
             DWORD size = 0;
-            EXPECT_EQ(GetVelmoraJPEGMCUDataProgress(jpeg, &rect, nullptr, 0, &size), nullptr);
-            EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+            EXPECT_EQ(ErrorOf(GetVelmoraJPEGMCUDataProgress(jpeg, &rect, nullptr, 0, &size) == nullptr), 87u);
         }
         CloseVelmoraJPEG(jpeg);
     }

@@ -1,4 +1,5 @@
-// The bytes a library memory stream collected, for tests of the writers.
+// The bytes of a movable block, and of what a library memory stream
+// collected, for tests of the writers.
 #pragma once
 
 #include <cstdint>
@@ -10,17 +11,21 @@
 
 namespace velmora::testing_support {
 
-// Closes `stream` and returns what was written to it.
-inline std::vector<uint8_t> CloseAndTake(Stream* stream, ErrorRecord* record) {
-    HGLOBAL data = CloseStream(stream, record);
+// Frees `block` (which may be null) and returns its bytes.
+inline std::vector<uint8_t> TakeBlock(HGLOBAL block) {
     std::vector<uint8_t> bytes;
-    if (data != nullptr) {
-        auto* p = static_cast<const uint8_t*>(platform::MemLock(data));
-        bytes.assign(p, p + platform::MemSize(data));
-        platform::MemUnlock(data);
-        platform::MemFree(data);
+    if (block != nullptr) {
+        auto* p = static_cast<const uint8_t*>(platform::MemLock(block));
+        bytes.assign(p, p + platform::MemSize(block));
+        platform::MemUnlock(block);
+        platform::MemFree(block);
     }
     return bytes;
+}
+
+// Closes `stream` and returns what was written to it.
+inline std::vector<uint8_t> CloseAndTake(Stream* stream, ErrorRecord* record) {
+    return TakeBlock(CloseStream(stream, record));
 }
 
 }  // namespace velmora::testing_support

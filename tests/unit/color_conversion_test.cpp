@@ -12,12 +12,14 @@
 #include "dib/pixel_fetch.h"
 #include "dib_test_images.h"
 #include "velmora/velmora.h"
+#include "../support/last_error.h"
 
 namespace velmora {
 namespace {
 
 using test::MakeDib;
 using test::SetPixel;
+using testing_support::ErrorOf;
 
 // A converted image, locked for reading.
 struct Converted {
@@ -65,7 +67,8 @@ TEST(ColorConversion, GreyWeightsAndThreshold) {
 
 TEST(ColorConversion, DitheredHalfGreyIsHalfWhite) {
     test::TestDib dib = MakeDib(64, 64, 8, 256);
-    for (int i = 0; i < 256; ++i) dib.table()[i] = RGBQUAD{static_cast<BYTE>(i), static_cast<BYTE>(i), static_cast<BYTE>(i), 0};
+    for (int i = 0; i < 256; ++i)
+        dib.table()[i] = RGBQUAD{static_cast<BYTE>(i), static_cast<BYTE>(i), static_cast<BYTE>(i), 0};
     for (int y = 0; y < 64; ++y)
         for (int x = 0; x < 64; ++x) SetPixel(dib.header(), dib.bits(), x, y, 128);
     ErrorRecord record;
@@ -86,15 +89,15 @@ TEST(ColorConversion, OctreeKeepsImagesOfFewColoursExact) {
         std::vector<uint32_t> palette;
         for (uint32_t i = 0; i < wanted; ++i) palette.push_back(test::NextRandom(&state) & 0xFFFFFF);
         for (int y = 0; y < 40; ++y)
-            for (int x = 0; x < 50; ++x)
-                SetPixel(dib.header(), dib.bits(), x, y, palette[(x * 7 + y * 13) % wanted]);
+            for (int x = 0; x < 50; ++x) SetPixel(dib.header(), dib.bits(), x, y, palette[(x * 7 + y * 13) % wanted]);
         ErrorRecord record;
         Converted reduced(ChangeDibColor(dib.header(), dib.bits(), target, nullptr, &record));
         ASSERT_NE(reduced.header, nullptr) << wanted;
         EXPECT_EQ(ColorCount(reduced.header), wanted);
         for (int y = 0; y < 40; ++y)
             for (int x = 0; x < 50; ++x)
-                ASSERT_EQ(reduced.Pixel(x, y), PixelColor(dib.header(), dib.bits(), x, y)) << wanted << " " << x << "," << y;
+                ASSERT_EQ(reduced.Pixel(x, y), PixelColor(dib.header(), dib.bits(), x, y))
+                    << wanted << " " << x << "," << y;
     }
 }
 
@@ -128,7 +131,8 @@ TEST(ColorConversion, OptimizeFindsTheSmallestForm) {
     EXPECT_EQ(ColorCount(compact.header), 2u);
     EXPECT_EQ(ColorOf(ColorTable(compact.header)[0]), Rgb(3, 2, 1));
     for (int y = 0; y < 2; ++y)
-        for (int x = 0; x < 6; ++x) EXPECT_EQ(compact.Pixel(x, y), PixelColor(paletted.header(), paletted.bits(), x, y));
+        for (int x = 0; x < 6; ++x)
+            EXPECT_EQ(compact.Pixel(x, y), PixelColor(paletted.header(), paletted.bits(), x, y));
     // Forty greys of a 24-bit image: an 8-bit image with the grey ramp.
     test::TestDib greys = MakeDib(40, 1, 24);
     for (int x = 0; x < 40; ++x) SetPixel(greys.header(), greys.bits(), x, 0, 0x010101u * (x * 6));
@@ -145,10 +149,8 @@ TEST(ColorConversion, ExportsKeepTheLastErrorRule) {
     test::TestDib many = MakeDib(300, 2, 24);
     for (int x = 0; x < 300; ++x) SetPixel(many.header(), many.bits(), x, 0, static_cast<uint32_t>(x) * 5);
     SetLastVelmoraError(5);
-    EXPECT_EQ(ColorOptimizeVelmoraDIB(many.bits(), many.header()), nullptr);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 5u);
-    EXPECT_EQ(ChangeVelmoraDIBColor(many.bits(), many.header(), 9), nullptr);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    EXPECT_EQ(ErrorOf(ColorOptimizeVelmoraDIB(many.bits(), many.header()) == nullptr), 5u);
+    EXPECT_EQ(ErrorOf(ChangeVelmoraDIBColor(many.bits(), many.header(), 9) == nullptr), 87u);
     HGLOBAL grey = ChangeVelmoraDIBColor(many.bits(), many.header(), VELMORA_COLOR_GRAY256);
     ASSERT_NE(grey, nullptr);
     EXPECT_EQ(static_cast<BITMAPINFOHEADER*>(LockImage(grey))->biBitCount, 8);

@@ -9,11 +9,13 @@
 #include "platform/platform.h"
 #include "velmora/velmora.h"
 #include "dib_test_images.h"
+#include "../support/last_error.h"
 
 namespace velmora {
 namespace {
 
 using test::MakeDib;
+using testing_support::ErrorOf;
 
 TEST(DibExports, ColourTypeRefusesBadDibsWithTheirErrors) {
     auto bw = MakeDib(5, 2, 1);
@@ -26,16 +28,12 @@ TEST(DibExports, ColourTypeRefusesBadDibsWithTheirErrors) {
 
     SetErrorCode(0);
     high.header()->biSize = 124;
-    EXPECT_EQ(GetVelmoraDIBColorType(high.bits(), high.header()), -1);
-    EXPECT_EQ(LastErrorCode(), 87u);
+    EXPECT_EQ(ErrorOf(GetVelmoraDIBColorType(high.bits(), high.header()) == -1), 87u);
     high.header()->biSize = 40;
     high.header()->biHeight = -2;
-    EXPECT_EQ(GetVelmoraDIBColorType(high.bits(), high.header()), -1);
-    EXPECT_EQ(LastErrorCode(), 87u);
-    EXPECT_EQ(GetVelmoraDIBColorType(bw.bits(), nullptr), -1);
-    EXPECT_EQ(LastErrorCode(), 998u);
-    EXPECT_EQ(GetVelmoraDIBColorType(nullptr, bw.header()), -1);
-    EXPECT_EQ(LastErrorCode(), 998u);
+    EXPECT_EQ(ErrorOf(GetVelmoraDIBColorType(high.bits(), high.header()) == -1), 87u);
+    EXPECT_EQ(ErrorOf(GetVelmoraDIBColorType(bw.bits(), nullptr) == -1), 998u);
+    EXPECT_EQ(ErrorOf(GetVelmoraDIBColorType(nullptr, bw.header()) == -1), 998u);
 }
 
 TEST(DibExports, DataAndSizeOfAPackedDib) {
@@ -49,29 +47,23 @@ TEST(DibExports, DataAndSizeOfAPackedDib) {
     // A zero width: Data refuses it, Size does not look.
     one.header()->biWidth = 0;
     SetErrorCode(0);
-    EXPECT_EQ(GetVelmoraDIBData(one.header()), nullptr);
-    EXPECT_EQ(LastErrorCode(), 87u);
+    EXPECT_EQ(ErrorOf(GetVelmoraDIBData(one.header()) == nullptr), 87u);
     EXPECT_EQ(GetVelmoraDIBSize(one.header()), 44u);
     one.header()->biSize = 12;
-    EXPECT_EQ(GetVelmoraDIBSize(one.header()), 0u);
-    EXPECT_EQ(LastErrorCode(), 87u);
-    EXPECT_EQ(GetVelmoraDIBData(nullptr), nullptr);
-    EXPECT_EQ(LastErrorCode(), 998u);
-    EXPECT_EQ(GetVelmoraDIBSize(nullptr), 0u);
-    EXPECT_EQ(LastErrorCode(), 998u);
+    EXPECT_EQ(ErrorOf(GetVelmoraDIBSize(one.header()) == 0), 87u);
+    EXPECT_EQ(ErrorOf(GetVelmoraDIBData(nullptr) == nullptr), 998u);
+    EXPECT_EQ(ErrorOf(GetVelmoraDIBSize(nullptr) == 0), 998u);
     // A size beyond 32 bits is refused rather than wrapped.
     auto huge = MakeDib(1, 1, 24);
     huge.header()->biWidth = 0x7FFFFFFF;
     huge.header()->biHeight = 0x7FFFFFFF;
-    EXPECT_EQ(GetVelmoraDIBSize(huge.header()), 0u);
-    EXPECT_EQ(LastErrorCode(), 87u);
+    EXPECT_EQ(ErrorOf(GetVelmoraDIBSize(huge.header()) == 0), 87u);
 }
 
 TEST(DibExports, DisplayPaletteChecksItsDibFirst) {
     auto dib = MakeDib(4, 4, 8);
     dib.header()->biPlanes = 2;
-    EXPECT_EQ(CreateVelmoraDIBPalette(dib.bits(), dib.header(), nullptr, FALSE), nullptr);
-    EXPECT_EQ(LastErrorCode(), 87u);
+    EXPECT_EQ(ErrorOf(CreateVelmoraDIBPalette(dib.bits(), dib.header(), nullptr, FALSE) == nullptr), 87u);
     dib.header()->biPlanes = 1;
     HPALETTE palette = CreateVelmoraDIBPalette(dib.bits(), dib.header(), nullptr, FALSE);
 #if defined(_WIN32)
@@ -82,8 +74,7 @@ TEST(DibExports, DisplayPaletteChecksItsDibFirst) {
         EXPECT_EQ(LastErrorCode(), 0x02000009u);
     }
 #else
-    EXPECT_EQ(palette, nullptr);
-    EXPECT_EQ(LastErrorCode(), 120u);
+    EXPECT_EQ(ErrorOf(palette == nullptr), 120u);
 #endif
 }
 
@@ -139,11 +130,9 @@ TEST_F(DibBmpSave, AFailureLeavesTheOldFileAndNoPartialOne) {
     std::string before = Read();
     // Refused DIBs and paths never touch the file.
     dib.header()->biSize = 108;
-    EXPECT_FALSE(SaveVelmoraBMPDIB(path.c_str(), dib.bits(), dib.header()));
-    EXPECT_EQ(LastErrorCode(), 87u);
+    EXPECT_EQ(ErrorOf(!SaveVelmoraBMPDIB(path.c_str(), dib.bits(), dib.header())), 87u);
     dib.header()->biSize = 40;
-    EXPECT_FALSE(SaveVelmoraBMPDIB(nullptr, dib.bits(), dib.header()));
-    EXPECT_EQ(LastErrorCode(), 998u);
+    EXPECT_EQ(ErrorOf(!SaveVelmoraBMPDIB(nullptr, dib.bits(), dib.header())), 998u);
     // A directory cannot be replaced by the file.
     std::u16string directory = platform::SystemTempDirectory();
     ErrorRecord record;

@@ -16,6 +16,7 @@
 #include "jpeg/jpeg_private_segment.h"
 #include "dib/image.h"
 #include "io/stream.h"
+#include "../support/bit_writer.h"
 
 namespace {
 
@@ -23,38 +24,17 @@ using namespace velmora;
 using namespace velmora::jpeg;
 using Bytes = std::vector<uint8_t>;
 
-// Entropy-coded bits, most significant first, 0xFF followed by a stuffed
-// zero, the last byte padded with ones.
-class BitWriter {
-public:
-    void Put(uint32_t value, int count) {
-        for (int i = count - 1; i >= 0; --i) {
-            current_ = static_cast<uint8_t>((current_ << 1) | ((value >> i) & 1));
-            if (++used_ == 8) Flush();
-        }
-    }
-    // A DC difference or AC value: its category's code was written; these
-    // are the value bits (T.81 F.1.2.1).
-    void PutValue(int32_t value, int category) {
-        if (category == 0) return;
-        Put(static_cast<uint32_t>(value < 0 ? value + (1 << category) - 1 : value), category);
-    }
-    Bytes Finish() {
-        while (used_ != 0) Put(1, 1);
-        return bytes_;
-    }
+using testing_support::BitWriter;
 
-private:
-    void Flush() {
-        bytes_.push_back(current_);
-        if (current_ == 0xFF) bytes_.push_back(0);
-        current_ = 0;
-        used_ = 0;
-    }
-    Bytes bytes_;
-    uint8_t current_ = 0;
-    int used_ = 0;
-};
+// Entropy-coded data: the bits, the last byte padded with ones, 0xFF
+// followed by a stuffed zero.
+Bytes Finish(BitWriter& bits) { return bits.Align(8, true).bytes(true); }
+
+// A DC difference or AC value: its category's code was written; these are
+// the value bits (T.81 F.1.2.1).
+void PutValue(BitWriter& bits, int32_t value, int category) {
+    if (category != 0) bits.Put(static_cast<uint32_t>(value < 0 ? value + (1 << category) - 1 : value), category);
+}
 
 int Category(int32_t value) {
     int category = 0;
@@ -141,10 +121,10 @@ Bytes DcOnlyBlocks(const std::vector<int32_t>& dc) {
         previous = value;
         int category = Category(difference);
         bits.Put(static_cast<uint32_t>(category), 5);
-        bits.PutValue(difference, category);
+        PutValue(bits, difference, category);
         bits.Put(static_cast<uint32_t>(AcCode(0x00)), 8);  // end of block
     }
-    return bits.Finish();
+    return Finish(bits);
 }
 
 // A 16x8 grey baseline stream of two flat blocks (samples 138 and 118).
@@ -393,9 +373,9 @@ TEST(JpegDecoderStreams, StrictEntropyDecoding) {
         const char* name;
         Bytes stream;
     } cases[] = {
-        {"DC category 12", stream(category12.Finish())},
-        {"AC size 11", stream(size11.Finish())},
-        {"run past 63", stream(pastEnd.Finish())},
+        {"DC category 12", stream(Finish(category12))},
+        {"AC size 11", stream(Finish(size11))},
+        {"run past 63", stream(Finish(pastEnd))},
         {"wrong restart marker", stream(restartWrong, dri)},
         {"missing restart marker", stream(DcOnlyBlocks({8, 16}), dri)},
         {"one block of two", stream(DcOnlyBlocks({8}))},
@@ -416,10 +396,10 @@ TEST(JpegDecoderStreams, LosslessPredictionByHand) {
     for (int32_t difference : {10 - 128, 20 - 10, 30 - 10, 40 - 25}) {
         int category = Category(difference);
         bits.Put(static_cast<uint32_t>(category), 5);
-        bits.PutValue(difference, category);
+        PutValue(bits, difference, category);
     }
     Bytes stream =
-        Concat({kSoi, Sof(0xC3, 8, 2, 2, {{1, 0x11, 0}}), DhtDc(0), Sos({{1, 0}}, 7, 0, 0), bits.Finish(), kEoi});
+        Concat({kSoi, Sof(0xC3, 8, 2, 2, {{1, 0x11, 0}}), DhtDc(0), Sos({{1, 0}}, 7, 0, 0), Finish(bits), kEoi});
     Decoded d = DecodeTo(stream, 2, 2, 1);
     ASSERT_TRUE(d.ok) << std::hex << d.code;
     EXPECT_EQ(d.pixels, (std::vector<uint8_t>{10, 20, 30, 40}));

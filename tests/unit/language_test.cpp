@@ -10,9 +10,12 @@
 #include "frame/library.h"
 #include "frame/text.h"
 #include "velmora/velmora.h"
+#include "../support/last_error.h"
 
 namespace velmora {
 namespace {
+
+using testing_support::ErrorOf;
 
 class Languages : public ::testing::Test {
 protected:
@@ -56,8 +59,7 @@ TEST_F(Languages, TextsAndStringLists) {
 
 TEST_F(Languages, MissingModuleAtStartUpLeavesEnglish) {
     SetErrorCode(0);
-    EXPECT_EQ(SetVelmoraLanguage(0x040C), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 2u);
+    EXPECT_EQ(ErrorOf(SetVelmoraLanguage(0x040C) == 0), 2u);
     EXPECT_TRUE(IsLibraryInitialized());
     EXPECT_EQ(GetCurrentLanguage(), kEnglishUs);
     EXPECT_EQ(TextString(40), u"IFD not found.");
@@ -76,18 +78,15 @@ TEST_F(Languages, ModuleReplacesTranslatableTextsOnly) {
     EXPECT_STREQ(text, "IFD nicht gefunden.");
 
     // Switching after initialisation, and back.
-    EXPECT_EQ(SetVelmoraLanguage(0x040C), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 2u);
+    EXPECT_EQ(ErrorOf(SetVelmoraLanguage(0x040C) == 0), 2u);
     EXPECT_EQ(GetCurrentLanguage(), 0x0407);
     EXPECT_EQ(SetVelmoraLanguage(1033), 1);
     EXPECT_EQ(TextString(40), u"IFD not found.");
 }
 
 TEST_F(Languages, CheckFindsMissingAndMismatchedModules) {
-    EXPECT_EQ(CheckVelmoraLanguage(0, 0), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
-    EXPECT_EQ(CheckVelmoraLanguage(0x040C, 0), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 2u);
+    EXPECT_EQ(ErrorOf(CheckVelmoraLanguage(0, 0) == 0), 87u);
+    EXPECT_EQ(ErrorOf(CheckVelmoraLanguage(0x040C, 0) == 0), 2u);
     EXPECT_EQ(CheckVelmoraLanguage(0x0407, 0), 1);
 
 #if defined(_WIN32)
@@ -102,8 +101,7 @@ TEST_F(Languages, CheckFindsMissingAndMismatchedModules) {
 #endif
     EXPECT_EQ(GetLastVelmoraErrorCode(), 13u);
     // A module made for another version of the library.
-    EXPECT_EQ(CheckVelmoraLanguage(0x0413, 0), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 13u);
+    EXPECT_EQ(ErrorOf(CheckVelmoraLanguage(0x0413, 0) == 0), 13u);
 
     // A module that fails its check is never selected.
     EXPECT_EQ(SetVelmoraLanguage(0x0410), 0);

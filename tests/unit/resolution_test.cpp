@@ -1,11 +1,16 @@
 // Resolutions and scales as exact fractions.
+#include <tuple>
+
 #include <gtest/gtest.h>
 
 #include "tiff/exact_fraction.h"
 #include "velmora/velmora.h"
+#include "../support/last_error.h"
 
 namespace velmora {
 namespace {
+
+using testing_support::ErrorOf;
 
 VelmoraResolutionScale Record(DWORD xn, DWORD xd, DWORD yn, DWORD yd, WORD unit) {
     VelmoraResolutionScale r = {};
@@ -17,93 +22,76 @@ VelmoraResolutionScale Record(DWORD xn, DWORD xd, DWORD yn, DWORD yd, WORD unit)
     return r;
 }
 
+// The fields of a record, numerators before denominators, for comparing.
+std::tuple<DWORD, DWORD, DWORD, DWORD, WORD> Fields(const VelmoraResolutionScale& r) {
+    return {r.xNumerator, r.xDenominator, r.yNumerator, r.yDenominator, r.unit};
+}
+
 TEST(Resolution, SetStoresReducedPairsDenominatorFirst) {
     VelmoraResolutionScale r = {};
     ASSERT_EQ(SetVelmoraTIFFResolutionScale(&r, 600, 2, 300, 1, 2), 1);
-    EXPECT_EQ(r.xDenominator, 1u);
-    EXPECT_EQ(r.xNumerator, 300u);
-    EXPECT_EQ(r.yDenominator, 1u);
-    EXPECT_EQ(r.yNumerator, 300u);
-    EXPECT_EQ(r.unit, 2);
-    EXPECT_EQ(SetVelmoraTIFFResolutionScale(&r, 0, 1, 1, 1, 2), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    EXPECT_EQ(Fields(r), Fields(Record(300, 1, 300, 1, 2)));
+    EXPECT_EQ(ErrorOf(SetVelmoraTIFFResolutionScale(&r, 0, 1, 1, 1, 2) == 0), 87u);
     EXPECT_EQ(SetVelmoraTIFFResolutionScale(&r, 1, 1, 1, 1, 18), 0);
-    EXPECT_EQ(SetVelmoraTIFFResolutionScale(nullptr, 1, 1, 1, 1, 2), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 998u);
+    EXPECT_EQ(ErrorOf(SetVelmoraTIFFResolutionScale(nullptr, 1, 1, 1, 1, 2) == 0), 998u);
 }
 
 TEST(Resolution, ConvertBetweenUnitsExactly) {
     VelmoraResolutionScale r = Record(300, 1, 200, 1, 2);
     ASSERT_EQ(ConvertVelmoraTIFFResolutionScale(&r, 3), 1);
-    EXPECT_EQ(r.xNumerator, 15000u);
-    EXPECT_EQ(r.xDenominator, 127u);
-    EXPECT_EQ(r.yNumerator, 10000u);
-    EXPECT_EQ(r.yDenominator, 127u);
-    EXPECT_EQ(r.unit, 3);
+    EXPECT_EQ(Fields(r), Fields(Record(15000, 127, 10000, 127, 3)));
     ASSERT_EQ(ConvertVelmoraTIFFResolutionScale(&r, 2), 1);  // and back
-    EXPECT_EQ(r.xNumerator, 300u);
-    EXPECT_EQ(r.xDenominator, 1u);
+    EXPECT_EQ(Fields(r), Fields(Record(300, 1, 200, 1, 2)));
 
     // Points are 127/360 mm: 72 per inch is one per point.
     r = Record(72, 1, 72, 1, 2);
     ASSERT_EQ(ConvertVelmoraTIFFResolutionScale(&r, 17), 1);
-    EXPECT_EQ(r.xNumerator, 1u);
-    EXPECT_EQ(r.xDenominator, 1u);
+    EXPECT_EQ(Fields(r), Fields(Record(1, 1, 1, 1, 17)));
 
     // No absolute unit converts only to itself; to it, only the unit changes.
     r = Record(300, 1, 300, 1, 1);
-    EXPECT_EQ(ConvertVelmoraTIFFResolutionScale(&r, 2), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    EXPECT_EQ(ErrorOf(ConvertVelmoraTIFFResolutionScale(&r, 2) == 0), 87u);
     r = Record(300, 1, 300, 1, 2);
     ASSERT_EQ(ConvertVelmoraTIFFResolutionScale(&r, 1), 1);
-    EXPECT_EQ(r.unit, 1);
-    EXPECT_EQ(r.xNumerator, 300u);
+    EXPECT_EQ(Fields(r), Fields(Record(300, 1, 300, 1, 1)));
     r = Record(300, 0, 300, 1, 2);
-    EXPECT_EQ(ConvertVelmoraTIFFResolutionScale(&r, 3), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    EXPECT_EQ(ErrorOf(ConvertVelmoraTIFFResolutionScale(&r, 3) == 0), 87u);
 }
 
 TEST(Resolution, MultiplyAndOverflow) {
     VelmoraResolutionScale r = Record(300, 1, 300, 1, 2);
     ASSERT_EQ(MultiplyVelmoraTIFFResolutionScale(&r, 2, 3), 1);
-    EXPECT_EQ(r.xNumerator, 200u);
-    EXPECT_EQ(r.xDenominator, 1u);
+    EXPECT_EQ(Fields(r), Fields(Record(200, 1, 200, 1, 2)));
 
-    // Too large for 32 bits even through the decimal route.
+    // Too large for 32 bits even through the decimal route; unchanged on failure.
     r = Record(4000000000u, 1, 1, 1, 2);
-    EXPECT_EQ(MultiplyVelmoraTIFFResolutionScale(&r, 4000000000u, 1), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 0x02000012u);
-    EXPECT_EQ(r.xNumerator, 4000000000u);  // unchanged on failure
+    EXPECT_EQ(ErrorOf(MultiplyVelmoraTIFFResolutionScale(&r, 4000000000u, 1) == 0), 0x02000012u);
+    EXPECT_EQ(r.xNumerator, 4000000000u);
 
     // Products beyond 32 bits that fit as a quotient take the decimal route.
     ErrorRecord record;
     Fraction f = Multiply(Fraction{100000, 3}, Fraction{3, 100000}, &record);
     EXPECT_TRUE(record.ok());
-    EXPECT_EQ(f.numerator, 1u);
-    EXPECT_EQ(f.denominator, 1u);
+    EXPECT_EQ(std::tuple(f.numerator, f.denominator), std::tuple(1u, 1u));
 }
 
 TEST(Resolution, DoubleToRationalByDecimalDigits) {
+    const struct {
+        double value;
+        DWORD numerator, denominator;
+    } cases[] = {{0.5, 1, 2},
+                 {118.11, 11811, 100},
+                 {1.0 / 3, 333333333, 1000000000},
+                 {123456.789, 123456789, 1000},  // nine significant digits at most
+                 {4294967295.0, 4294967295u, 1}};
+    for (const auto& c : cases) {
+        DWORD n = 0, d = 0;
+        ASSERT_EQ(VelmoraDoubleToURational(c.value, &n, &d), 1) << c.value;
+        EXPECT_EQ(std::tuple(n, d), std::tuple(c.numerator, c.denominator)) << c.value;
+    }
     DWORD n = 0, d = 0;
-    ASSERT_EQ(VelmoraDoubleToURational(0.5, &n, &d), 1);
-    EXPECT_EQ(n, 1u);
-    EXPECT_EQ(d, 2u);
-    ASSERT_EQ(VelmoraDoubleToURational(118.11, &n, &d), 1);
-    EXPECT_EQ(n, 11811u);
-    EXPECT_EQ(d, 100u);
-    ASSERT_EQ(VelmoraDoubleToURational(1.0 / 3, &n, &d), 1);
-    EXPECT_EQ(n, 333333333u);
-    EXPECT_EQ(d, 1000000000u);
-    ASSERT_EQ(VelmoraDoubleToURational(123456.789, &n, &d), 1);  // nine significant digits at most
-    EXPECT_EQ(n, 123456789u);
-    EXPECT_EQ(d, 1000u);
-    ASSERT_EQ(VelmoraDoubleToURational(4294967295.0, &n, &d), 1);
-    EXPECT_EQ(n, 4294967295u);
-    EXPECT_EQ(d, 1u);
-    EXPECT_EQ(VelmoraDoubleToURational(4294967296.0, &n, &d), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 0x02000012u);
-    EXPECT_EQ(VelmoraDoubleToURational(-1.0, &n, &d), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    EXPECT_EQ(ErrorOf(VelmoraDoubleToURational(4294967296.0, &n, &d) == 0), 0x02000012u);
+    EXPECT_EQ(ErrorOf(VelmoraDoubleToURational(-1.0, &n, &d) == 0), 87u);
 }
 
 }  // namespace

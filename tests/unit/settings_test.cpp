@@ -11,9 +11,12 @@
 #include "frame/settings.h"
 #include "velmora/velmora.h"
 #include "wide.h"
+#include "../support/last_error.h"
 
 namespace velmora {
 namespace {
+
+using testing_support::ErrorOf;
 
 constexpr uint16_t kGeneral = 10099;
 constexpr uint16_t kTempDir = 10277;
@@ -58,12 +61,9 @@ protected:
 };
 
 TEST_F(Settings, RootsAreCheckedAndStoredWithoutTrailingBackslash) {
-    EXPECT_EQ(SetVelmoraWindowPrefsRoot("\\Software\\Acme"), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
-    EXPECT_EQ(SetVelmoraWindowPrefsRoot("Software\\\\Acme"), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
-    EXPECT_EQ(SetVelmoraWindowPrefsRoot(nullptr), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 998u);
+    EXPECT_EQ(ErrorOf(SetVelmoraWindowPrefsRoot("\\Software\\Acme") == 0), 87u);
+    EXPECT_EQ(ErrorOf(SetVelmoraWindowPrefsRoot("Software\\\\Acme") == 0), 87u);
+    EXPECT_EQ(ErrorOf(SetVelmoraWindowPrefsRoot(nullptr) == 0), 998u);
 
     ASSERT_EQ(SetVelmoraWindowPrefsRoot("Software\\Acme\\Viewer\\"), 1);
     EXPECT_EQ(PrefsRoot(), u"Software\\Acme\\Viewer");
@@ -90,8 +90,7 @@ TEST_F(Settings, UserValueFirstThenTheDefaultsFile) {
 TEST_F(Settings, DefaultsFileMustExistAndMayBeRelativeToTheLibrary) {
     std::u16string good = WriteFile(u"good.ini", "[Defaults]\n");
     ASSERT_EQ(SetVelmoraIniFileW(W(good.c_str())), 1);
-    EXPECT_EQ(SetVelmoraIniFileW(W((root_ + u"/missing.ini").c_str())), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 2u);
+    EXPECT_EQ(ErrorOf(SetVelmoraIniFileW(W((root_ + u"/missing.ini").c_str())) == 0), 2u);
     EXPECT_EQ(SettingsFile(), good);  // the previous file stays
 
     std::u16string beside = LibraryDirectory() + u"velmora-test-defaults.ini";

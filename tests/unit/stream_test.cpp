@@ -10,6 +10,7 @@
 #include "io/file_names.h"
 #include "io/stream.h"
 #include "platform/platform.h"
+#include "../support/memory_stream.h"
 
 namespace velmora {
 namespace {
@@ -80,13 +81,10 @@ TEST(Streams, MemoryStreamReadsShortAndGrowsToExactSize) {
     StreamSetSize(stream, 10, &more);
     EXPECT_EQ(StreamSize(stream, &more), 10u);
     StreamSetSize(stream, 1000, &more);  // within the capacity: the size only
-    HGLOBAL block = CloseStream(stream, &more);
+    std::vector<uint8_t> bytes = testing_support::CloseAndTake(stream, &more);
     ASSERT_TRUE(more.ok());
-    ASSERT_NE(block, nullptr);
-    EXPECT_EQ(platform::MemSize(block), 1000u);
-    EXPECT_EQ(static_cast<uint8_t*>(platform::MemLock(block))[3], 3);
-    platform::MemUnlock(block);
-    platform::MemFree(block);
+    ASSERT_EQ(bytes.size(), 1000u);
+    EXPECT_EQ(bytes[3], 3);
 
     // An empty stream, and a discarding one, hand nothing back.
     EXPECT_EQ(CloseStream(OpenMemoryStream(false, &more), &more), nullptr);
@@ -105,12 +103,9 @@ TEST(Streams, ReservedCapacityKeepsSizeAndContents) {
     SetMemoryStreamSize(stream, 10, -2, &record);  // smaller: nothing changes
     EXPECT_EQ(MemoryStreamReserve(stream), 77u);
     StreamWrite(stream, "efgh", 4, &record);
-    HGLOBAL block = CloseStream(stream, &record);
-    ASSERT_TRUE(record.ok());
-    EXPECT_EQ(platform::MemSize(block), 8u);
-    EXPECT_EQ(std::memcmp(platform::MemLock(block), "abcdefgh", 8), 0);
-    platform::MemUnlock(block);
-    platform::MemFree(block);
+    EXPECT_EQ(testing_support::CloseAndTake(stream, &record),
+              (std::vector<uint8_t>{'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h'}));
+    EXPECT_TRUE(record.ok());
 }
 
 TEST(Streams, ReadOnlyKindsAndWindows) {

@@ -9,12 +9,14 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <tuple>
 
 #include "platform/platform.h"
 #include "tiff/document.h"
 #include "tiff_builder.h"
 #include "velmora/velmora.h"
 #include "temp_names.h"
+#include "../support/last_error.h"
 
 namespace velmora {
 namespace {
@@ -22,6 +24,7 @@ namespace {
 using testing::Long;
 using testing::Short;
 using testing::TiffBuilder;
+using testing_support::ErrorOf;
 
 // One IFD: its subfile type (NewSubfileType, or SubfileType with `old`) and
 // its PageNumber pair when `total` is not negative.
@@ -195,12 +198,9 @@ TEST_F(TiffDocumentExports, DisplayedSizesFollowTheOrientation) {
         info.size = VELMORA_TIFF_DOCUMENT_IFD_INFO_SIZE_V3;
         ASSERT_EQ(GetVelmoraTIFFDocumentIFDInfo(document_, ifd, &info), 1);
         const bool exchanged = ifd >= 5 && ifd <= 8;
-        EXPECT_EQ(info.page, ifd);
-        EXPECT_EQ(info.width, exchanged ? 20u : 30u);
-        EXPECT_EQ(info.height, exchanged ? 30u : 20u);
-        EXPECT_EQ(info.photometric, 1u);
-        EXPECT_EQ(info.exchanged, exchanged ? -1 : 0);
-        EXPECT_EQ(info.orientation, ifd == 9 ? 1u : ifd);
+        EXPECT_EQ(
+            std::tuple(info.page, info.width, info.height, info.photometric, info.exchanged, info.orientation),
+            std::tuple(ifd, exchanged ? 20u : 30u, exchanged ? 30u : 20u, 1u, exchanged ? -1 : 0, ifd == 9 ? 1u : ifd));
     }
     const TiffDocument* document = TiffDocumentFromHandle(document_);
     EXPECT_EQ(document->rows[2].flags, kIfdHasAnnotations);
@@ -222,31 +222,24 @@ TEST_F(TiffDocumentExports, DisplayedSizesFollowTheOrientation) {
 TEST_F(TiffDocumentExports, ChecksInTheirOrder) {
     VelmoraTIFFDocumentIFDInfo info = {};
     info.size = 20;
-    EXPECT_EQ(GetVelmoraTIFFDocumentIFDInfo(document_, 1, &info), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    EXPECT_EQ(ErrorOf(GetVelmoraTIFFDocumentIFDInfo(document_, 1, &info) == 0), 87u);
     info.size = VELMORA_TIFF_DOCUMENT_IFD_INFO_SIZE_V3;
-    EXPECT_EQ(GetVelmoraTIFFDocumentIFDInfo(document_, 10, &info), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
-    EXPECT_EQ(GetVelmoraTIFFDocumentIFDInfo(document_, 1, nullptr), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 998u);
+    EXPECT_EQ(ErrorOf(GetVelmoraTIFFDocumentIFDInfo(document_, 10, &info) == 0), 87u);
+    EXPECT_EQ(ErrorOf(GetVelmoraTIFFDocumentIFDInfo(document_, 1, nullptr) == 0), 998u);
     // A TIFF handle is not a document, nor a document a TIFF.
-    EXPECT_EQ(GetVelmoraTIFFDocumentPageCount(GetVelmoraTIFFDocumentTIFF(document_)), -1);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 6u);
-    EXPECT_EQ(OpenVelmoraTIFFDocumentTIFF(document_, 0), nullptr);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 6u);
+    EXPECT_EQ(ErrorOf(GetVelmoraTIFFDocumentPageCount(GetVelmoraTIFFDocumentTIFF(document_)) == -1), 6u);
+    EXPECT_EQ(ErrorOf(OpenVelmoraTIFFDocumentTIFF(document_, 0) == nullptr), 6u);
 
     VelmoraOpenTIFFDocument open = {};
     open.size = VELMORA_OPEN_TIFF_DOCUMENT_SIZE_V1;
     open.name = path_->c_str();
     for (WORD flags : {6, 8}) {
         open.flags = flags;
-        EXPECT_EQ(OpenVelmoraTIFFDocumentEx(&open), nullptr);
-        EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+        EXPECT_EQ(ErrorOf(OpenVelmoraTIFFDocumentEx(&open) == nullptr), 87u);
     }
     open.flags = 0;
     open.name = nullptr;
-    EXPECT_EQ(OpenVelmoraTIFFDocumentEx(&open), nullptr);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 998u);
+    EXPECT_EQ(ErrorOf(OpenVelmoraTIFFDocumentEx(&open) == nullptr), 998u);
     // A wide name with a companion mode.
     std::u16string wide = platform::WideFromUtf8(*path_);
     open.flags = VELMORA_TIFF_DOCUMENT_WIDE_NAME | VELMORA_TIFF_DOCUMENT_COMPANION_REPLACE;
@@ -261,10 +254,8 @@ TEST_F(TiffDocumentExports, PageNumbersOkKeepsTheEarlierError) {
     // The thread's error from before the call becomes the last error.
     SetLastVelmoraError(5);
     platform::SetSystemError(1234);
-    EXPECT_EQ(GetVelmoraTIFFDocumentPageNumbersOK(document_), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 1234u);
-    EXPECT_EQ(GetVelmoraTIFFDocumentPageNumbersOK(nullptr), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 6u);
+    EXPECT_EQ(ErrorOf(GetVelmoraTIFFDocumentPageNumbersOK(document_) == 0), 1234u);
+    EXPECT_EQ(ErrorOf(GetVelmoraTIFFDocumentPageNumbersOK(nullptr) == 0), 6u);
 
     TiffBuilder b(false, false);
     b.AddDirectory({Long(256, {8}), Long(257, {8}), Short(297, {0, 1})});
@@ -293,8 +284,7 @@ TEST_F(TiffDocumentExports, DocumentsOnAnOpenTiff) {
 
     // A failed build leaves the TIFF to the caller.
     HGLOBAL memory = OpenVelmoraTIFF(nullptr, VELMORA_TIFF_READ, 0);
-    EXPECT_EQ(OpenVelmoraTIFFDocumentTIFF(memory, VELMORA_TIFF_DOCUMENT_OWN_TIFF), nullptr);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 0x02000004u);
+    EXPECT_EQ(ErrorOf(OpenVelmoraTIFFDocumentTIFF(memory, VELMORA_TIFF_DOCUMENT_OWN_TIFF) == nullptr), 0x02000004u);
     EXPECT_EQ(CloseVelmoraTIFF(memory), 1);
 }
 
