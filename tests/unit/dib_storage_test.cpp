@@ -3,6 +3,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <tuple>
 
 #include "dib/dib_layout.h"
 #include "dib/display_palette.h"
@@ -32,13 +33,10 @@ TEST_P(DibStorage, EveryKindLocksToItsHeaderKeepsRowsAndFrees) {
         ImageLock lock(image);
         BITMAPINFOHEADER* h = lock.header();
         ASSERT_NE(h, nullptr);
-        EXPECT_EQ(h->biSize, 40u);
-        EXPECT_EQ(h->biWidth, 37);
-        EXPECT_EQ(h->biHeight, 9);
-        EXPECT_EQ(h->biBitCount, 4);
-        EXPECT_EQ(h->biClrUsed, 0u);  // 16 colours at 4 bits are written as 0
-        EXPECT_EQ(h->biXPelsPerMeter, 3937);
-        EXPECT_EQ(h->biYPelsPerMeter, 7874);
+        // 16 colours at 4 bits are written as 0.
+        EXPECT_EQ(std::tuple(h->biSize, h->biWidth, h->biHeight, h->biBitCount, h->biClrUsed, h->biXPelsPerMeter,
+                             h->biYPelsPerMeter),
+                  std::tuple(40u, 37, 9, 4, 0u, 3937, 7874));
         EXPECT_EQ(ColorTable(h)[0].rgbRed, 255);  // descending: white first
         EXPECT_EQ(ColorTable(h)[15].rgbGreen, 0);
         EXPECT_EQ(ColorTable(h)[5].rgbBlue, 255 - 5 * 17);
@@ -118,68 +116,32 @@ TEST(DibImage, BorrowedMemoryIsNotFreedWithTheImage) {
     EXPECT_EQ(header->biWidth, 2);  // still ours, still readable
 }
 
-// The stored value of pixel (x, y), y from the top, at any depth.
-uint32_t RawPixel(const BITMAPINFOHEADER* h, const uint8_t* bits, int32_t x, int32_t y) {
-    const uint8_t* row = bits + RowStride(h) * (h->biHeight - 1 - y);
-    switch (h->biBitCount) {
-        case 1: return row[x / 8] >> (7 - x % 8) & 1;
-        case 4: return x % 2 == 0 ? row[x / 2] >> 4 : row[x / 2] & 15;
-        default: {
-            uint32_t value = 0;
-            std::memcpy(&value, row + x * (h->biBitCount / 8), h->biBitCount / 8);
-            return value;
-        }
-    }
-}
-
-class DibRotation : public ::testing::TestWithParam<uint16_t> {};
-
-TEST_P(DibRotation, QuarterTurnsMovePixelsClockwise) {
-    uint16_t bits = GetParam();
+// Where each pixel lands is compared at every depth by the pixel operation
+// tests (copies turned by 90, 180 and 270 degrees) and against libtiff by the
+// TIFF corpus (every orientation); here what a turn does besides the pixels.
+TEST(DibRotation, QuarterTurnsExchangeResolutionAndClearPadding) {
     ErrorRecord record;
-    const int32_t width = 13, height = 6;
-    HGLOBAL source = CreateImage(width, height, bits, 100, 200, 0, kStorageZeroInit, &record);
+    HGLOBAL source = CreateImage(13, 6, 1, 100, 200, 0, kStorageZeroInit, &record);
     ASSERT_NE(source, nullptr);
     {
         ImageLock lock(source);
-        uint32_t count = ColorCount(lock.header());
-        for (uint32_t i = 0; i < count; ++i) ColorTable(lock.header())[i] = RGBQUAD{uint8_t(i), uint8_t(i * 7), 1, 0};
-        uint32_t seed = bits;
-        for (int32_t y = 0; y < height; ++y)
-            for (int32_t x = 0; x < width; ++x) test::SetPixel(lock.header(), lock.bits(), x, y, NextRandom(&seed));
+        std::memset(lock.bits(), 0xFF, RowStride(lock.header()) * 6);  // padding bits set too
     }
-    ImageLock from(source);
-    for (int degrees : {0, 90, 180, 270}) {
-        HGLOBAL turned = RotateDib(source, degrees, &record);
-        ASSERT_NE(turned, nullptr) << record.code;
+    HGLOBAL turned = RotateDib(source, 90, &record);
+    ASSERT_NE(turned, nullptr) << record.code;
+    {
         ImageLock to(turned);
-        const BITMAPINFOHEADER* h = to.header();
-        bool quarter = degrees % 180 != 0;
-        EXPECT_EQ(h->biWidth, quarter ? height : width);
-        EXPECT_EQ(h->biHeight, quarter ? width : height);
-        EXPECT_EQ(h->biXPelsPerMeter, quarter ? 200 : 100);
-        for (int32_t y = 0; y < height; ++y) {
-            for (int32_t x = 0; x < width; ++x) {
-                // Where (x, y) lands when turned clockwise.
-                int32_t tx = x, ty = y;
-                if (degrees == 90) tx = height - 1 - y, ty = x;
-                if (degrees == 180) tx = width - 1 - x, ty = height - 1 - y;
-                if (degrees == 270) tx = y, ty = width - 1 - x;
-                ASSERT_EQ(RawPixel(h, to.bits(), tx, ty), RawPixel(from.header(), from.bits(), x, y))
-                    << degrees << " degrees, pixel " << x << "," << y;
-            }
-        }
-        // Padding bits past the last pixel stay zero.
-        if (bits == 1 && quarter) {
-            EXPECT_EQ(to.bits()[0] & 0x03, 0);
-        }
-        FreeImage(&turned);
+        EXPECT_EQ(to.header()->biWidth, 6);
+        EXPECT_EQ(to.header()->biHeight, 13);
+        EXPECT_EQ(to.header()->biXPelsPerMeter, 200);
+        EXPECT_EQ(to.header()->biYPelsPerMeter, 100);
+        EXPECT_EQ(to.bits()[0], 0xFC);  // six pixels; the bits past them stay zero
     }
+    FreeImage(&turned);
     EXPECT_EQ(RotateDib(source, 45, &record), nullptr);
     EXPECT_EQ(record.code, 87u);
+    FreeImage(&source);
 }
-
-INSTANTIATE_TEST_SUITE_P(DibDepths, DibRotation, ::testing::Values(1, 4, 8, 16, 24, 32));
 
 std::vector<PaletteColor> Standing(uint16_t id) {
     ResourceBytes bytes{};

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "codecs/fax_decoder.h"
+#include "../support/bit_writer.h"
 
 namespace velmora {
 namespace {
@@ -23,34 +24,9 @@ constexpr const char* kVerticalLeft3 = "0000010";
 constexpr const char* kPass = "0001";
 constexpr const char* kExtension = "0000001";
 
-// Builds a bit stream; bytes come out most significant bit first.
-class Bits {
-public:
-    Bits& operator<<(const std::string& code) {
-        for (char c : code) Put(c == '1');
-        return *this;
-    }
-    // Pads to a multiple of `bits` with ones, which no aligned reader may see.
-    Bits& AlignWithOnes(unsigned bits) {
-        while (count_ % bits != 0) Put(true);
-        return *this;
-    }
-    Bits& AlignWithZeros(unsigned bits) {
-        while (count_ % bits != 0) Put(false);
-        return *this;
-    }
-    size_t count() const { return count_; }
-    const std::vector<uint8_t>& bytes() const { return bytes_; }
-
-private:
-    void Put(bool bit) {
-        if (count_ % 8 == 0) bytes_.push_back(0);
-        if (bit) bytes_.back() |= static_cast<uint8_t>(0x80 >> (count_ % 8));
-        ++count_;
-    }
-    std::vector<uint8_t> bytes_;
-    size_t count_ = 0;
-};
+// Bit streams, most significant bit first; padding with ones, which no
+// aligned reader may see, or zeros.
+using Bits = testing_support::BitWriter;
 
 struct Result {
     bool ok = false;
@@ -115,15 +91,15 @@ TEST(FaxDecoder, ModifiedHuffmanRowsEndExactlyAtTheWidth) {
     bits << "1100"
          << "011"
          << "1111";  // white 5, black 4, white 7
-    bits.AlignWithOnes(8);
+    bits.Align(8, true);
     bits << "00110101"
          << "0000010111";  // white 0, black 16: black from the first pixel
-    bits.AlignWithOnes(8);
+    bits.Align(8, true);
     bits << "101010";  // white 16 ends the row without a black run
-    bits.AlignWithOnes(8);
+    bits.Align(8, true);
     bits << "00111"
          << "00011";  // white 10, black 7: past the width
-    bits.AlignWithZeros(8);
+    bits.Align(8, false);
     bits << "1100"
          << "011"
          << "1111";  // never reached
@@ -147,13 +123,13 @@ TEST(FaxDecoder, MisplacedEolsFailTheStripAfterItsRows) {
     mh << "1100"
        << "0011"
        << "1000";  // white 5, black 5, white 3
-    mh.AlignWithZeros(8);
+    mh.Align(8, false);
     mh << kEol;
-    mh.AlignWithZeros(8);
+    mh.Align(8, false);
     mh << "1000"
        << "0011"
        << "1100";  // white 3, black 5, white 5
-    mh.AlignWithZeros(8);
+    mh.Align(8, false);
     Result r = Decode(Job{.compression = 2, .width = 13, .rows = 3}, mh.bytes());
     EXPECT_FALSE(r.ok);
     EXPECT_EQ(r.error, kErrBadImageData);
@@ -296,23 +272,6 @@ TEST(FaxDecoder, RefusesWhatItCannotDecode) {
     page.imageWidth = kMaxFaxWidth + 1;
     EXPECT_FALSE(decoder->Begin(page, &second));
     EXPECT_EQ(second.code, kErrUnsupportedImageType);
-}
-
-TEST(FaxDecoder, DecodesAWholeGroup4Raster) {
-    Bits bits;
-    bits << kHorizontal << "1000"
-         << "10" << kVertical0 << kVertical0 << kVertical0 << kVertical0;
-    std::vector<uint8_t> rows(2 * 4, 0);
-    ErrorRecord record;
-    // Bottom-up: the top row is the last in memory; FillOrder 2 data.
-    std::vector<uint8_t> data = bits.bytes();
-    for (uint8_t& byte : data) {
-        uint8_t reversed = 0;
-        for (int i = 0; i < 8; ++i) reversed |= ((byte >> i) & 1) << (7 - i);
-        byte = reversed;
-    }
-    EXPECT_TRUE(DecodeGroup4Raster(data.data(), data.size(), 16, 2, 2, &rows[4], -4, nullptr, &record));
-    EXPECT_EQ(rows, (std::vector<uint8_t>{0x1C, 0x00, 0, 0, 0x1C, 0x00, 0, 0}));
 }
 
 }  // namespace

