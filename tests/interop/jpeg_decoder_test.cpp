@@ -85,9 +85,9 @@ protected:
     std::string Source(uint32_t width, uint32_t height) {
         const std::string size = std::to_string(width) + "x" + std::to_string(height);
         std::string path = dir().Path("src_" + size + ".ppm");
-        std::string command = std::string(kConvert) + " -size " + size + " -seed 11 plasma:tomato-steelblue -fill black -draw 'line 0,0 " +
-                              std::to_string(width) + "," + std::to_string(height) +
-                              "' -seed 3 -attenuate 0.4 +noise Gaussian " + path;
+        std::string command = std::string(kConvert) + " -size " + size +
+                              " -seed 11 plasma:tomato-steelblue -fill black -draw 'line 0,0 " + std::to_string(width) +
+                              "," + std::to_string(height) + "' -seed 3 -attenuate 0.4 +noise Gaussian " + path;
         if (!std::ifstream(path)) EXPECT_TRUE(velmora::peers::Run(command)) << command;
         return path;
     }
@@ -234,35 +234,21 @@ TEST_F(JpegDecoderCorpus, FourComponentStreams) {
     }
 }
 
-TEST_F(JpegDecoderCorpus, InformationOfPeerStreams) {
+// The density of a JFIF stream ImageMagick wrote. (The other fields, and
+// what a read to the end adds, are checked through the exports.)
+TEST_F(JpegDecoderCorpus, DensityOfAPeerStream) {
     std::string src = Source(120, 80);
     std::string jfif = dir().Path("dense.jpg");
-    ASSERT_TRUE(velmora::peers::Run(std::string(kConvert) + " " + src + " -units PixelsPerInch -density 300x150 " + jfif));
+    ASSERT_TRUE(
+        velmora::peers::Run(std::string(kConvert) + " " + src + " -units PixelsPerInch -density 300x150 " + jfif));
     std::vector<uint8_t> data = ReadFile(jfif);
     JpegInfo info;
     ErrorRecord record;
     ASSERT_TRUE(ReadJpegInfo(JpegSource::Memory(data.data(), data.size()), kInfoWhole, &info, &record));
-    EXPECT_EQ(info.width, 120u);
-    EXPECT_EQ(info.height, 80u);
-    EXPECT_EQ(info.components, 3);
-    EXPECT_EQ(info.precision, 8);
     EXPECT_EQ(info.densityUnit, 2);  // inch, in TIFF's numbering
     EXPECT_EQ(info.xDensityNumerator, 300u);
     EXPECT_EQ(info.yDensityNumerator, 150u);
     EXPECT_EQ(info.flags & (kHasJfif | kSingleTables), kHasJfif | kSingleTables);
-
-    std::string progressive =
-        Run("infoprog", std::string(kCjpeg) + " -progressive -restart 2B -sample 2x1 -outfile @OUT " + src);
-    data = ReadFile(progressive);
-    ASSERT_TRUE(ReadJpegInfo(JpegSource::Memory(data.data(), data.size()), kInfoWhole, &info, &record));
-    EXPECT_EQ(info.process, kProcessProgressive);
-    EXPECT_EQ(info.restartInterval, 2);
-    EXPECT_EQ(info.mcuWidth, 16);
-    EXPECT_EQ(info.mcuHeight, 8);
-    EXPECT_EQ(info.flags & kSingleTables, 0u);  // tables follow the first scan
-    // Only up to the first scan, the later tables are unseen.
-    ASSERT_TRUE(ReadJpegInfo(JpegSource::Memory(data.data(), data.size()), 0, &info, &record));
-    EXPECT_NE(info.flags & kSingleTables, 0u);
 }
 
 // Cut and damaged copies of peer streams: the library's errors, no crash.

@@ -1,1 +1,0 @@
-list(APPEND INTEROP_TESTS interop/tiff_structure_test.cpp)
