@@ -1,13 +1,13 @@
 // The fax decoder against libtiff: bi-level pages made at test time (blocks
-// and strokes as on a page of text, noise of two densities, solid pages, narrow and odd widths, runs of every length
-// to beyond 2560 pixels) are compressed by tiffcp as Group 3
-// one- and two-dimensional, with and without fill bits, Group 4, in both fill
-// orders and in strips of one, several and all rows, and by libtiff itself
-// as Modified Huffman (byte and word aligned). Every raw strip decoded by the
-// library must equal libtiff's decoding of it bit for bit, also when only
-// the left columns are drawn (a narrower output width). Damaged strips
-// must fail with "Bad image data." and nothing worse; a truncated strip
-// keeps the rows before the damage.
+// and strokes as on a page of text, noise of two densities, solid pages,
+// narrow and odd widths, runs of every length to beyond 2560 pixels) are
+// compressed by tiffcp as Group 3 one- and two-dimensional, with and
+// without fill bits, Group 4, in both fill orders and in strips of one,
+// several and all rows, and by libtiff itself as Modified Huffman (byte and
+// word aligned). Every raw strip decoded by the library must equal
+// libtiff's decoding of it bit for bit, also when only the left columns are
+// drawn (a narrower output width); a truncated strip keeps the rows before
+// the cut.
 #include <tiffio.h>
 #include <unistd.h>
 
@@ -240,9 +240,9 @@ TEST_F(FaxInterop, ModifiedHuffmanMatchesLibtiff) {
 }
 
 // A strip cut short keeps every row decoded before the cut, completes or
-// drops the row in progress, and leaves the rest white; flipped bytes fail
-// with "Bad image data." at worst.
-TEST_F(FaxInterop, DamagedStripsFailCleanly) {
+// drops the row in progress, and leaves the rest white. (That damaged bytes
+// fail with "Bad image data." at worst is the fax fuzz target's.)
+TEST_F(FaxInterop, CutStripsKeepTheirRows) {
     std::vector<std::string> files =
         MakeFiles({"-c g4 -r 100000", "-c g3:2d:fill -r 100000", "-c g3 -r 100000", "-c g3:2d -f lsb2msb"});
     for (auto& [name, page] : *pages_) {
@@ -269,15 +269,6 @@ TEST_F(FaxInterop, DamagedStripsFailCleanly) {
             for (size_t at = (row + 1) * rowBytes; at < decoded.rows.size(); ++at) {
                 ASSERT_EQ(decoded.rows[at], 0) << path << ": rows after the failure are not white, cut at "
                                                << cut.size() << ", row " << at / rowBytes;
-            }
-        }
-        for (int trial = 0; trial < 20; ++trial) {
-            std::vector<uint8_t> damaged = strip.raw;
-            for (int flips = 1 + random() % 4; flips > 0; --flips)
-                damaged[random() % damaged.size()] ^= 1 << random() % 8;
-            Decoded decoded = DecodeStrip(file, 0, damaged, file.width);
-            if (!decoded.ok) {
-                EXPECT_EQ(decoded.error, 0x02000006u) << path;
             }
         }
     }

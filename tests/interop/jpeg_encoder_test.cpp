@@ -10,6 +10,7 @@
 #include <fstream>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -216,7 +217,8 @@ TEST(JpegEncoderInterop, CorpusDecodesWithLibjpegDjpegAndPillow) {
         std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(c.jpeg.data()), c.jpeg.size());
         names += " '" + path + "'";
         std::string out;
-        EXPECT_TRUE(velmora::peers::Output("djpeg -outfile /dev/null '" + path + "' 2>&1", &out)) << c.name << ": " << out;
+        EXPECT_TRUE(velmora::peers::Output("djpeg -outfile /dev/null '" + path + "' 2>&1", &out))
+            << c.name << ": " << out;
         EXPECT_EQ(out, "") << c.name;  // not even a warning
     }
     std::string pillowProbe = std::string(VELMORA_PYTHON) + " -c 'import PIL'";
@@ -225,7 +227,8 @@ TEST(JpegEncoderInterop, CorpusDecodesWithLibjpegDjpegAndPillow) {
     std::ofstream(script) << "import sys\nfrom PIL import Image\nfor p in sys.argv[1:]:\n"
                              "    im = Image.open(p)\n    im.load()\n    print(im.size[0], im.size[1], im.mode)\n";
     std::string out;
-    ASSERT_TRUE(velmora::peers::Output(std::string(VELMORA_PYTHON) + " '" + script + "'" + names + " 2>&1", &out)) << out;
+    ASSERT_TRUE(velmora::peers::Output(std::string(VELMORA_PYTHON) + " '" + script + "'" + names + " 2>&1", &out))
+        << out;
     std::string expected;
     for (const CorpusCase& c : corpus) {
         expected += std::to_string(c.source.width) + " " + std::to_string(c.source.height) +
@@ -247,9 +250,10 @@ TEST(JpegEncoderInterop, TablesAndPixelsMatchCjpegAtTheSameQuality) {
             SCOPED_TRACE("components " + std::to_string(components) + " quality " + std::to_string(quality));
             std::string output = directory.Path("peer.jpg");
             std::string out;
-            ASSERT_TRUE(velmora::peers::Output("cjpeg -quality " + std::to_string(quality) + " -baseline -sample 2x2 -outfile '" +
-                                       output + "' '" + input + "' 2>&1",
-                                   &out))
+            ASSERT_TRUE(velmora::peers::Output("cjpeg -quality " + std::to_string(quality) +
+                                                   " -baseline -sample 2x2 -outfile '" + output + "' '" + input +
+                                                   "' 2>&1",
+                                               &out))
                 << out;
             Bytes peer = ReadFile(output);
             JpegEncoderSettings settings;
@@ -283,8 +287,8 @@ TEST(JpegEncoderInterop, OptimisedTablesAreNoLargerThanCjpegOptimize) {
     velmora::peers::WritePnm(source, input);
     std::string output = directory.Path("peer.jpg");
     std::string out;
-    ASSERT_TRUE(
-        velmora::peers::Output("cjpeg -quality 75 -optimize -sample 2x2 -outfile '" + output + "' '" + input + "' 2>&1", &out));
+    ASSERT_TRUE(velmora::peers::Output(
+        "cjpeg -quality 75 -optimize -sample 2x2 -outfile '" + output + "' '" + input + "' 2>&1", &out));
     Bytes peer = ReadFile(output);
     JpegEncoderSettings settings;
     settings.sampling = ChromaSampling::H2V2;
@@ -359,10 +363,8 @@ TEST(JpegEncoderInterop, JfifDensityAndJfxxThumbnailReadByLibjpeg) {
     Decoded decoded = DecodeWithLibjpeg(jpeg);
     ASSERT_TRUE(decoded.ok) << decoded.error;
     EXPECT_TRUE(decoded.sawJfif);
-    EXPECT_EQ(decoded.jfifMinor, 2);
-    EXPECT_EQ(decoded.densityUnit, 2);
-    EXPECT_EQ(decoded.xDensity, 118);
-    EXPECT_EQ(decoded.yDensity, 59);
+    EXPECT_EQ(std::tuple(decoded.jfifMinor, decoded.densityUnit, decoded.xDensity, decoded.yDensity),
+              std::tuple(2, 2, 118, 59));
     std::vector<velmora::testing_support::JpegSegment> segments = velmora::testing_support::JpegSegments(jpeg);
     ASSERT_GT(segments.size(), 2u);
     ASSERT_EQ(segments[2].marker, 0xE0);

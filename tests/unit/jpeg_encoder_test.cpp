@@ -6,6 +6,7 @@
 #include <cstring>
 #include <numbers>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -149,20 +150,14 @@ TEST(JpegEncoderSegments, CopiesKeepResolutionAndScale) {
         DWORD size = 0;
         HGLOBAL copy = CopyJpegMcus(JpegSource::Memory(bytes.data(), bytes.size()), request, &size, &record);
         ASSERT_NE(copy, nullptr) << record.code;
+        const std::vector<uint8_t> copied = testing_support::TakeBlock(copy);
         JpegInfo info;
-        ASSERT_TRUE(ReadJpegInfo(JpegSource::Memory(static_cast<const uint8_t*>(platform::MemLock(copy)), size), 0,
-                                 &info, &record));
-        platform::MemUnlock(copy);
-        platform::MemFree(copy);
-        EXPECT_EQ(info.width, 32u);
+        ASSERT_TRUE(ReadJpegInfo(JpegSource::Memory(copied.data(), size), 0, &info, &record));
         EXPECT_NE(info.flags & kHasResolution, 0u);
-        EXPECT_EQ(info.densityUnit, 3);
-        EXPECT_EQ(info.xDensityNumerator, 1200u);
-        EXPECT_EQ(info.yDensityDenominator, 7u);
+        EXPECT_EQ(std::tuple(info.width, info.densityUnit, info.xDensityNumerator, info.yDensityDenominator),
+                  std::tuple(32u, 3, 1200u, 7u));
         EXPECT_TRUE(info.hasScale) << optimise;
-        EXPECT_EQ(info.scaleUnit, 5);
-        EXPECT_EQ(info.yScaleNumerator, 3u);
-        EXPECT_EQ(info.yScaleDenominator, 4u);
+        EXPECT_EQ(std::tuple(info.scaleUnit, info.yScaleNumerator, info.yScaleDenominator), std::tuple(5, 3u, 4u));
     }
 }
 

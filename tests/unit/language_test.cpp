@@ -35,10 +35,7 @@ TEST_F(Languages, TextsAndStringLists) {
 
     // A string list: its members one after the other, each terminated.
     EXPECT_EQ(LoadText(6710, text, 64, &record), 2);
-    EXPECT_EQ(std::u16string(text), u"in");
-    EXPECT_EQ(std::u16string(text + 3), u"in");
-    EXPECT_EQ(std::u16string(text + 6), u"inch");
-    EXPECT_EQ(std::u16string(text + 11), u"inches");
+    EXPECT_EQ(std::u16string(text, 18), std::u16string(u"in\0in\0inch\0inches", 18));
     char narrow[32];
     EXPECT_EQ(LoadTextNarrow(6710, narrow, sizeof narrow, &record), 2);
     EXPECT_EQ(std::memcmp(narrow, "in\0in\0inch\0inches\0", 19), 0);
