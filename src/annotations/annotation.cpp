@@ -21,7 +21,8 @@ bool CopyPoints(const FreehandFields& from, FreehandFields* to, ErrorRecord* rec
     if (!to->points.Sized(from.points.size(), record) || !to->strokeLengths.Sized(from.strokeLengths.size(), record)) {
         return false;
     }
-    if (!from.points.empty()) std::memcpy(to->points.data(), from.points.data(), from.points.size() * sizeof(AnnotationPoint));
+    if (!from.points.empty())
+        std::memcpy(to->points.data(), from.points.data(), from.points.size() * sizeof(AnnotationPoint));
     if (!from.strokeLengths.empty()) {
         std::memcpy(to->strokeLengths.data(), from.strokeLengths.data(), from.strokeLengths.size() * sizeof(uint32_t));
     }
@@ -265,22 +266,36 @@ Annotation* CopyAnnotation(const Annotation& source, ErrorRecord* record) {
     return copy;
 }
 
+void ComputeFreehandBounds(FreehandFields* freehand) {
+    freehand->bounds = {};
+    for (size_t i = 0; i < freehand->points.size(); ++i) {
+        const AnnotationPoint& p = freehand->points[i];
+        AnnotationRect& b = freehand->bounds;
+        // The edge after a point, wrapping like the stored 32-bit values.
+        const int32_t right = static_cast<int32_t>(static_cast<uint32_t>(p.x) + 1u);
+        const int32_t bottom = static_cast<int32_t>(static_cast<uint32_t>(p.y) + 1u);
+        if (i == 0) {
+            b = {p.x, p.y, right, bottom};
+            continue;
+        }
+        if (p.x < b.left) b.left = p.x;
+        if (p.y < b.top) b.top = p.y;
+        if (p.x >= b.right) b.right = right;
+        if (p.y >= b.bottom) b.bottom = bottom;
+    }
+}
+
 bool IsPendingRedaction(const Annotation& annotation) {
     return IsRedaction(annotation) && (annotation.nodeFlags & (kNodeApplied | kNodeLabel)) == 0;
 }
 
 uint8_t AnnotationTypeCode(const Annotation& annotation) {
     switch (annotation.family) {
-        case AnnotationFamily::Ellipse:
-            return 0;
-        case AnnotationFamily::Image:
-            return 4;
-        case AnnotationFamily::Freehand:
-            return 5;
-        case AnnotationFamily::Rectangle:
-            return 6;
-        case AnnotationFamily::Line:
-            break;
+        case AnnotationFamily::Ellipse: return 0;
+        case AnnotationFamily::Image: return 4;
+        case AnnotationFamily::Freehand: return 5;
+        case AnnotationFamily::Rectangle: return 6;
+        case AnnotationFamily::Line: break;
     }
     const LineFields& line = annotation.line;
     if (line.subtype == 3) return 10;
@@ -292,29 +307,21 @@ uint8_t AnnotationTypeCode(const Annotation& annotation) {
 uint16_t RotationFromOrientation(uint32_t orientation) {
     switch (orientation) {
         case 3:
-        case 4:
-            return 180;
+        case 4: return 180;
         case 5:
-        case 8:
-            return 270;
+        case 8: return 270;
         case 6:
-        case 7:
-            return 90;
-        default:
-            return 0;
+        case 7: return 90;
+        default: return 0;
     }
 }
 
 uint16_t OrientationFromRotation(uint32_t rotation) {
     switch (rotation) {
-        case 90:
-            return 6;
-        case 180:
-            return 3;
-        case 270:
-            return 8;
-        default:
-            return 1;
+        case 90: return 6;
+        case 180: return 3;
+        case 270: return 8;
+        default: return 1;
     }
 }
 

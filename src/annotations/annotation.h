@@ -179,6 +179,10 @@ struct FreehandFields {
     CheckedArray<uint32_t> strokeLengths;
 };
 
+// Sets `bounds` to the smallest rectangle holding every point (right and
+// bottom exclusive); all zero without points.
+void ComputeFreehandBounds(FreehandFields* freehand);
+
 struct Annotation;
 
 // Family 4: pictures embedded in or referenced by the page.

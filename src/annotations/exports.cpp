@@ -1,0 +1,577 @@
+// Exported functions on annotation streams: counting, copying, reading and
+// changing properties, inserting rectangles and pictures, asking about
+// redactions, freeing. Every call parses the host's stream, works on the list
+// and, when it changed something, writes a new stream; the host's handle and
+// size are replaced only once the new stream is complete.
+#include <cstddef>
+#include <cstring>
+#include <string>
+
+#include "annotations/annotation.h"
+#include "annotations/annotation_stream.h"
+#include "annotations/text_fit.h"
+#include "annotations/variant_value.h"
+#include "frame/export_call.h"
+#include "frame/memory_handle.h"
+#include "platform/platform.h"
+#include "tiff/image_file_reader.h"
+#include "velmora/velmora.h"
+
+using velmora::Annotation;
+using velmora::AnnotationFamily;
+using velmora::AnnotationList;
+using velmora::ErrorRecord;
+using velmora::ExportCall;
+
+namespace {
+
+bool Refuse(ErrorRecord* record, uint32_t code) {
+    velmora::SetRecordError(record, code, 0);
+    return false;
+}
+
+// A host's stream locked for reading for the length of one call.
+class LockedBlock {
+public:
+    explicit LockedBlock(HGLOBAL handle)
+        : handle_(handle), bytes_(static_cast<const uint8_t*>(velmora::platform::MemLock(handle))) {}
+    ~LockedBlock() {
+        if (bytes_ != nullptr) velmora::platform::MemUnlock(handle_);
+    }
+    LockedBlock(const LockedBlock&) = delete;
+    LockedBlock& operator=(const LockedBlock&) = delete;
+    const uint8_t* bytes() const { return bytes_; }
+    size_t size() const { return velmora::platform::MemSize(handle_); }
+
+private:
+    HGLOBAL handle_;
+    const uint8_t* bytes_;
+};
+
+// The stated size checked against the block, then `work` on the bytes.
+template <typename Work>
+bool WithStream(HGLOBAL handle, DWORD size, ErrorRecord* record, Work work) {
+    if (record->failed()) return false;
+    if (size < velmora::kStreamHeaderSize) return Refuse(record, velmora::kErrBadAnnotationData);
+    LockedBlock block(handle);
+    if (block.bytes() == nullptr) return Refuse(record, velmora::kErrInvalidHandle);
+    if (size > block.size()) return Refuse(record, velmora::kErrBadAnnotationData);
+    return work(block.bytes(), static_cast<size_t>(size));
+}
+
+bool Load(HGLOBAL handle, DWORD size, AnnotationList* list, ErrorRecord* record) {
+    return WithStream(handle, size, record, [&](const uint8_t* bytes, size_t length) {
+        return velmora::ReadAnnotationStream(bytes, length, list, nullptr, record);
+    });
+}
+
+// Writes the list and replaces the host's stream with it.
+bool Store(const AnnotationList& list, HGLOBAL* handle, DWORD* size, ErrorRecord* record) {
+    uint32_t written = 0;
+    HGLOBAL stream = velmora::WriteAnnotationStream(list, false, &written, record);
+    if (stream == nullptr) return false;
+    velmora::FreeHandle(handle);
+    *handle = stream;
+    *size = written;
+    return true;
+}
+
+// Property names are compared without regard to case.
+bool SameName(const char* name, const char* wanted) {
+    for (; *name != 0 && *wanted != 0; ++name, ++wanted) {
+        char a = *name, b = *wanted;
+        if (a >= 'A' && a <= 'Z') a = static_cast<char>(a - 'A' + 'a');
+        if (b >= 'A' && b <= 'Z') b = static_cast<char>(b - 'A' + 'a');
+        if (a != b) return false;
+    }
+    return *name == *wanted;
+}
+
+// A colour a host gives: none, or 0x00BBGGRR with the highlighter bit allowed
+// when `highlighter` is.
+bool IsColor(uint32_t color, bool highlighter) {
+    return color == velmora::kColorNone || (color >> 24) == 0 || ((color >> 24) == 1 && highlighter);
+}
+
+constexpr uint16_t kMaxBorderStyle = VELMORA_BORDER_STYLE_MAX;
+
+void SetBorderStyle(velmora::RectangleFields* r, uint16_t style) {
+    if (style == 0) {
+        r->borderWidth = 0;
+        r->borderColor = velmora::kColorNone;
+    } else if (r->borderStyle == 0) {
+        r->borderWidth = 1;
+        r->borderColor = 0;
+    }
+    r->borderStyle = style;
+}
+
+bool GetProperty(const Annotation& a, const char* name, VARIANT* value, ErrorRecord* record) {
+    std::memset(value, 0, sizeof *value);
+    if (SameName(name, VELMORA_PROPERTY_TYPE)) {
+        value->vt = VT_UI1;
+        value->bVal = velmora::AnnotationTypeCode(a);
+        return true;
+    }
+    if (a.family != AnnotationFamily::Rectangle) return Refuse(record, velmora::kErrUnknownProperty);
+    const velmora::RectangleFields& r = a.rectangle;
+    const bool background = r.backColor != velmora::kColorNone;
+    if (SameName(name, VELMORA_PROPERTY_BORDER_STYLE)) {
+        value->vt = VT_UI1;
+        value->bVal = static_cast<BYTE>(r.borderStyle);
+    } else if (SameName(name, VELMORA_PROPERTY_HAS_BACKGROUND)) {
+        value->vt = VT_BOOL;
+        value->boolVal = background ? VARIANT_TRUE : VARIANT_FALSE;
+    } else if (SameName(name, VELMORA_PROPERTY_BACK_COLOR_TRANSPARENT)) {
+        if (!background) return Refuse(record, velmora::kErrInvalidParameter);
+        value->vt = VT_BOOL;
+        value->boolVal = (r.backColor & velmora::kColorHighlighter) != 0 ? VARIANT_TRUE : VARIANT_FALSE;
+    } else {
+        return Refuse(record, velmora::kErrUnknownProperty);
+    }
+    return true;
+}
+
+// The fields the properties other than "Text" change, to tell whether a
+// change changed anything.
+struct ChangeableFields {
+    uint32_t numbers[9];
+    char16_t fontFace[32];
+
+    static ChangeableFields Of(const velmora::RectangleFields& r) {
+        ChangeableFields f = {{r.borderColor, r.borderStyle, r.borderWidth, r.backColor, r.option2, r.textColor,
+                               r.textSize, r.styleWord, r.backColor2},
+                              {}};
+        std::memcpy(f.fontFace, r.fontFace, sizeof f.fontFace);
+        return f;
+    }
+    bool Same(const ChangeableFields& other) const {
+        return std::memcmp(numbers, other.numbers, sizeof numbers) == 0 &&
+               std::memcmp(fontFace, other.fontFace, sizeof fontFace) == 0;
+    }
+};
+
+// Changes one property of a rectangle-and-text annotation; *changed tells
+// whether anything is different afterwards.
+bool SetProperty(Annotation* a, const char* name, const VARIANT& value, bool* changed, ErrorRecord* record) {
+    using velmora::VariantNumber;
+    *changed = false;
+    if (a->family != AnnotationFamily::Rectangle) return Refuse(record, velmora::kErrUnknownProperty);
+    velmora::RectangleFields& r = a->rectangle;
+    const ChangeableFields before = ChangeableFields::Of(r);
+    const bool background = r.backColor != velmora::kColorNone;
+    int64_t n = 0;
+    if (SameName(name, VELMORA_PROPERTY_BORDER_STYLE)) {
+        if (!VariantNumber(value, VT_I4, &n, record)) return false;
+        if (n < 0 || n > kMaxBorderStyle) return Refuse(record, velmora::kErrInvalidParameter);
+        SetBorderStyle(&r, static_cast<uint16_t>(n));
+    } else if (SameName(name, VELMORA_PROPERTY_HAS_BACKGROUND)) {
+        if (!VariantNumber(value, VT_BOOL, &n, record)) return false;
+        if (n == 0) r.backColor = velmora::kColorNone;
+        if (n != 0 && !background) r.backColor = 0;
+    } else if (SameName(name, VELMORA_PROPERTY_BACK_COLOR)) {
+        if (!VariantNumber(value, VT_I4, &n, record)) return false;
+        if (!IsColor(static_cast<uint32_t>(n), true) || static_cast<uint32_t>(n) == velmora::kColorNone) {
+            return Refuse(record, velmora::kErrInvalidParameter);
+        }
+        r.backColor = static_cast<uint32_t>(n);
+    } else if (SameName(name, VELMORA_PROPERTY_BACK_COLOR_TRANSPARENT)) {
+        if (!VariantNumber(value, VT_BOOL, &n, record)) return false;
+        if (!background) return Refuse(record, velmora::kErrInvalidParameter);
+        r.backColor = n != 0 ? r.backColor | velmora::kColorHighlighter : r.backColor & ~velmora::kColorHighlighter;
+    } else if (SameName(name, VELMORA_PROPERTY_BACK_STYLE)) {
+        if (!VariantNumber(value, VT_I4, &n, record)) return false;
+        if (n < 0 || n > VELMORA_BACK_STYLE_MAX || !background) return Refuse(record, velmora::kErrInvalidParameter);
+        r.styleWord = (r.styleWord & ~0x70u) | static_cast<uint32_t>(n) << 4;
+        if (r.backColor2 == velmora::kColorNone) r.backColor2 = 0xFFFFFF;
+    } else if (SameName(name, VELMORA_PROPERTY_BACK_COLOR2)) {
+        if (!VariantNumber(value, VT_I4, &n, record)) return false;
+        if (r.backStyle() == 0 || !IsColor(static_cast<uint32_t>(n), true)) {
+            return Refuse(record, velmora::kErrInvalidParameter);
+        }
+        r.backColor2 = static_cast<uint32_t>(n);
+    } else if (SameName(name, VELMORA_PROPERTY_TEXT)) {
+        velmora::AnnotationText text;
+        if (!velmora::VariantText(value, &text, record)) return false;
+        *changed = !r.text.Equals(text.c_str());
+        return r.text.CopyFrom(text, record);
+    } else if (SameName(name, VELMORA_PROPERTY_TEXT_COLOR)) {
+        if (!VariantNumber(value, VT_I4, &n, record)) return false;
+        if (!IsColor(static_cast<uint32_t>(n), true)) return Refuse(record, velmora::kErrInvalidParameter);
+        r.textColor = static_cast<uint32_t>(n);
+    } else if (SameName(name, VELMORA_PROPERTY_TEXT_STYLE)) {
+        if (!VariantNumber(value, VT_I4, &n, record)) return false;
+        if (n < 0 || n > 255) return Refuse(record, velmora::kErrInvalidParameter);
+        r.option2 = static_cast<uint8_t>(n);
+    } else if (SameName(name, VELMORA_PROPERTY_TEXT_SIZE)) {
+        if (!VariantNumber(value, VT_I2, &n, record)) return false;
+        r.textSize = static_cast<uint16_t>(n);
+    } else if (SameName(name, VELMORA_PROPERTY_TEXT_FONT)) {
+        velmora::AnnotationText text;
+        if (!velmora::VariantText(value, &text, record)) return false;
+        char16_t face[32] = {};
+        std::memcpy(face, text.c_str(), (text.length() < 31 ? text.length() : 31) * sizeof(char16_t));
+        std::memcpy(r.fontFace, face, sizeof face);
+    } else {
+        return Refuse(record, velmora::kErrUnknownProperty);
+    }
+    *changed = !before.Same(ChangeableFields::Of(r));
+    return true;
+}
+
+// ---- Inserting -------------------------------------------------------------------
+
+bool Readable(const void* pointer, size_t bytes, ErrorRecord* record) {
+    return velmora::platform::IsReadableMemory(pointer, bytes) || Refuse(record, velmora::kErrNoAccess);
+}
+
+// A host's string (narrow in the system code page, or UTF-16) of at most
+// `limit` characters; null gives the empty text.
+bool HostText(const void* text, bool wide, size_t limit, velmora::AnnotationText* out, ErrorRecord* record) {
+    if (text == nullptr) return true;
+    if (wide) {
+        const char16_t* units = static_cast<const char16_t*>(text);
+        if (!velmora::platform::IsReadableString(units)) return Refuse(record, velmora::kErrNoAccess);
+        size_t length = 0;
+        while (length < limit && units[length] != 0) ++length;
+        return out->Assign(units, length, record);
+    }
+    const char* narrow = static_cast<const char*>(text);
+    if (!velmora::platform::IsReadableString(narrow)) return Refuse(record, velmora::kErrNoAccess);
+    if (!out->AssignNarrow(narrow, std::strlen(narrow), record)) return false;
+    if (out->length() > limit) return out->Assign(out->c_str(), limit, record);
+    return true;
+}
+
+// A double-NUL-terminated list of narrow strings that ends inside its block.
+bool CheckStringList(HGLOBAL list, ErrorRecord* record) {
+    if (!velmora::platform::IsValidHandle(list)) return Refuse(record, velmora::kErrInvalidHandle);
+    LockedBlock block(list);
+    const size_t size = block.size();
+    for (size_t i = 0; i + 1 < size; ++i) {
+        if (block.bytes()[i] == 0 && block.bytes()[i + 1] == 0) return true;
+    }
+    return Refuse(record, velmora::kErrInvalidParameter);
+}
+
+bool ReadSystemTime(const SYSTEMTIME* time, SYSTEMTIME* out, ErrorRecord* record) {
+    if (!Readable(time, sizeof *time, record)) return false;
+    *out = *time;
+    return true;
+}
+
+constexpr uint32_t kUnset = 0xFFFFFFFFu;
+constexpr uint16_t kRectangleSizes[] = {VELMORA_INSERT_ANNOTATION_INFO_SIZE_V1, VELMORA_INSERT_ANNOTATION_INFO_SIZE_V2,
+                                        VELMORA_INSERT_ANNOTATION_INFO_SIZE_V3, VELMORA_INSERT_ANNOTATION_INFO_SIZE_V4,
+                                        VELMORA_INSERT_ANNOTATION_INFO_SIZE_V5, VELMORA_INSERT_ANNOTATION_INFO_SIZE_V6,
+                                        VELMORA_INSERT_ANNOTATION_INFO_SIZE_V7};
+constexpr uint16_t kPictureSizes[] = {VELMORA_INSERT_PICTURE_INFO_SIZE_V1, VELMORA_INSERT_PICTURE_INFO_SIZE_V2,
+                                      VELMORA_INSERT_PICTURE_INFO_SIZE_V3};
+constexpr size_t kPictureStringListSize =
+    offsetof(VelmoraInsertPictureInfo, stringList) + sizeof(VelmoraInsertPictureInfo::stringList);
+
+template <size_t count>
+bool CheckedSize(const void* host, const uint16_t (&sizes)[count], uint16_t* size, ErrorRecord* record) {
+    if (!Readable(host, sizeof(WORD), record)) return false;
+    std::memcpy(size, host, sizeof *size);
+    bool listed = false;
+    for (uint16_t s : sizes) listed = listed || s == *size;
+    return (listed || Refuse(record, velmora::kErrInvalidParameter)) && Readable(host, *size, record);
+}
+
+bool IsRightAngle(uint32_t degrees) { return degrees == 0 || degrees == 90 || degrees == 180 || degrees == 270; }
+
+// The rectangle-and-text annotation an insert record describes.
+Annotation* RectangleFromRecord(const void* host, ErrorRecord* record) {
+    uint16_t size;
+    if (!CheckedSize(host, kRectangleSizes, &size, record)) return nullptr;
+    VelmoraInsertAnnotationInfo in{};
+    std::memcpy(&in, host, size);
+    if (size <= offsetof(VelmoraInsertAnnotationInfo, backColor2)) in.backColor2 = kUnset;
+    if (size <= offsetof(VelmoraInsertAnnotationInfo, thirdColor)) in.thirdColor = kUnset;
+    const bool loose = in.redactionKind == 2;  // the checks a second-kind redaction skips
+    const bool wide = (in.insertFlags & VELMORA_INSERT_WIDE_TEXT) != 0;
+    const bool fit = (in.insertFlags & VELMORA_INSERT_SIZE_TO_FIT) != 0;
+    const uint32_t rect[4] = {static_cast<uint32_t>(in.rect.left), static_cast<uint32_t>(in.rect.top),
+                              static_cast<uint32_t>(in.rect.right), static_cast<uint32_t>(in.rect.bottom)};
+    bool valid = in.redactionKind <= 2 && (in.option2 & 0xA0) != 0xA0 && IsColor(in.backColor, !loose) &&
+                 IsColor(in.thirdColor, !loose) && in.backStyle <= VELMORA_BACK_STYLE_MAX &&
+                 (in.backStyle == 0 || (in.backColor2 >> 24) == 0) && in.fitMode <= VELMORA_FIT_MODE_MAX &&
+                 (in.insertFlags & ~VELMORA_INSERT_FLAGS_VALID) == 0 && rect[0] != kUnset && rect[1] != kUnset;
+    if (!loose) {
+        valid = valid && in.borderStyle <= kMaxBorderStyle && in.option1 == 0 && IsColor(in.borderColor, true) &&
+                IsColor(in.textColor, true) && IsRightAngle(in.textRotation);
+    }
+    if (!fit) valid = valid && in.fitMode == 0 && rect[2] != kUnset && rect[3] != kUnset;
+    if (!valid) return Refuse(record, velmora::kErrInvalidParameter), nullptr;
+
+    velmora::AnnotationText font, text;
+    SYSTEMTIME created;
+    const bool timed = (in.insertFlags & VELMORA_INSERT_CREATION_TIME) != 0;
+    if ((!loose && !HostText(in.fontName, wide, 31, &font, record)) || !HostText(in.text, wide, 256, &text, record) ||
+        ((in.insertFlags & VELMORA_INSERT_EXEMPTION_CODES) != 0 && !CheckStringList(in.exemptionCodes, record)) ||
+        (timed && !ReadSystemTime(in.created, &created, record))) {
+        return nullptr;
+    }
+    if (fit && (size < VELMORA_INSERT_ANNOTATION_INFO_SIZE_V6 || in.pageWidth <= 0 || in.pageHeight <= 0 ||
+                !velmora::platform::IsReadableMemory(in.measure, sizeof *in.measure) || in.measure->values[0] == 0 ||
+                in.measure->values[1] == 0 || in.measure->values[2] == 0 || in.measure->values[3] == 0)) {
+        return Refuse(record, velmora::kErrInvalidParameter), nullptr;
+    }
+    // Redactions and exemption codes are not inserted through this call.
+    if (in.redactionKind != 0 || (in.insertFlags & VELMORA_INSERT_EXEMPTION_CODES) != 0) {
+        return Refuse(record, velmora::kErrInvalidParameter), nullptr;
+    }
+
+    Annotation* a = velmora::NewAnnotation(AnnotationFamily::Rectangle, timed ? &created : nullptr, record);
+    if (a == nullptr) return nullptr;
+    a->nodeFlags = velmora::kNodeFontFlag;
+    velmora::RectangleFields& r = a->rectangle;
+    if (in.borderColor != kUnset && in.borderStyle != 0 && in.borderWidth != 0) {
+        r.borderStyle = in.borderStyle;
+        r.borderWidth = in.borderWidth;
+        r.borderColor = in.borderColor;
+    }
+    r.option1 = in.option1;
+    r.option2 = in.option2;
+    r.textSize = in.textSize;
+    r.textColor = in.textColor;
+    std::memcpy(r.fontFace, font.c_str(), font.length() * sizeof(char16_t));
+    r.rect = {in.rect.left, in.rect.top, in.rect.right, in.rect.bottom};
+    r.backColor = in.backColor;
+    r.styleWord = in.backStyle << 4;
+    r.backColor2 = in.backColor2;
+    r.thirdColor = in.thirdColor;
+    r.flagByte = in.flagByte;
+    r.textRotation = in.textRotation;
+    const velmora::TextFit sizing{in.measure, in.fitMode, in.fitParameter, in.pageWidth, in.pageHeight};
+    if (!r.text.CopyFrom(text, record) ||
+        (fit && !velmora::FitRectangleToText(r.text.c_str(), r.textSize, r.textRotation, sizing, &r.rect, record))) {
+        velmora::DeleteAnnotation(a);
+        return nullptr;
+    }
+    return a;
+}
+
+// A copy of the first `size` bytes of a host's block: the picture as a DIB.
+HGLOBAL CopyPicture(HGLOBAL data, DWORD size, ErrorRecord* record) {
+    HGLOBAL copy = velmora::AllocHandle(size, 0, record);
+    if (copy == nullptr) return nullptr;
+    LockedBlock from(data);
+    std::memcpy(velmora::platform::MemLock(copy), from.bytes(), size);
+    velmora::platform::MemUnlock(copy);
+    return copy;
+}
+
+// The picture annotation an insert record describes.
+Annotation* PictureFromRecord(const void* host, ErrorRecord* record) {
+    uint16_t size;
+    if (!CheckedSize(host, kPictureSizes, &size, record)) return nullptr;
+    VelmoraInsertPictureInfo in{};
+    std::memcpy(&in, host, size);
+    const bool fromMemory = (in.flags & VELMORA_PICTURE_FROM_MEMORY) != 0;
+    const bool timed = (in.flags & VELMORA_PICTURE_CREATION_TIME) != 0;
+    const bool strings = (in.flags & VELMORA_PICTURE_STRING_LIST) != 0;
+    const uint32_t o = in.orientation;
+    bool valid =
+        in.flags < 64 && static_cast<uint32_t>(in.rect.right) != kUnset &&
+        static_cast<uint32_t>(in.rect.bottom) != kUnset && (fromMemory || o == 1 || o == 3 || o == 6 || o == 8) &&
+        (!fromMemory || size >= VELMORA_INSERT_PICTURE_INFO_SIZE_V2) && (!strings || size >= kPictureStringListSize) &&
+        (!timed || size >= VELMORA_INSERT_PICTURE_INFO_SIZE_V3);
+    if (!valid) return Refuse(record, velmora::kErrInvalidParameter), nullptr;
+    velmora::AnnotationText name;
+    SYSTEMTIME created;
+    if ((!fromMemory && !HostText(in.fileName, false, SIZE_MAX, &name, record)) ||
+        (timed && !ReadSystemTime(in.created, &created, record))) {
+        return nullptr;
+    }
+    if (fromMemory) {
+        if (!velmora::platform::IsValidHandle(in.pictureData))
+            return Refuse(record, velmora::kErrInvalidHandle), nullptr;
+        if (velmora::platform::MemSize(in.pictureData) < in.pictureDataSize) {
+            return Refuse(record, velmora::kErrInvalidParameter), nullptr;
+        }
+    }
+    // String lists are checked, then refused: this call inserts none.
+    if (strings) {
+        if (CheckStringList(in.stringList, record)) Refuse(record, velmora::kErrInvalidParameter);
+        return nullptr;
+    }
+
+    Annotation* a = velmora::NewAnnotation(AnnotationFamily::Image, timed ? &created : nullptr, record);
+    if (a == nullptr) return nullptr;
+    a->nodeFlags = velmora::kNodeFontFlag;
+    velmora::ImageFields& m = a->image;
+    m.rect = {in.rect.left, in.rect.top, in.rect.right, in.rect.bottom};
+    m.rotation = velmora::RotationFromOrientation(in.orientation);
+    m.style = in.flags;
+    m.userValue = in.userValue;
+    bool ok = m.fileName.CopyFrom(name, record);
+    if (ok && fromMemory && in.pictureDataSize != 0) {
+        m.dib = CopyPicture(in.pictureData, in.pictureDataSize, record);
+        ok = m.dib != nullptr;
+    } else if (ok && !name.empty()) {
+        m.dib = velmora::ReadImageFileDib(std::u16string(name.c_str(), name.length()), 1, 0, 0, nullptr, record);
+        ok = m.dib != nullptr;
+    }
+    if (!ok) {
+        velmora::DeleteAnnotation(a);
+        return nullptr;
+    }
+    return a;
+}
+
+}  // namespace
+
+LONG VELMORA_API GetVelmoraAnnotationsCount(HGLOBAL annotations, DWORD size) {
+    ExportCall call;
+    if (!call.Gate()) return -1;
+    if (annotations == nullptr) return 0;
+    if (!call.Handle(annotations)) return -1;
+    if (size < velmora::kStreamHeaderSize) {
+        Refuse(&call.record, velmora::kErrBadAnnotationData);
+        call.Finish();
+        return -1;
+    }
+    LockedBlock block(annotations);
+    if (!call.Value(size <= block.size())) return -1;
+    int64_t count = 0;
+    velmora::WalkAnnotationRecords(
+        block.bytes(), size,
+        [&](uint32_t type, const uint8_t*, size_t) {
+            // Narrow group records are not annotations; the wide ones are
+            // counted, as hosts have always seen them counted.
+            if (type == velmora::kGroupRecordAnsi) --count;
+            return true;
+        },
+        &call.record);
+    if (!call.Finish()) return -1;
+    return static_cast<LONG>(count + velmora::stream_detail::Read32(block.bytes() + 28));
+}
+
+HGLOBAL VELMORA_API GetVelmoraAnnotationData(HGLOBAL annotations, LPDWORD size, BYTE reserved) {
+    ExportCall call;
+    if (!call.Gate() || !call.Handle(annotations) || !call.Readable(size, sizeof *size) || !call.Value(reserved == 0)) {
+        return nullptr;
+    }
+    LockedBlock block(annotations);
+    const DWORD stated = *size;
+    if (!call.Value(block.bytes() != nullptr && block.size() >= velmora::kStreamHeaderSize && stated <= block.size() &&
+                    velmora::stream_detail::Read32(block.bytes()) == stated)) {
+        return nullptr;
+    }
+    HGLOBAL copy = velmora::AllocHandle(stated, 0, &call.record);
+    if (copy != nullptr) {
+        std::memcpy(velmora::platform::MemLock(copy), block.bytes(), stated);
+        velmora::platform::MemUnlock(copy);
+    }
+    return call.Finish() ? copy : nullptr;
+}
+
+BOOL VELMORA_API GetVelmoraAnnotationProperty(HGLOBAL annotations, DWORD size, DWORD index, LPCSTR name,
+                                              VARIANT* value) {
+    ExportCall call;
+    if (!call.Gate() || !call.Handle(annotations) || !call.String(name) || !call.Writable(value, sizeof *value)) {
+        return 0;
+    }
+    AnnotationList list;
+    if (Load(annotations, size, &list, &call.record)) {
+        const Annotation* a = index < list.size() ? list.at(index) : nullptr;
+        if (a == nullptr) {
+            Refuse(&call.record, velmora::kErrFileNotFound);
+        } else {
+            GetProperty(*a, name, value, &call.record);
+        }
+    }
+    return call.Finish();
+}
+
+BOOL VELMORA_API SetVelmoraAnnotationProperty(HGLOBAL* annotations, LPDWORD size, DWORD index, LPCSTR name,
+                                              const VARIANT* value) {
+    ExportCall call;
+    if (!call.Gate() || !call.Writable(annotations, sizeof *annotations) || !call.Handle(*annotations) ||
+        !call.Writable(size, sizeof *size) || !call.String(name) || !call.Readable(value, sizeof *value)) {
+        return 0;
+    }
+    AnnotationList list;
+    if (Load(*annotations, *size, &list, &call.record)) {
+        Annotation* a = index < list.size() ? list.at(index) : nullptr;
+        bool changed = false;
+        if (a == nullptr) {
+            Refuse(&call.record, velmora::kErrFileNotFound);
+        } else if (SetProperty(a, name, *value, &changed, &call.record) && changed) {
+            Store(list, annotations, size, &call.record);
+        }
+    }
+    return call.Finish();
+}
+
+LONG VELMORA_API InsertVelmoraAnnotation(HGLOBAL* annotations, LPDWORD size, DWORD mode, const void* record) {
+    ExportCall call;
+    if (!call.Gate() || !call.Writable(annotations, sizeof *annotations) || !call.Writable(size, sizeof *size) ||
+        !call.Readable(record, sizeof(WORD))) {
+        return -1;
+    }
+    if (*annotations != nullptr) {
+        if (!call.Handle(*annotations)) return -1;
+        if (*size < velmora::kStreamHeaderSize) {
+            Refuse(&call.record, velmora::kErrBadAnnotationData);
+            call.Finish();
+            return -1;
+        }
+    }
+    if (!call.Value(mode == VELMORA_INSERT_RECTANGLE || mode == VELMORA_INSERT_PICTURE)) return -1;
+    Annotation* a = mode == VELMORA_INSERT_RECTANGLE ? RectangleFromRecord(record, &call.record)
+                                                     : PictureFromRecord(record, &call.record);
+    AnnotationList list;
+    LONG index = -1;
+    if (a != nullptr && (*annotations == nullptr || Load(*annotations, *size, &list, &call.record))) {
+        index = static_cast<LONG>(list.size());
+        if (!list.Append(a, &call.record) || !Store(list, annotations, size, &call.record)) index = -1;
+    } else {
+        velmora::DeleteAnnotation(a);
+    }
+    return call.Finish() ? index : -1;
+}
+
+LONG VELMORA_API VelmoraAnnotationsFlags(HGLOBAL annotations, DWORD size, DWORD selector) {
+    ExportCall call;
+    if (!call.Gate() || !call.Value(selector <= 3)) return -1;
+    if (annotations == nullptr || selector == 0) return 0;
+    if (!call.Handle(annotations)) return -1;
+    LONG result = 0;
+    WithStream(annotations, size, &call.record, [&](const uint8_t* bytes, size_t length) {
+        bool redaction = false, marker = false;
+        if (!velmora::StreamHasPendingRedaction(bytes, length, &redaction, &call.record)) return false;
+        // The second question is asked only of streams holding redactions.
+        if (!redaction) return true;
+        if ((selector & VELMORA_ANNOTATIONS_HAS_REDACTIONS) != 0) result |= VELMORA_ANNOTATIONS_HAS_REDACTIONS;
+        if ((selector & VELMORA_ANNOTATIONS_HAS_TEXTLESS_MARKS) != 0 &&
+            velmora::StreamHasMarkerRectangle(bytes, length, &marker, &call.record) && marker) {
+            result |= VELMORA_ANNOTATIONS_HAS_TEXTLESS_MARKS;
+        }
+        return call.record.ok();
+    });
+    return call.Finish() ? result : -1;
+}
+
+BOOL VELMORA_API VelmoraAnnotationsHaveRedactions(HGLOBAL annotations, DWORD size) {
+    ExportCall call;
+    if (!call.Gate()) return 0;
+    if (annotations == nullptr) return 0;
+    if (!call.Handle(annotations)) return 0;
+    bool found = false;
+    WithStream(annotations, size, &call.record, [&](const uint8_t* bytes, size_t length) {
+        return velmora::StreamHasPendingRedaction(bytes, length, &found, &call.record);
+    });
+    return call.Finish() && found ? 1 : 0;
+}
+
+BOOL VELMORA_API DestroyVelmoraAnnotations(HGLOBAL annotations) {
+    ExportCall call;
+    if (!call.Gate()) return 0;
+    if (annotations == nullptr) return 1;
+    if (!call.Handle(annotations)) return 0;
+    velmora::FreeHandle(&annotations);
+    return 1;
+}
