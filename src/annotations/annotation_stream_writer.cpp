@@ -18,7 +18,6 @@ namespace velmora {
 
 namespace {
 
-constexpr unsigned kShareable = 0x2000;  // GMEM_SHARE
 // Offsets keep their two top bits free for the protection bits.
 constexpr uint64_t kLargestStream = 0x3FFFFFFF;
 constexpr char kSignature[20] = "VelmoraAnnotations";
@@ -480,13 +479,14 @@ bool IsLinkedToSelection(const Annotation& annotation, bool clipboard, const Ann
 
 HGLOBAL WriteAnnotationStream(const AnnotationList& list, bool clipboard, uint32_t* size, ErrorRecord* record) {
     if (record->failed()) return nullptr;
-    DataSink measure(nullptr, 0);
+    // Measured offsets are not where the data will land, but like them never 0.
+    DataSink measure(nullptr, kStreamHeaderSize);
     uint64_t recordBytes;
     uint32_t count;
     WriteRecords(list, Writer{&measure, clipboard}, nullptr, &recordBytes, &count);
-    const uint64_t total = kStreamHeaderSize + recordBytes + measure.end();
+    const uint64_t total = recordBytes + measure.end();
     if (TooLarge(total, record)) return nullptr;
-    HGLOBAL block = AllocHandle(static_cast<size_t>(total), GMEM_ZEROINIT | (clipboard ? kShareable : 0), record);
+    HGLOBAL block = AllocHandle(static_cast<size_t>(total), GMEM_ZEROINIT | (clipboard ? GMEM_DDESHARE : 0), record);
     if (block == nullptr) return nullptr;
     uint8_t* bytes = static_cast<uint8_t*>(platform::MemLock(block));
     Put(bytes, static_cast<uint32_t>(total), 4);
@@ -512,7 +512,7 @@ HGLOBAL BuildRedactionIndex(const AnnotationList& list, bool clipboard, uint32_t
     if (entries == 0) return nullptr;
     const uint64_t total = 32 + 20 * entries + texts;
     if (TooLarge(total, record)) return nullptr;
-    HGLOBAL block = AllocHandle(static_cast<size_t>(total), GMEM_ZEROINIT | (clipboard ? kShareable : 0), record);
+    HGLOBAL block = AllocHandle(static_cast<size_t>(total), GMEM_ZEROINIT | (clipboard ? GMEM_DDESHARE : 0), record);
     if (block == nullptr) return nullptr;
     uint8_t* bytes = static_cast<uint8_t*>(platform::MemLock(block));
     Put(bytes, static_cast<uint32_t>(total), 4);

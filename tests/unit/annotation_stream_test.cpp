@@ -1,0 +1,469 @@
+// Annotation streams: random lists of every family survive writing and
+// reading (with their redaction index), streams are rewritten byte for byte,
+// and a few fixed byte layouts pin the format.
+#include <cstring>
+#include <random>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "annotations/annotation.h"
+#include "annotations/annotation_stream.h"
+#include "frame/memory_handle.h"
+#include "platform/platform.h"
+#include "velmora/velmora.h"
+
+namespace velmora {
+namespace {
+
+class Generator {
+public:
+    explicit Generator(uint32_t seed) : engine_(seed) {}
+
+    uint32_t Below(uint32_t n) { return std::uniform_int_distribution<uint32_t>(0, n - 1)(engine_); }
+    bool Chance() { return Below(2) == 0; }
+    uint32_t Any() { return Below(0xFFFFFFFFu); }
+    uint32_t Color() { return Chance() ? kColorNone : (Any() & 0xFFFFFF) | (Chance() ? kColorHighlighter : 0); }
+    uint16_t Angle() { return static_cast<uint16_t>(Below(4) * 90); }
+    // Texts of ASCII, of wider characters, or empty.
+    void Text(AnnotationText* text, size_t longest = 12) {
+        char16_t units[40];
+        const size_t length = Below(static_cast<uint32_t>(longest) + 1);
+        const bool wide = Below(3) == 0;
+        for (size_t i = 0; i < length; ++i)
+            units[i] = static_cast<char16_t>(wide ? 0x100 + Below(0x3000) : 32 + Below(95));
+        ErrorRecord record;
+        text->Assign(units, length, &record);
+    }
+
+    Annotation* Make(AnnotationFamily family, bool nested = false) {
+        ErrorRecord record;
+        Annotation* a = NewAnnotation(family, nullptr, &record);
+        a->created = a->changed = PackedTime{};
+        if (Chance()) {
+            for (uint16_t& w : a->created.words) w = static_cast<uint16_t>(Any());
+            for (uint16_t& w : a->changed.words) w = static_cast<uint16_t>(Any());
+            a->created.words[2] |= 1;
+        }
+        a->objectFlags = Below(8);
+        const bool applied = Chance(), redaction = Chance();
+        a->nodeFlags = (applied ? kNodeApplied : 0) | (redaction ? kNodeRedaction : 0) | kNodeFontFlag;
+        switch (family) {
+            case AnnotationFamily::Rectangle: Rectangle(a); break;
+            case AnnotationFamily::Line: Line(a); break;
+            case AnnotationFamily::Freehand: Freehand(a); break;
+            case AnnotationFamily::Image: Image(a, nested); break;
+            case AnnotationFamily::Ellipse: Ellipse(a); break;
+        }
+        if (!nested) Groups(a);
+        return a;
+    }
+
+private:
+    void Attached(AttachedData* d) {
+        if (Chance()) return;
+        d->present = true;
+        d->first = Any();
+        d->second = Any();
+        d->third = Any();
+        for (uint8_t& b : d->guid) b = static_cast<uint8_t>(Any());
+        d->fourth = static_cast<uint8_t>(Any());
+        d->sixth = static_cast<uint8_t>(Any());
+        d->hasSecondText = Chance();
+        Text(&d->text1);
+        if (d->hasSecondText) Text(&d->text2);
+    }
+
+    void Groups(Annotation* a) {
+        ErrorRecord record;
+        const uint32_t kind = Below(4);
+        if (kind == 1) AddAnnotationGroup(a, u"", 0, &record);
+        for (uint32_t i = 0; kind >= 2 && i < kind - 1; ++i) {
+            AnnotationText name;
+            do Text(&name, 8);
+            while (name.empty() || name.Equals(kDefaultGroupName));
+            AddAnnotationGroup(a, name.c_str(), name.length(), &record);
+        }
+    }
+
+    void Rectangle(Annotation* a) {
+        RectangleFields& r = a->rectangle;
+        if (Chance()) {
+            r.borderStyle = static_cast<uint16_t>(1 + Below(5));
+            r.borderWidth = static_cast<uint16_t>(Below(3));
+            r.borderColor = Chance() ? 0 : Color();
+        }
+        r.backColor = Color();
+        Text(&r.text);
+        r.option1 = r.text.empty() ? 0 : static_cast<uint8_t>(Any());
+        r.option2 = static_cast<uint8_t>(Any());
+        r.textColor = Color();
+        AnnotationText face;
+        Text(&face, 31);
+        std::memcpy(r.fontFace, face.c_str(), face.length() * 2);
+        r.textSize = static_cast<uint16_t>(Any());
+        r.rect = {static_cast<int32_t>(Any()), static_cast<int32_t>(Any()), static_cast<int32_t>(Any()),
+                  static_cast<int32_t>(Any())};
+        r.flagByte = static_cast<uint8_t>(Below(2));
+        r.textRotation = Angle();
+        r.styleWord = Below(4) == 0 ? Any() & 0x3F0 : (Any() & 0x70);
+        r.backColor2 = r.backStyle() != 0 ? Color() : kColorNone;
+        r.thirdColor = Color();
+        if (r.text.empty() && Chance()) a->nodeFlags |= Chance() ? kNodeMarker : kNodeSecondRedaction;
+        if (Chance()) a->nodeFlags &= ~kNodeFontFlag;
+        Attached(&a->attached);
+    }
+
+    void Line(Annotation* a) {
+        LineFields& l = a->line;
+        l.color = Chance() ? 0 : Any();
+        l.first = {static_cast<int32_t>(Any()), static_cast<int32_t>(Any())};
+        l.second = {static_cast<int32_t>(Any()), static_cast<int32_t>(Any())};
+        l.width = static_cast<uint16_t>(Below(0x4000));
+        if (Chance()) a->nodeFlags &= ~kNodeFontFlag;
+        if (Chance()) return;
+        l.endSize1 = static_cast<uint16_t>(Below(0x8000));
+        l.endSize2 = static_cast<uint16_t>(Below(0x8000));
+        l.endWord = static_cast<uint16_t>(Any());
+        l.option = static_cast<uint8_t>(Any());
+        l.subtype = static_cast<uint8_t>(Below(4));
+        if (l.subtype != 0) Text(&l.text);
+        l.textWord = Chance() ? 0xFFFF : static_cast<uint16_t>(Any());
+        l.measurement = Chance() ? 0 : static_cast<uint16_t>(Any());
+    }
+
+    void Freehand(Annotation* a) {
+        FreehandFields& f = a->freehand;
+        if (Chance()) a->nodeFlags |= kNodeSecondRedaction;
+        f.fillColor = (a->nodeFlags & kNodeSecondRedaction) != 0 ? kColorNone : Color();
+        f.lineColor = Any();
+        f.style = static_cast<uint16_t>(Any());
+        f.width = static_cast<uint16_t>(Below(0x4000));
+        ErrorRecord record;
+        for (uint32_t s = Below(4); s > 0; --s) {
+            const uint32_t n = Below(6);
+            f.strokeLengths.Append(n, &record);
+            for (uint32_t i = 0; i < n; ++i)
+                f.points.Append({static_cast<int32_t>(Any()), static_cast<int32_t>(Any())}, &record);
+        }
+        ComputeFreehandBounds(&f);
+    }
+
+    void Image(Annotation* a, bool nested) {
+        ImageFields& m = a->image;
+        Attached(&a->attached);
+        m.rect = {static_cast<int32_t>(Any()), static_cast<int32_t>(Any()), static_cast<int32_t>(Any()),
+                  static_cast<int32_t>(Any())};
+        m.rotation = Angle();
+        m.style = static_cast<uint16_t>(Any());
+        const bool tagged = m.style > 32767 || AttachedDataSubtype(a->attached) >= 2 ||
+                            ((m.style & 2) != 0 && (m.style & 0x300) != 0x300);
+        if (tagged && Chance()) m.parameter = Any();
+        ErrorRecord record;
+        if (Chance()) {
+            const size_t size = 1 + Below(64);
+            m.dib = AllocHandle(size, 0, &record);
+            uint8_t* bytes = static_cast<uint8_t*>(platform::MemLock(m.dib));
+            for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(Any());
+            platform::MemUnlock(m.dib);
+        }
+        if (!nested && Chance()) {
+            m.attachedText = Make(AnnotationFamily::Rectangle, true);
+            m.attachedTextRect = {static_cast<int32_t>(Below(0x10000)), static_cast<int32_t>(Below(0x10000)),
+                                  static_cast<int32_t>(Below(0x10000)), static_cast<int32_t>(Below(0x10000))};
+        }
+    }
+
+    void Ellipse(Annotation* a) {
+        EllipseFields& e = a->ellipse;
+        e.outlineColor = Color();
+        e.outlineStyle = static_cast<uint16_t>(Any());
+        e.outlineWidth = static_cast<uint16_t>(Below(0x7FFF));
+        if (Chance()) {
+            a->nodeFlags = (a->nodeFlags & ~kNodeRedaction) | kNodeSecondRedaction;
+            e.outlineWidth = 0;
+        }
+        e.fillColor = Color();
+        e.rect = {static_cast<int32_t>(Below(0x80000000u)), static_cast<int32_t>(Any()), static_cast<int32_t>(Any()),
+                  static_cast<int32_t>(Any())};
+        e.option = static_cast<uint16_t>(Below(2));
+        e.rotation = Angle();
+    }
+
+    std::mt19937 engine_;
+};
+
+// Every stored property of an annotation as text, to compare two lists.
+std::string Describe(const Annotation& a) {
+    std::string s;
+    auto add = [&](uint64_t v) { s += std::to_string(v) + ","; };
+    auto text = [&](const AnnotationText& t) {
+        s += platform::Utf8FromWide(std::u16string(t.c_str(), t.length())) + "|";
+    };
+    add(static_cast<uint32_t>(a.family));
+    add(a.nodeFlags & ~kNodeSelected);
+    add(a.objectFlags);
+    for (int i = 0; i < 3; ++i) add(a.created.words[i] * 65536u + a.changed.words[i]);
+    for (char16_t c : a.groups) add(c);
+    text(a.linkText);
+    const AttachedData& d = a.attached;
+    if (d.present) {
+        add(d.first), add(d.second), add(d.third), add(d.fourth), add(d.fifth), add(d.sixth), add(d.hasSecondText);
+        for (uint8_t b : d.guid) add(b);
+        text(d.text1), text(d.text2);
+    }
+    const RectangleFields& r = a.rectangle;
+    add(r.borderColor), add(r.borderStyle), add(r.borderWidth), add(r.backColor), add(r.option1), add(r.option2);
+    add(r.textColor), add(r.textSize), add(r.optionByte), add(r.flagByte), add(r.textRotation), add(r.styleWord);
+    add(r.backColor2), add(r.thirdColor), text(r.text);
+    for (char16_t c : r.fontFace) add(c);
+    for (int32_t v : {r.rect.left, r.rect.top, r.rect.right, r.rect.bottom}) add(static_cast<uint32_t>(v));
+    const LineFields& l = a.line;
+    add(l.color), add(l.endSize1), add(l.endSize2), add(l.endWord), add(l.width), add(l.option), add(l.subtype);
+    add(l.textWord), add(l.measurement), text(l.text);
+    for (int32_t v : {l.first.x, l.first.y, l.second.x, l.second.y}) add(static_cast<uint32_t>(v));
+    const FreehandFields& f = a.freehand;
+    add(f.fillColor), add(f.lineColor), add(f.style), add(f.width);
+    for (int32_t v : {f.bounds.left, f.bounds.top, f.bounds.right, f.bounds.bottom}) add(static_cast<uint32_t>(v));
+    for (uint32_t n : f.strokeLengths) add(n);
+    for (const AnnotationPoint& p : f.points) add(static_cast<uint32_t>(p.x)), add(static_cast<uint32_t>(p.y));
+    const ImageFields& m = a.image;
+    add(m.rotation), add(m.style), add(m.parameter), add(m.userValue), text(m.fileName);
+    for (int32_t v : {m.rect.left, m.rect.top, m.rect.right, m.rect.bottom}) add(static_cast<uint32_t>(v));
+    if (m.dib != nullptr) {
+        const uint8_t* bytes = static_cast<const uint8_t*>(platform::MemLock(m.dib));
+        s += std::string(reinterpret_cast<const char*>(bytes), platform::MemSize(m.dib)) + "|";
+        platform::MemUnlock(m.dib);
+    }
+    if (m.attachedText != nullptr) {
+        for (int32_t v :
+             {m.attachedTextRect.left, m.attachedTextRect.top, m.attachedTextRect.right, m.attachedTextRect.bottom}) {
+            add(static_cast<uint32_t>(v));
+        }
+        s += "[" + Describe(*m.attachedText) + "]";
+    }
+    const EllipseFields& e = a.ellipse;
+    add(e.outlineColor), add(e.outlineStyle), add(e.outlineWidth), add(e.fillColor), add(e.option), add(e.rotation);
+    for (int32_t v : {e.rect.left, e.rect.top, e.rect.right, e.rect.bottom}) add(static_cast<uint32_t>(v));
+    if (a.owner != nullptr) s += "owner";
+    return s;
+}
+
+std::string Describe(const AnnotationList& list) {
+    std::string s;
+    for (const Annotation* a : list) s += Describe(*a) + "\n";
+    return s;
+}
+
+std::string Bytes(HGLOBAL block) {
+    const char* bytes = static_cast<const char*>(platform::MemLock(block));
+    std::string s(bytes, platform::MemSize(block));
+    platform::MemUnlock(block);
+    return s;
+}
+
+// A random list: every family, with labels owned by earlier redactions (one
+// line label and one other label at most) and exemption code texts.
+void RandomList(Generator& g, AnnotationList* list) {
+    ErrorRecord record;
+    for (uint32_t n = g.Below(7); n > 0; --n) {
+        Annotation* a = g.Make(static_cast<AnnotationFamily>(1 + g.Below(5)));
+        list->Append(a, &record);
+        if (IsRedaction(*a) && g.Chance()) g.Text(&a->linkText);
+        Annotation* owner = list->at(static_cast<ptrdiff_t>(g.Below(static_cast<uint32_t>(list->size()))));
+        if (owner == a || !IsRedaction(*owner) || (owner->nodeFlags & kNodeLabel) != 0 || g.Chance()) continue;
+        bool taken = false;
+        for (const Annotation* other : *list) {
+            taken = taken || (other->owner == owner &&
+                              (other->family == AnnotationFamily::Line) == (a->family == AnnotationFamily::Line));
+        }
+        if (taken) continue;
+        a->nodeFlags |= kNodeLabel;
+        a->owner = owner;
+        a->linkText.Clear();
+    }
+}
+
+TEST(AnnotationStream, RandomListsSurviveWritingAndReadingAndRewriteByteForByte) {
+    for (uint32_t seed = 0; seed < 3000; ++seed) {
+        Generator g(seed);
+        AnnotationList list;
+        RandomList(g, &list);
+        ErrorRecord record;
+        uint32_t size = 0, indexSize = 0;
+        HGLOBAL stream = WriteAnnotationStream(list, false, &size, &record);
+        HGLOBAL index = BuildRedactionIndex(list, false, &indexSize, &record);
+        ASSERT_TRUE(record.ok()) << seed;
+        ASSERT_EQ(size, platform::MemSize(stream));
+
+        AnnotationList read;
+        uint32_t loaded = 7;
+        const std::string bytes = Bytes(stream);
+        ASSERT_TRUE(ReadAnnotationStream(reinterpret_cast<const uint8_t*>(bytes.data()), size, &read, &loaded, &record))
+            << seed << " " << std::hex << record.code;
+        EXPECT_EQ(loaded, 0u);
+        if (index != nullptr) {
+            const std::string entries = Bytes(index);
+            ASSERT_TRUE(
+                ReadRedactionIndex(reinterpret_cast<const uint8_t*>(entries.data()), indexSize, &read, &record));
+        }
+        ASSERT_EQ(Describe(list), Describe(read)) << "seed " << seed;
+
+        uint32_t again = 0;
+        HGLOBAL rewritten = WriteAnnotationStream(read, false, &again, &record);
+        EXPECT_EQ(Bytes(rewritten), bytes) << "seed " << seed;
+        FreeHandle(&stream);
+        FreeHandle(&index);
+        FreeHandle(&rewritten);
+    }
+}
+
+TEST(AnnotationStream, ClipboardWritesTheSelectionAndItsLinksWithoutProtectionOrMarkers) {
+    ErrorRecord record;
+    AnnotationList list;
+    for (int i = 0; i < 4; ++i) {
+        Annotation* a = NewAnnotation(AnnotationFamily::Ellipse, nullptr, &record);
+        a->created = a->changed = PackedTime{};
+        a->objectFlags = kObjectProtect0 | kObjectProtect1;
+        a->ellipse.outlineWidth = static_cast<uint16_t>(i + 1);
+        list.Append(a, &record);
+    }
+    list.at(0)->nodeFlags = kNodeRedaction | kNodeFontFlag;
+    list.at(1)->nodeFlags = kNodeLabel | kNodeSelected | kNodeFontFlag;
+    list.at(1)->owner = list.at(0);
+    uint32_t size = 0;
+    HGLOBAL stream = WriteAnnotationStream(list, true, &size, &record);
+    ASSERT_NE(stream, nullptr);
+    EXPECT_NE(platform::MemFlags(stream) & GMEM_DDESHARE, 0u);
+    AnnotationList read;
+    const std::string bytes = Bytes(stream);
+    ASSERT_TRUE(ReadAnnotationStream(reinterpret_cast<const uint8_t*>(bytes.data()), size, &read, nullptr, &record));
+    ASSERT_EQ(read.size(), 2u);
+    EXPECT_EQ(read.at(0)->ellipse.outlineWidth, 1);
+    EXPECT_EQ(read.at(0)->nodeFlags, kNodeFontFlag);
+    EXPECT_EQ(read.at(0)->objectFlags, 0u);
+    uint32_t indexSize = 0;
+    HGLOBAL index = BuildRedactionIndex(list, true, &indexSize, &record);
+    ASSERT_EQ(indexSize, 52u);
+    const std::string entries = Bytes(index);
+    EXPECT_EQ(entries.substr(4, 20), std::string("VelmoraRedactions\0\0\0", 20));
+    const uint32_t entry[5] = {0xFFFFFFFFu, 0, 1, 0xFFFFFFFFu, 0};
+    EXPECT_EQ(std::memcmp(entries.data() + 32, entry, 20), 0);
+    FreeHandle(&stream);
+    FreeHandle(&index);
+}
+
+uint32_t TypeOf(Annotation* a) {
+    ErrorRecord record;
+    AnnotationList list;
+    list.Append(a, &record);
+    uint32_t size = 0;
+    HGLOBAL stream = WriteAnnotationStream(list, false, &size, &record);
+    const std::string bytes = Bytes(stream);
+    FreeHandle(&stream);
+    uint32_t type;
+    std::memcpy(&type, bytes.data() + 32 + 12 + 4, 4);
+    return type;
+}
+
+TEST(AnnotationStream, WritersChooseTheSmallestTypeThatHoldsTheAnnotation) {
+    ErrorRecord record;
+    auto make = [&](AnnotationFamily family) {
+        Annotation* a = NewAnnotation(family, nullptr, &record);
+        a->created = a->changed = PackedTime{};
+        return a;
+    };
+    Annotation* a = make(AnnotationFamily::Rectangle);
+    EXPECT_EQ(TypeOf(a), 1u);
+    a = make(AnnotationFamily::Rectangle), a->objectFlags = kObjectHidden;
+    EXPECT_EQ(TypeOf(a), 7u);
+    a = make(AnnotationFamily::Rectangle), a->objectFlags = kObjectProtect1;
+    EXPECT_EQ(TypeOf(a), 12u);
+    a = make(AnnotationFamily::Rectangle), a->rectangle.thirdColor = 0;
+    EXPECT_EQ(TypeOf(a), 18u);
+    a = make(AnnotationFamily::Rectangle), a->attached.present = true;
+    EXPECT_EQ(TypeOf(a), 19u);
+    a = make(AnnotationFamily::Rectangle), a->rectangle.text.Assign(u"\u00e9", 1, &record);
+    EXPECT_EQ(TypeOf(a), 22u);
+    a = make(AnnotationFamily::Rectangle), a->attached.present = a->attached.hasSecondText = true;
+    EXPECT_EQ(TypeOf(a), 28u);
+    a = make(AnnotationFamily::Line), a->objectFlags = kObjectHidden;
+    EXPECT_EQ(TypeOf(a), 8u);
+    a = make(AnnotationFamily::Line), a->line.endWord = 1;
+    EXPECT_EQ(TypeOf(a), 25u);
+    a = make(AnnotationFamily::Line), a->line.subtype = 2, a->line.measurement = 1;
+    EXPECT_EQ(TypeOf(a), 26u);
+    a = make(AnnotationFamily::Freehand), a->objectFlags = kObjectProtect0;
+    EXPECT_EQ(TypeOf(a), 14u);
+    a = make(AnnotationFamily::Image), a->objectFlags = kObjectHidden;
+    EXPECT_EQ(TypeOf(a), 10u);
+    a = make(AnnotationFamily::Image), a->image.style = 0x8000;
+    EXPECT_EQ(TypeOf(a), 24u);
+    a = make(AnnotationFamily::Image), a->image.style = 2, a->image.parameter = 5;
+    EXPECT_EQ(TypeOf(a), 21u);
+    a = make(AnnotationFamily::Ellipse), a->ellipse.rotation = 90;
+    EXPECT_EQ(TypeOf(a), 11u);
+}
+
+TEST(AnnotationStream, EmptyListsAndRecordWalking) {
+    ErrorRecord record;
+    AnnotationList empty;
+    uint32_t size = 0;
+    HGLOBAL stream = WriteAnnotationStream(empty, false, &size, &record);
+    ASSERT_EQ(size, 32u);
+    std::string bytes = Bytes(stream);
+    EXPECT_EQ(bytes, std::string("\x20\0\0\0VelmoraAnnotations\0\0\x01\0\0\0\0\0\0\0", 32));
+    FreeHandle(&stream);
+
+    // A record of size 5 advances the walk by 8; unknown types are dropped.
+    bytes.replace(28, 1, "\x02");
+    bytes += std::string("\x05\0\0\0\x63\0\0\0", 8) + std::string("\x0c\0\0\0\x06\0\0\0\0\0\0\0", 12);
+    bytes[0] = static_cast<char>(bytes.size());
+    std::string visited;
+    auto data = reinterpret_cast<const uint8_t*>(bytes.data());
+    EXPECT_TRUE(WalkAnnotationRecords(
+        data, bytes.size(),
+        [&](uint32_t type, const uint8_t* body, size_t) {
+            visited += std::to_string(type) + "@" + std::to_string(body - data) + " ";
+            return true;
+        },
+        &record));
+    EXPECT_EQ(visited, "99@40 6@48 ");
+    AnnotationList list;
+    uint32_t loaded = 0;
+    EXPECT_TRUE(ReadAnnotationStream(data, bytes.size(), &list, &loaded, &record));
+    EXPECT_EQ(loaded, kLoadUnknownRecords);
+    EXPECT_TRUE(list.empty());
+
+    bytes[32] = 48;  // past the end
+    EXPECT_FALSE(ReadAnnotationStream(data, bytes.size(), &list, nullptr, &record));
+    EXPECT_EQ(record.code, kErrBadAnnotationData);
+    bytes[32] = 5;
+    bytes[24] = 2;
+    record = ErrorRecord{};
+    EXPECT_FALSE(ReadAnnotationStream(data, bytes.size(), &list, nullptr, &record));
+    EXPECT_EQ(record.code, kErrUnsupportedAnnotations);
+}
+
+TEST(AnnotationStream, RemovingAppliedAnnotationsRenumbersTheTable) {
+    ErrorRecord record;
+    AnnotationList list;
+    for (uint32_t flags : {0u, kNodeApplied, 0u, kNodeApplied, 0u}) {
+        Annotation* a = NewAnnotation(AnnotationFamily::Ellipse, nullptr, &record);
+        a->nodeFlags = flags;
+        list.Append(a, &record);
+    }
+    AnnotationCrossReference table[] = {{7, {0, 2, 4}}, {8, {4, 0xFFFFFFFFu, 0xFFFFFFFFu}}, {9, {1, 0, 0}}};
+    size_t count = 3;
+    RemoveAppliedAnnotations(&list, table, &count);
+    EXPECT_EQ(list.size(), 3u);
+    ASSERT_EQ(count, 2u);
+    EXPECT_EQ(table[0].kind, 7u);
+    EXPECT_EQ(table[0].index[1], 1u);
+    EXPECT_EQ(table[0].index[2], 2u);
+    EXPECT_EQ(table[1].index[0], 2u);
+    EXPECT_EQ(table[1].index[1], 0xFFFFFFFFu);
+}
+
+}  // namespace
+}  // namespace velmora

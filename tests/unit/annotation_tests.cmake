@@ -1,0 +1,1 @@
+list(APPEND UNIT_TESTS unit/annotation_stream_test.cpp unit/annotation_exports_test.cpp)
