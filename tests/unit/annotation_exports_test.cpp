@@ -1,0 +1,237 @@
+// The annotation exports: one table of refusals with their error codes (the
+// host's stream stays as it was), then the calls that succeed.
+#include <cstring>
+#include <functional>
+
+#include <gtest/gtest.h>
+
+#include "annotations/annotation.h"
+#include "annotations/annotation_stream.h"
+#include "frame/error_record.h"
+#include "frame/memory_handle.h"
+#include "platform/platform.h"
+#include "velmora/velmora.h"
+
+namespace velmora {
+namespace {
+
+VelmoraInsertAnnotationInfo Rectangle(const char* text) {
+    VelmoraInsertAnnotationInfo info{};
+    info.size = VELMORA_INSERT_ANNOTATION_INFO_SIZE_V4;
+    info.borderStyle = 1;
+    info.borderWidth = 2;
+    info.borderColor = 0xFF;
+    info.textColor = 0;
+    info.fontName = "Sans";
+    info.rect = {10, 20, 110, 70};
+    info.backColor = VELMORA_COLOR_NONE;
+    info.text = text;
+    info.thirdColor = VELMORA_COLOR_NONE;
+    return info;
+}
+
+VARIANT Number(VARTYPE type, LONG value) {
+    VARIANT v{};
+    v.vt = type;
+    v.lVal = value;
+    return v;
+}
+
+// A stream of the given annotations, written by the library.
+HGLOBAL Stream(std::initializer_list<Annotation*> annotations, DWORD* size) {
+    ErrorRecord record;
+    AnnotationList list;
+    for (Annotation* a : annotations) list.Append(a, &record);
+    uint32_t written = 0;
+    HGLOBAL stream = WriteAnnotationStream(list, false, &written, &record);
+    *size = written;
+    return stream;
+}
+
+Annotation* Make(AnnotationFamily family, uint32_t flags) {
+    ErrorRecord record;
+    Annotation* a = NewAnnotation(family, nullptr, &record);
+    a->nodeFlags = flags;
+    return a;
+}
+
+TEST(AnnotationExports, RefusalsReportTheirErrorsAndLeaveTheStream) {
+    HGLOBAL stream = nullptr;
+    DWORD size = 0;
+    VelmoraInsertAnnotationInfo plain = Rectangle("note");
+    ASSERT_EQ(InsertVelmoraAnnotation(&stream, &size, VELMORA_INSERT_RECTANGLE, &plain), 0);
+    const HGLOBAL kept = stream;
+    const DWORD keptSize = size;
+    HGLOBAL dead = platform::MemAlloc(GMEM_MOVEABLE, 32);
+    platform::MemFree(dead);
+    HGLOBAL wrongVersion = GetVelmoraAnnotationData(stream, &size, 0);
+    static_cast<uint8_t*>(platform::MemLock(wrongVersion))[24] = 2;
+    platform::MemUnlock(wrongVersion);
+
+    VARIANT value{};
+    const VARIANT transparent = Number(VT_BOOL, VARIANT_TRUE), style9 = Number(VT_I4, 9);
+    VelmoraInsertAnnotationInfo oddSize = plain, redaction = plain, unsetEdge = plain, badColor = plain;
+    oddSize.size = 50;
+    redaction.size = VELMORA_INSERT_ANNOTATION_INFO_SIZE_V2;
+    redaction.redactionKind = 1;
+    unsetEdge.rect.right = -1;
+    badColor.textColor = 0x02000000;
+    VelmoraInsertPictureInfo picture{};
+    picture.size = VELMORA_INSERT_PICTURE_INFO_SIZE_V1;
+    picture.orientation = 2;
+    picture.rect = {0, 0, 10, 10};
+    DWORD tooSmall = 31;
+    HGLOBAL none = nullptr;
+
+    struct Row {
+        const char* what;
+        std::function<long()> call;
+        long result;
+        uint32_t error;
+    };
+    const Row rows[] = {
+        {"count of a dead handle", [&] { return GetVelmoraAnnotationsCount(dead, 32); }, -1, 6},
+        {"count of 31 bytes", [&] { return GetVelmoraAnnotationsCount(stream, 31); }, -1, kErrBadAnnotationData},
+        {"count past the block", [&] { return GetVelmoraAnnotationsCount(stream, size + 4); }, -1, 87},
+        {"count of version 2", [&] { return GetVelmoraAnnotationsCount(wrongVersion, size); }, -1,
+         kErrUnsupportedAnnotations},
+        {"data with reserved 1", [&] { return GetVelmoraAnnotationData(stream, &size, 1) != nullptr; }, 0, 87},
+        {"data without size", [&] { return GetVelmoraAnnotationData(stream, nullptr, 0) != nullptr; }, 0, 998},
+        {"data of another size", [&] { return GetVelmoraAnnotationData(stream, &tooSmall, 0) != nullptr; }, 0, 87},
+        {"property past the end", [&] { return GetVelmoraAnnotationProperty(stream, size, 1, "Type", &value); }, 0, 2},
+        {"unknown property", [&] { return GetVelmoraAnnotationProperty(stream, size, 0, "Shade", &value); }, 0, 1608},
+        {"property without name", [&] { return GetVelmoraAnnotationProperty(stream, size, 0, nullptr, &value); }, 0,
+         998},
+        {"transparency without background",
+         [&] { return SetVelmoraAnnotationProperty(&stream, &size, 0, "BackColorTransparent", &transparent); }, 0, 87},
+        {"border style 9", [&] { return SetVelmoraAnnotationProperty(&stream, &size, 0, "BorderStyle", &style9); }, 0,
+         87},
+        {"set of a bad index", [&] { return SetVelmoraAnnotationProperty(&stream, &size, 5, "BorderStyle", &style9); },
+         0, 2},
+        {"insert mode 2", [&] { return InsertVelmoraAnnotation(&stream, &size, 2, &plain); }, -1, 87},
+        {"insert of 50 bytes", [&] { return InsertVelmoraAnnotation(&stream, &size, 0, &oddSize); }, -1, 87},
+        {"insert of a redaction", [&] { return InsertVelmoraAnnotation(&stream, &size, 0, &redaction); }, -1, 87},
+        {"insert with an unset edge", [&] { return InsertVelmoraAnnotation(&stream, &size, 0, &unsetEdge); }, -1, 87},
+        {"insert with a bad colour", [&] { return InsertVelmoraAnnotation(&stream, &size, 0, &badColor); }, -1, 87},
+        {"insert of orientation 2", [&] { return InsertVelmoraAnnotation(&stream, &size, 1, &picture); }, -1, 87},
+        {"insert without record", [&] { return InsertVelmoraAnnotation(&stream, &size, 0, nullptr); }, -1, 998},
+        {"insert into 31 bytes", [&] { return InsertVelmoraAnnotation(&stream, &tooSmall, 0, &plain); }, -1,
+         kErrBadAnnotationData},
+        {"insert into a dead handle", [&] { return InsertVelmoraAnnotation(&dead, &size, 0, &plain); }, -1, 6},
+        {"flags selector 4", [&] { return VelmoraAnnotationsFlags(stream, size, 4); }, -1, 87},
+        {"redactions past the block", [&] { return VelmoraAnnotationsHaveRedactions(stream, size + 4); }, 0,
+         kErrBadAnnotationData},
+        {"destroying a dead handle", [&] { return DestroyVelmoraAnnotations(dead); }, 0, 6},
+        {"count of nothing", [&] { return GetVelmoraAnnotationsCount(none, 0); }, 0, 0},
+    };
+    for (const Row& row : rows) {
+        SetErrorCode(0);
+        EXPECT_EQ(row.call(), row.result) << row.what;
+        EXPECT_EQ(LastErrorCode(), row.error) << row.what;
+        EXPECT_EQ(stream, kept) << row.what;
+        EXPECT_EQ(size, keptSize) << row.what;
+    }
+    EXPECT_EQ(GetVelmoraAnnotationsCount(stream, size), 1);
+    DestroyVelmoraAnnotations(stream);
+    DestroyVelmoraAnnotations(wrongVersion);
+}
+
+TEST(AnnotationExports, InsertedAnnotationsAnswerAndChangeTheirProperties) {
+    HGLOBAL stream = nullptr;
+    DWORD size = 0;
+    VelmoraInsertAnnotationInfo note = Rectangle("two\nlines");
+    note.size = VELMORA_INSERT_ANNOTATION_INFO_SIZE_V6;
+    note.backColor = 0xFFFFFF;
+    note.insertFlags = VELMORA_INSERT_SIZE_TO_FIT;
+    note.rect.right = note.rect.bottom = -1;
+    note.textSize = 12;
+    note.fitMode = 0;
+    note.pageWidth = 1000;
+    note.pageHeight = 1000;
+    const VelmoraTextMeasure measure = {{96, 96, 500, 1200}, 2, 0};
+    note.measure = &measure;
+    ASSERT_EQ(InsertVelmoraAnnotation(&stream, &size, VELMORA_INSERT_RECTANGLE, &note), 0);
+
+    HGLOBAL bits = platform::MemAlloc(GMEM_MOVEABLE, 48);
+    VelmoraInsertPictureInfo picture{};
+    picture.size = VELMORA_INSERT_PICTURE_INFO_SIZE_V2;
+    picture.flags = VELMORA_PICTURE_FROM_MEMORY;
+    picture.orientation = 6;
+    picture.rect = {0, 0, 40, 40};
+    picture.pictureData = bits;
+    picture.pictureDataSize = 48;
+    ASSERT_EQ(InsertVelmoraAnnotation(&stream, &size, VELMORA_INSERT_PICTURE, &picture), 1);
+    platform::MemFree(bits);
+
+    // The text is 5 characters of 8 pixels by 2 lines of 19, with 2 pixels
+    // around: the rectangle grows from its top left corner.
+    ErrorRecord record;
+    AnnotationList list;
+    ASSERT_TRUE(
+        ReadAnnotationStream(static_cast<const uint8_t*>(platform::MemLock(stream)), size, &list, nullptr, &record));
+    platform::MemUnlock(stream);
+    const AnnotationRect& rect = list.at(0)->rectangle.rect;
+    EXPECT_EQ(rect.left, 10);
+    EXPECT_EQ(rect.top, 20);
+    EXPECT_EQ(rect.right, 10 + 5 * 8 + 4);
+    EXPECT_EQ(rect.bottom, 20 + 2 * 19 + 4);
+    EXPECT_EQ(list.at(1)->image.rotation, 90);
+
+    VARIANT value{};
+    ASSERT_TRUE(GetVelmoraAnnotationProperty(stream, size, 1, "Type", &value));
+    EXPECT_EQ(value.vt, VT_UI1);
+    EXPECT_EQ(value.bVal, VELMORA_ANNOTATION_TYPE_IMAGE);
+    ASSERT_TRUE(GetVelmoraAnnotationProperty(stream, size, 0, "HasBackground", &value));
+    EXPECT_EQ(value.boolVal, VARIANT_TRUE);
+
+    // The same value keeps the stream; a new one replaces it.
+    const HGLOBAL first = stream;
+    const VARIANT style = Number(VT_I4, 1), text = Number(VT_I4, 42), transparent = Number(VT_BOOL, VARIANT_TRUE);
+    ASSERT_TRUE(SetVelmoraAnnotationProperty(&stream, &size, 0, "BorderStyle", &style));
+    EXPECT_EQ(stream, first);
+    ASSERT_TRUE(SetVelmoraAnnotationProperty(&stream, &size, 0, "BackColorTransparent", &transparent));
+    EXPECT_NE(stream, first);
+    EXPECT_FALSE(platform::IsValidHandle(first));
+    ASSERT_TRUE(SetVelmoraAnnotationProperty(&stream, &size, 0, "Text", &text));
+    ASSERT_TRUE(GetVelmoraAnnotationProperty(stream, size, 0, "BackColorTransparent", &value));
+    EXPECT_EQ(value.boolVal, VARIANT_TRUE);
+    list.Clear();
+    ASSERT_TRUE(
+        ReadAnnotationStream(static_cast<const uint8_t*>(platform::MemLock(stream)), size, &list, nullptr, &record));
+    platform::MemUnlock(stream);
+    EXPECT_TRUE(list.at(0)->rectangle.text.Equals(u"42"));
+    EXPECT_EQ(GetVelmoraAnnotationsCount(stream, size), 2);
+    DestroyVelmoraAnnotations(stream);
+}
+
+TEST(AnnotationExports, CountsAndRedactionQuestionsReadTheStoredRecords) {
+    ErrorRecord record;
+    DWORD size = 0;
+    // A wide group record counts as an annotation; a narrow one does not.
+    Annotation* grouped = Make(AnnotationFamily::Ellipse, 0);
+    AddAnnotationGroup(grouped, u"\u00e9t\u00e9", 3, &record);
+    HGLOBAL stream = Stream({grouped, Make(AnnotationFamily::Line, 0)}, &size);
+    EXPECT_EQ(GetVelmoraAnnotationsCount(stream, size), 3);
+    EXPECT_EQ(VelmoraAnnotationsHaveRedactions(stream, size), 0);
+    EXPECT_EQ(VelmoraAnnotationsFlags(stream, size, 3), 0);
+    DestroyVelmoraAnnotations(stream);
+
+    stream = Stream({Make(AnnotationFamily::Rectangle, kNodeMarker), Make(AnnotationFamily::Freehand, kNodeRedaction)},
+                    &size);
+    EXPECT_EQ(VelmoraAnnotationsHaveRedactions(stream, size), 1);
+    EXPECT_EQ(VelmoraAnnotationsFlags(stream, size, 3), 3);
+    EXPECT_EQ(VelmoraAnnotationsFlags(stream, size, 2), 2);
+    DestroyVelmoraAnnotations(stream);
+
+    stream = Stream({Make(AnnotationFamily::Rectangle, kNodeMarker),
+                     Make(AnnotationFamily::Ellipse, kNodeRedaction | kNodeApplied)},
+                    &size);
+    EXPECT_EQ(VelmoraAnnotationsHaveRedactions(stream, size), 0);
+    EXPECT_EQ(VelmoraAnnotationsFlags(stream, size, 3), 0);
+    EXPECT_EQ(VelmoraAnnotationsFlags(nullptr, 0, 3), 0);
+    EXPECT_EQ(DestroyVelmoraAnnotations(nullptr), 1);
+    EXPECT_EQ(DestroyVelmoraAnnotations(stream), 1);
+}
+
+}  // namespace
+}  // namespace velmora
