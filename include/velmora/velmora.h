@@ -1505,8 +1505,22 @@ VELMORA_EXPORT BOOL VELMORA_API SaveVelmoraDIB(LPCSTR path, const void *bits, co
 #define VELMORA_INSERT_WIDE_TEXT 0x08u       /* fontName and text are UTF-16 strings */
 #define VELMORA_INSERT_FLAGS_VALID 0x3Fu     /* every other bit is refused with 87 */
 
-/* Measuring record for size to fit (VelmoraInsertAnnotationInfo.measure):
-   four non-zero values and a word, read by the text measurement. */
+/* Measuring record for size to fit (VelmoraInsertAnnotationInfo.measure).
+   The text is measured simply: the text size in points (12 when 0) at the
+   page's resolution gives the size of the font in pixels, every character
+   is taken to be values[2] thousandths of it wide and every line values[3]
+   thousandths of it high (a line ends at a line feed, and after fitParameter
+   characters when that is not 0); the rectangle is the text's width and
+   height (swapped for a rotation of 90 or 270) plus `option` pixels on every
+   side. The four values must not be 0:
+     values[0]  horizontal resolution, pixels per inch
+     values[1]  vertical resolution, pixels per inch
+     values[2]  average character width, thousandths of the font size (e.g. 500)
+     values[3]  line height, thousandths of the font size (e.g. 1200)
+   The fit mode says which point of the starting rectangle stays where it
+   is: 0 top left, 1 top centre, 2 top right, 3 to 5 the same along the
+   middle, 6 to 8 along the bottom; 9 keeps the top left corner and never
+   makes the rectangle smaller than it was given. */
 typedef struct VelmoraTextMeasure {
     DWORD values[4];
     WORD option;
@@ -1526,10 +1540,10 @@ typedef struct VelmoraInsertAnnotationInfo {
     BYTE option2;              /* bits 5 and 7 must not both be set */
     WORD textSize;
     COLORREF textColor;        /* VELMORA_COLOR_NONE: none */
-    LPCVOID fontName;          /* NUL-terminated; narrow, or UTF-16 with VELMORA_INSERT_WIDE_TEXT; may be NULL */
+    LPCVOID fontName;          /* NUL-terminated; narrow, or UTF-16 with VELMORA_INSERT_WIDE_TEXT; may be NULL; 31 characters kept */
     RECT rect;                 /* right and bottom may be 0xFFFFFFFF only with size to fit */
     COLORREF backColor;        /* VELMORA_COLOR_NONE: no background */
-    LPCVOID text;              /* as fontName */
+    LPCVOID text;              /* as fontName; 256 characters kept */
     /* -- end of version 1 (48 bytes) */
     BYTE redactionKind;        /* 0 annotation; 1 or 2 redaction (refused with 87 in this edition) */
     BYTE reserved49[3];
@@ -1537,10 +1551,10 @@ typedef struct VelmoraInsertAnnotationInfo {
     DWORD backStyle;           /* 0 to 4 */
     COLORREF backColor2;       /* top byte 0 when backStyle is not 0 */
     DWORD fitMode;             /* 0 to 9; must be 0 without size to fit */
-    DWORD fitParameter;
+    DWORD fitParameter;        /* size to fit: characters after which a line wraps, 0 never */
     /* -- end of version 3 (68 bytes) */
     COLORREF thirdColor;       /* VELMORA_COLOR_NONE: none */
-    BYTE flagByte;
+    BYTE flagByte;             /* stored as set (1) or not (0) */
     WORD textRotation;         /* 0, 90, 180 or 270 */
     /* -- end of version 4 (76 bytes) */
     DWORD insertFlags;         /* VELMORA_INSERT_... */
@@ -1576,11 +1590,11 @@ typedef struct VelmoraInsertPictureInfo {
     WORD flags;                /* below 64: VELMORA_PICTURE_... and style bits */
     DWORD orientation;         /* TIFF Orientation 1, 3, 6 or 8 */
     RECT rect;                 /* right and bottom must not be 0xFFFFFFFF */
-    LPCSTR fileName;           /* picture file; NULL: an empty placeholder picture */
+    LPCSTR fileName;           /* picture file, page 1 read by content; NULL: no picture yet */
     DWORD userValue;           /* kept with the picture */
     /* -- end of version 1 (32 bytes) */
-    HGLOBAL pictureData;       /* with VELMORA_PICTURE_FROM_MEMORY: a live block ... */
-    DWORD pictureDataSize;     /* ... of at least this many bytes */
+    HGLOBAL pictureData;       /* with VELMORA_PICTURE_FROM_MEMORY: a live block whose first ... */
+    DWORD pictureDataSize;     /* ... this many bytes are the picture as a packed DIB (copied) */
     /* -- end of version 2 (40 bytes) */
     HGLOBAL stringList;        /* with VELMORA_PICTURE_STRING_LIST: double-NUL-terminated list */
     const SYSTEMTIME *created; /* with VELMORA_PICTURE_CREATION_TIME: creation time (UTC) */
@@ -1636,8 +1650,10 @@ VELMORA_EXPORT HGLOBAL VELMORA_API GetVelmoraAnnotationData(HGLOBAL annotations,
 
 /*
  * GetVelmoraAnnotationProperty — reads one property of annotation `index`
- * (0-based) into *value (VELMORA_PROPERTY_... names; the variant is
- * overwritten). "Type" works for every annotation; "BorderStyle",
+ * (0-based) into *value (VELMORA_PROPERTY_... names, compared without
+ * regard to case; the variant is overwritten). Annotations are counted as
+ * the stream is read: records of unknown types are not counted. "Type"
+ * works for every annotation; "BorderStyle",
  * "HasBackground" and "BackColorTransparent" for rectangle-and-text ones.
  * Returns 1, or 0 on failure: 2 index out of range, 87 transparency asked
  * of an annotation without background, 998 NULL name or value, 1608
@@ -1651,8 +1667,14 @@ VELMORA_EXPORT BOOL VELMORA_API GetVelmoraAnnotationProperty(HGLOBAL annotations
  * annotation `index` and replaces the stream: the old handle in *annotations
  * is freed and the new handle and size are stored. Setting the value a
  * property already has changes nothing (the handle stays). The value is
- * converted to the property's variant type first (its conversion error is
- * reported when it cannot be).
+ * converted to the property's variant type first: numbers of any width,
+ * booleans and decimal texts become numbers, numbers become decimal texts;
+ * anything else fails with DISP_E_TYPEMISMATCH (0x80020005), a number out
+ * of range with DISP_E_OVERFLOW (0x8002000A). Colours are 0x00BBGGRR, with
+ * VELMORA_COLOR_HIGHLIGHTER allowed; "TextStyle" is the annotation's text
+ * style byte (the record's option2); "BorderStyle" 0 removes the border, and
+ * a border style given to an annotation without border brings width 1 and
+ * black.
  * Returns 1, or 0 on failure: 2 index out of range, 87 invalid value
  * (colour, style, a background property without background), 998 NULL
  * pointer, 1608 unknown property or an annotation of another family.
@@ -1669,6 +1691,9 @@ VELMORA_EXPORT BOOL VELMORA_API SetVelmoraAnnotationProperty(HGLOBAL *annotation
  * This edition inserts no redactions: a non-zero redaction kind, an
  * exemption code list or a picture string list passes the checks and is
  * then refused with 87.
+ * The index is the number of annotations the stream held before. The
+ * picture's file name is kept with the annotation while it is in memory;
+ * the stream stores the picture itself.
  * Returns the index of the new annotation, or -1 on failure (6, 87, 998,
  * 0x02000025, errors of reading the picture file).
  */
@@ -1687,7 +1712,8 @@ VELMORA_EXPORT LONG VELMORA_API VelmoraAnnotationsFlags(HGLOBAL annotations, DWO
 /*
  * VelmoraAnnotationsHaveRedactions — 1 when the stream holds at least one
  * pending redaction (applied ones do not count), else 0. A NULL stream
- * holds none. Errors also return 0, with the last error set.
+ * holds none. Errors also return 0, with the last error set (6, and
+ * 0x02000025 for a stated size below 32 or beyond the block).
  */
 VELMORA_EXPORT BOOL VELMORA_API VelmoraAnnotationsHaveRedactions(HGLOBAL annotations, DWORD size);
 

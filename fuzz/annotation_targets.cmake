@@ -1,0 +1,1 @@
+velmora_fuzz_target(annotation_stream_fuzz)
