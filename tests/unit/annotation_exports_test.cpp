@@ -16,18 +16,16 @@ namespace velmora {
 namespace {
 
 VelmoraInsertAnnotationInfo Rectangle(const char* text) {
-    VelmoraInsertAnnotationInfo info{};
-    info.size = VELMORA_INSERT_ANNOTATION_INFO_SIZE_V4;
-    info.borderStyle = 1;
-    info.borderWidth = 2;
-    info.borderColor = 0xFF;
-    info.textColor = 0;
-    info.fontName = "Sans";
-    info.rect = {10, 20, 110, 70};
-    info.backColor = VELMORA_COLOR_NONE;
-    info.text = text;
-    info.thirdColor = VELMORA_COLOR_NONE;
-    return info;
+    return {.size = VELMORA_INSERT_ANNOTATION_INFO_SIZE_V4,
+            .borderStyle = 1,
+            .borderWidth = 2,
+            .borderColor = 0xFF,
+            .textColor = 0,
+            .fontName = "Sans",
+            .rect = {10, 20, 110, 70},
+            .backColor = VELMORA_COLOR_NONE,
+            .text = text,
+            .thirdColor = VELMORA_COLOR_NONE};
 }
 
 VARIANT Number(VARTYPE type, LONG value) {
@@ -83,6 +81,7 @@ TEST(AnnotationExports, RefusalsReportTheirErrorsAndLeaveTheStream) {
     DWORD tooSmall = 31;
     HGLOBAL none = nullptr;
 
+    constexpr uint32_t kBad = kErrBadAnnotationData;
     struct Row {
         const char* what;
         std::function<long()> call;
@@ -90,39 +89,33 @@ TEST(AnnotationExports, RefusalsReportTheirErrorsAndLeaveTheStream) {
         uint32_t error;
     };
     const Row rows[] = {
-        {"count of a dead handle", [&] { return GetVelmoraAnnotationsCount(dead, 32); }, -1, 6},
-        {"count of 31 bytes", [&] { return GetVelmoraAnnotationsCount(stream, 31); }, -1, kErrBadAnnotationData},
-        {"count past the block", [&] { return GetVelmoraAnnotationsCount(stream, size + 4); }, -1, 87},
-        {"count of version 2", [&] { return GetVelmoraAnnotationsCount(wrongVersion, size); }, -1,
-         kErrUnsupportedAnnotations},
-        {"data with reserved 1", [&] { return GetVelmoraAnnotationData(stream, &size, 1) != nullptr; }, 0, 87},
-        {"data without size", [&] { return GetVelmoraAnnotationData(stream, nullptr, 0) != nullptr; }, 0, 998},
-        {"data of another size", [&] { return GetVelmoraAnnotationData(stream, &tooSmall, 0) != nullptr; }, 0, 87},
-        {"property past the end", [&] { return GetVelmoraAnnotationProperty(stream, size, 1, "Type", &value); }, 0, 2},
-        {"unknown property", [&] { return GetVelmoraAnnotationProperty(stream, size, 0, "Shade", &value); }, 0, 1608},
-        {"property without name", [&] { return GetVelmoraAnnotationProperty(stream, size, 0, nullptr, &value); }, 0,
-         998},
-        {"transparency without background",
+        {"count dead", [&] { return GetVelmoraAnnotationsCount(dead, 32); }, -1, 6},
+        {"count 31", [&] { return GetVelmoraAnnotationsCount(stream, 31); }, -1, kBad},
+        {"count long", [&] { return GetVelmoraAnnotationsCount(stream, size + 4); }, -1, 87},
+        {"count v2", [&] { return GetVelmoraAnnotationsCount(wrongVersion, size); }, -1, kErrUnsupportedAnnotations},
+        {"reserved", [&] { return GetVelmoraAnnotationData(stream, &size, 1) != nullptr; }, 0, 87},
+        {"no size", [&] { return GetVelmoraAnnotationData(stream, nullptr, 0) != nullptr; }, 0, 998},
+        {"other size", [&] { return GetVelmoraAnnotationData(stream, &tooSmall, 0) != nullptr; }, 0, 87},
+        {"get index", [&] { return GetVelmoraAnnotationProperty(stream, size, 1, "Type", &value); }, 0, 2},
+        {"get name", [&] { return GetVelmoraAnnotationProperty(stream, size, 0, "Shade", &value); }, 0, 1608},
+        {"no name", [&] { return GetVelmoraAnnotationProperty(stream, size, 0, nullptr, &value); }, 0, 998},
+        {"transparent",
          [&] { return SetVelmoraAnnotationProperty(&stream, &size, 0, "BackColorTransparent", &transparent); }, 0, 87},
-        {"border style 9", [&] { return SetVelmoraAnnotationProperty(&stream, &size, 0, "BorderStyle", &style9); }, 0,
-         87},
-        {"set of a bad index", [&] { return SetVelmoraAnnotationProperty(&stream, &size, 5, "BorderStyle", &style9); },
-         0, 2},
-        {"insert mode 2", [&] { return InsertVelmoraAnnotation(&stream, &size, 2, &plain); }, -1, 87},
-        {"insert of 50 bytes", [&] { return InsertVelmoraAnnotation(&stream, &size, 0, &oddSize); }, -1, 87},
-        {"insert of a redaction", [&] { return InsertVelmoraAnnotation(&stream, &size, 0, &redaction); }, -1, 87},
-        {"insert with an unset edge", [&] { return InsertVelmoraAnnotation(&stream, &size, 0, &unsetEdge); }, -1, 87},
-        {"insert with a bad colour", [&] { return InsertVelmoraAnnotation(&stream, &size, 0, &badColor); }, -1, 87},
-        {"insert of orientation 2", [&] { return InsertVelmoraAnnotation(&stream, &size, 1, &picture); }, -1, 87},
-        {"insert without record", [&] { return InsertVelmoraAnnotation(&stream, &size, 0, nullptr); }, -1, 998},
-        {"insert into 31 bytes", [&] { return InsertVelmoraAnnotation(&stream, &tooSmall, 0, &plain); }, -1,
-         kErrBadAnnotationData},
-        {"insert into a dead handle", [&] { return InsertVelmoraAnnotation(&dead, &size, 0, &plain); }, -1, 6},
-        {"flags selector 4", [&] { return VelmoraAnnotationsFlags(stream, size, 4); }, -1, 87},
-        {"redactions past the block", [&] { return VelmoraAnnotationsHaveRedactions(stream, size + 4); }, 0,
-         kErrBadAnnotationData},
-        {"destroying a dead handle", [&] { return DestroyVelmoraAnnotations(dead); }, 0, 6},
-        {"count of nothing", [&] { return GetVelmoraAnnotationsCount(none, 0); }, 0, 0},
+        {"border 9", [&] { return SetVelmoraAnnotationProperty(&stream, &size, 0, "BorderStyle", &style9); }, 0, 87},
+        {"set index", [&] { return SetVelmoraAnnotationProperty(&stream, &size, 5, "BorderStyle", &style9); }, 0, 2},
+        {"mode 2", [&] { return InsertVelmoraAnnotation(&stream, &size, 2, &plain); }, -1, 87},
+        {"size 50", [&] { return InsertVelmoraAnnotation(&stream, &size, 0, &oddSize); }, -1, 87},
+        {"redaction", [&] { return InsertVelmoraAnnotation(&stream, &size, 0, &redaction); }, -1, 87},
+        {"unset edge", [&] { return InsertVelmoraAnnotation(&stream, &size, 0, &unsetEdge); }, -1, 87},
+        {"bad colour", [&] { return InsertVelmoraAnnotation(&stream, &size, 0, &badColor); }, -1, 87},
+        {"orientation", [&] { return InsertVelmoraAnnotation(&stream, &size, 1, &picture); }, -1, 87},
+        {"no record", [&] { return InsertVelmoraAnnotation(&stream, &size, 0, nullptr); }, -1, 998},
+        {"insert 31", [&] { return InsertVelmoraAnnotation(&stream, &tooSmall, 0, &plain); }, -1, kBad},
+        {"insert dead", [&] { return InsertVelmoraAnnotation(&dead, &size, 0, &plain); }, -1, 6},
+        {"selector 4", [&] { return VelmoraAnnotationsFlags(stream, size, 4); }, -1, 87},
+        {"redactions long", [&] { return VelmoraAnnotationsHaveRedactions(stream, size + 4); }, 0, kBad},
+        {"destroy dead", [&] { return DestroyVelmoraAnnotations(dead); }, 0, 6},
+        {"count none", [&] { return GetVelmoraAnnotationsCount(none, 0); }, 0, 0},
     };
     for (const Row& row : rows) {
         SetErrorCode(0);

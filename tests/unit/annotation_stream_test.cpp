@@ -23,6 +23,10 @@ public:
     uint32_t Below(uint32_t n) { return std::uniform_int_distribution<uint32_t>(0, n - 1)(engine_); }
     bool Chance() { return Below(2) == 0; }
     uint32_t Any() { return Below(0xFFFFFFFFu); }
+    int32_t Int() { return static_cast<int32_t>(Any()); }
+    uint16_t U16() { return static_cast<uint16_t>(Any()); }
+    uint8_t U8() { return static_cast<uint8_t>(Any()); }
+    AnnotationRect Rect() { return {Int(), Int(), Int(), Int()}; }
     uint32_t Color() { return Chance() ? kColorNone : (Any() & 0xFFFFFF) | (Chance() ? kColorHighlighter : 0); }
     uint16_t Angle() { return static_cast<uint16_t>(Below(4) * 90); }
     // Texts of ASCII, of wider characters, or empty.
@@ -41,8 +45,7 @@ public:
         Annotation* a = NewAnnotation(family, nullptr, &record);
         a->created = a->changed = PackedTime{};
         if (Chance()) {
-            for (uint16_t& w : a->created.words) w = static_cast<uint16_t>(Any());
-            for (uint16_t& w : a->changed.words) w = static_cast<uint16_t>(Any());
+            for (int i = 0; i < 3; ++i) a->created.words[i] = U16(), a->changed.words[i] = U16();
             a->created.words[2] |= 1;
         }
         a->objectFlags = Below(8);
@@ -63,12 +66,9 @@ private:
     void Attached(AttachedData* d) {
         if (Chance()) return;
         d->present = true;
-        d->first = Any();
-        d->second = Any();
-        d->third = Any();
-        for (uint8_t& b : d->guid) b = static_cast<uint8_t>(Any());
-        d->fourth = static_cast<uint8_t>(Any());
-        d->sixth = static_cast<uint8_t>(Any());
+        d->first = Any(), d->second = Any(), d->third = Any();
+        for (uint8_t& b : d->guid) b = U8();
+        d->fourth = U8(), d->fifth = U8(), d->sixth = U8();
         d->hasSecondText = Chance();
         Text(&d->text1);
         if (d->hasSecondText) Text(&d->text2);
@@ -89,21 +89,17 @@ private:
     void Rectangle(Annotation* a) {
         RectangleFields& r = a->rectangle;
         if (Chance()) {
-            r.borderStyle = static_cast<uint16_t>(1 + Below(5));
-            r.borderWidth = static_cast<uint16_t>(Below(3));
+            r.borderStyle = static_cast<uint16_t>(1 + Below(5)), r.borderWidth = static_cast<uint16_t>(Below(3));
             r.borderColor = Chance() ? 0 : Color();
         }
         r.backColor = Color();
         Text(&r.text);
-        r.option1 = r.text.empty() ? 0 : static_cast<uint8_t>(Any());
-        r.option2 = static_cast<uint8_t>(Any());
+        r.option1 = r.text.empty() ? 0 : U8(), r.option2 = U8();
         r.textColor = Color();
         AnnotationText face;
         Text(&face, 31);
         std::memcpy(r.fontFace, face.c_str(), face.length() * 2);
-        r.textSize = static_cast<uint16_t>(Any());
-        r.rect = {static_cast<int32_t>(Any()), static_cast<int32_t>(Any()), static_cast<int32_t>(Any()),
-                  static_cast<int32_t>(Any())};
+        r.textSize = U16(), r.rect = Rect();
         r.flagByte = static_cast<uint8_t>(Below(2));
         r.textRotation = Angle();
         r.styleWord = Below(4) == 0 ? Any() & 0x3F0 : (Any() & 0x70);
@@ -117,34 +113,29 @@ private:
     void Line(Annotation* a) {
         LineFields& l = a->line;
         l.color = Chance() ? 0 : Any();
-        l.first = {static_cast<int32_t>(Any()), static_cast<int32_t>(Any())};
-        l.second = {static_cast<int32_t>(Any()), static_cast<int32_t>(Any())};
+        l.first = {Int(), Int()}, l.second = {Int(), Int()};
         l.width = static_cast<uint16_t>(Below(0x4000));
         if (Chance()) a->nodeFlags &= ~kNodeFontFlag;
         if (Chance()) return;
         l.endSize1 = static_cast<uint16_t>(Below(0x8000));
         l.endSize2 = static_cast<uint16_t>(Below(0x8000));
-        l.endWord = static_cast<uint16_t>(Any());
-        l.option = static_cast<uint8_t>(Any());
+        l.endWord = U16(), l.option = U8();
         l.subtype = static_cast<uint8_t>(Below(4));
         if (l.subtype != 0) Text(&l.text);
-        l.textWord = Chance() ? 0xFFFF : static_cast<uint16_t>(Any());
-        l.measurement = Chance() ? 0 : static_cast<uint16_t>(Any());
+        l.textWord = Chance() ? 0xFFFF : U16(), l.measurement = Chance() ? 0 : U16();
     }
 
     void Freehand(Annotation* a) {
         FreehandFields& f = a->freehand;
         if (Chance()) a->nodeFlags |= kNodeSecondRedaction;
         f.fillColor = (a->nodeFlags & kNodeSecondRedaction) != 0 ? kColorNone : Color();
-        f.lineColor = Any();
-        f.style = static_cast<uint16_t>(Any());
+        f.lineColor = Any(), f.style = U16();
         f.width = static_cast<uint16_t>(Below(0x4000));
         ErrorRecord record;
         for (uint32_t s = Below(4); s > 0; --s) {
             const uint32_t n = Below(6);
             f.strokeLengths.Append(n, &record);
-            for (uint32_t i = 0; i < n; ++i)
-                f.points.Append({static_cast<int32_t>(Any()), static_cast<int32_t>(Any())}, &record);
+            for (uint32_t i = 0; i < n; ++i) f.points.Append({Int(), Int()}, &record);
         }
         ComputeFreehandBounds(&f);
     }
@@ -152,10 +143,7 @@ private:
     void Image(Annotation* a, bool nested) {
         ImageFields& m = a->image;
         Attached(&a->attached);
-        m.rect = {static_cast<int32_t>(Any()), static_cast<int32_t>(Any()), static_cast<int32_t>(Any()),
-                  static_cast<int32_t>(Any())};
-        m.rotation = Angle();
-        m.style = static_cast<uint16_t>(Any());
+        m.rect = Rect(), m.rotation = Angle(), m.style = U16();
         const bool tagged = m.style > 32767 || AttachedDataSubtype(a->attached) >= 2 ||
                             ((m.style & 2) != 0 && (m.style & 0x300) != 0x300);
         if (tagged && Chance()) m.parameter = Any();
@@ -164,30 +152,25 @@ private:
             const size_t size = 1 + Below(64);
             m.dib = AllocHandle(size, 0, &record);
             uint8_t* bytes = static_cast<uint8_t*>(platform::MemLock(m.dib));
-            for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(Any());
+            for (size_t i = 0; i < size; ++i) bytes[i] = U8();
             platform::MemUnlock(m.dib);
         }
         if (!nested && Chance()) {
             m.attachedText = Make(AnnotationFamily::Rectangle, true);
-            m.attachedTextRect = {static_cast<int32_t>(Below(0x10000)), static_cast<int32_t>(Below(0x10000)),
-                                  static_cast<int32_t>(Below(0x10000)), static_cast<int32_t>(Below(0x10000))};
+            const auto edge = [&] { return static_cast<int32_t>(Below(0x10000)); };
+            m.attachedTextRect = {edge(), edge(), edge(), edge()};
         }
     }
 
     void Ellipse(Annotation* a) {
         EllipseFields& e = a->ellipse;
-        e.outlineColor = Color();
-        e.outlineStyle = static_cast<uint16_t>(Any());
-        e.outlineWidth = static_cast<uint16_t>(Below(0x7FFF));
+        e.outlineColor = Color(), e.outlineStyle = U16(), e.outlineWidth = static_cast<uint16_t>(Below(0x7FFF));
         if (Chance()) {
             a->nodeFlags = (a->nodeFlags & ~kNodeRedaction) | kNodeSecondRedaction;
             e.outlineWidth = 0;
         }
-        e.fillColor = Color();
-        e.rect = {static_cast<int32_t>(Below(0x80000000u)), static_cast<int32_t>(Any()), static_cast<int32_t>(Any()),
-                  static_cast<int32_t>(Any())};
-        e.option = static_cast<uint16_t>(Below(2));
-        e.rotation = Angle();
+        e.fillColor = Color(), e.rect = Rect(), e.option = static_cast<uint16_t>(Below(2)), e.rotation = Angle();
+        e.rect.left &= 0x7FFFFFFF;
     }
 
     std::mt19937 engine_;
@@ -196,56 +179,36 @@ private:
 // Every stored property of an annotation as text, to compare two lists.
 std::string Describe(const Annotation& a) {
     std::string s;
-    auto add = [&](uint64_t v) { s += std::to_string(v) + ","; };
+    auto add = [&](auto... values) { ((s += std::to_string(static_cast<uint64_t>(values)) + ","), ...); };
+    auto raw = [&](const auto& value) { s.append(reinterpret_cast<const char*>(&value), sizeof value); };
     auto text = [&](const AnnotationText& t) {
         s += platform::Utf8FromWide(std::u16string(t.c_str(), t.length())) + "|";
     };
-    add(static_cast<uint32_t>(a.family));
-    add(a.nodeFlags & ~kNodeSelected);
-    add(a.objectFlags);
-    for (int i = 0; i < 3; ++i) add(a.created.words[i] * 65536u + a.changed.words[i]);
+    add(a.family, a.nodeFlags & ~kNodeSelected, a.objectFlags, a.owner != nullptr);
+    raw(a.created), raw(a.changed), text(a.linkText);
     for (char16_t c : a.groups) add(c);
-    text(a.linkText);
     const AttachedData& d = a.attached;
-    if (d.present) {
-        add(d.first), add(d.second), add(d.third), add(d.fourth), add(d.fifth), add(d.sixth), add(d.hasSecondText);
-        for (uint8_t b : d.guid) add(b);
-        text(d.text1), text(d.text2);
-    }
+    if (d.present) add(d.first, d.second, d.third, d.fourth, d.fifth, d.sixth, d.hasSecondText), raw(d.guid);
+    if (d.present) text(d.text1), text(d.text2);
     const RectangleFields& r = a.rectangle;
-    add(r.borderColor), add(r.borderStyle), add(r.borderWidth), add(r.backColor), add(r.option1), add(r.option2);
-    add(r.textColor), add(r.textSize), add(r.optionByte), add(r.flagByte), add(r.textRotation), add(r.styleWord);
-    add(r.backColor2), add(r.thirdColor), text(r.text);
-    for (char16_t c : r.fontFace) add(c);
-    for (int32_t v : {r.rect.left, r.rect.top, r.rect.right, r.rect.bottom}) add(static_cast<uint32_t>(v));
+    add(r.borderColor, r.borderStyle, r.borderWidth, r.backColor, r.option1, r.option2, r.textColor, r.textSize);
+    add(r.optionByte, r.flagByte, r.textRotation, r.styleWord, r.backColor2, r.thirdColor);
+    raw(r.fontFace), raw(r.rect), text(r.text);
     const LineFields& l = a.line;
-    add(l.color), add(l.endSize1), add(l.endSize2), add(l.endWord), add(l.width), add(l.option), add(l.subtype);
-    add(l.textWord), add(l.measurement), text(l.text);
-    for (int32_t v : {l.first.x, l.first.y, l.second.x, l.second.y}) add(static_cast<uint32_t>(v));
+    add(l.color, l.endSize1, l.endSize2, l.endWord, l.width, l.option, l.subtype, l.textWord, l.measurement);
+    raw(l.first), raw(l.second), text(l.text);
     const FreehandFields& f = a.freehand;
-    add(f.fillColor), add(f.lineColor), add(f.style), add(f.width);
-    for (int32_t v : {f.bounds.left, f.bounds.top, f.bounds.right, f.bounds.bottom}) add(static_cast<uint32_t>(v));
+    add(f.fillColor, f.lineColor, f.style, f.width), raw(f.bounds);
     for (uint32_t n : f.strokeLengths) add(n);
-    for (const AnnotationPoint& p : f.points) add(static_cast<uint32_t>(p.x)), add(static_cast<uint32_t>(p.y));
+    for (const AnnotationPoint& p : f.points) raw(p);
     const ImageFields& m = a.image;
-    add(m.rotation), add(m.style), add(m.parameter), add(m.userValue), text(m.fileName);
-    for (int32_t v : {m.rect.left, m.rect.top, m.rect.right, m.rect.bottom}) add(static_cast<uint32_t>(v));
+    add(m.rotation, m.style, m.parameter, m.userValue), raw(m.rect), text(m.fileName);
     if (m.dib != nullptr) {
-        const uint8_t* bytes = static_cast<const uint8_t*>(platform::MemLock(m.dib));
-        s += std::string(reinterpret_cast<const char*>(bytes), platform::MemSize(m.dib)) + "|";
+        s.append(static_cast<const char*>(platform::MemLock(m.dib)), platform::MemSize(m.dib));
         platform::MemUnlock(m.dib);
     }
-    if (m.attachedText != nullptr) {
-        for (int32_t v :
-             {m.attachedTextRect.left, m.attachedTextRect.top, m.attachedTextRect.right, m.attachedTextRect.bottom}) {
-            add(static_cast<uint32_t>(v));
-        }
-        s += "[" + Describe(*m.attachedText) + "]";
-    }
-    const EllipseFields& e = a.ellipse;
-    add(e.outlineColor), add(e.outlineStyle), add(e.outlineWidth), add(e.fillColor), add(e.option), add(e.rotation);
-    for (int32_t v : {e.rect.left, e.rect.top, e.rect.right, e.rect.bottom}) add(static_cast<uint32_t>(v));
-    if (a.owner != nullptr) s += "owner";
+    if (m.attachedText != nullptr) raw(m.attachedTextRect), s += "[" + Describe(*m.attachedText) + "]";
+    raw(a.ellipse);
     return s;
 }
 
@@ -254,7 +217,6 @@ std::string Describe(const AnnotationList& list) {
     for (const Annotation* a : list) s += Describe(*a) + "\n";
     return s;
 }
-
 std::string Bytes(HGLOBAL block) {
     const char* bytes = static_cast<const char*>(platform::MemLock(block));
     std::string s(bytes, platform::MemSize(block));
@@ -353,56 +315,43 @@ TEST(AnnotationStream, ClipboardWritesTheSelectionAndItsLinksWithoutProtectionOr
     FreeHandle(&index);
 }
 
-uint32_t TypeOf(Annotation* a) {
-    ErrorRecord record;
-    AnnotationList list;
-    list.Append(a, &record);
-    uint32_t size = 0;
-    HGLOBAL stream = WriteAnnotationStream(list, false, &size, &record);
-    const std::string bytes = Bytes(stream);
-    FreeHandle(&stream);
-    uint32_t type;
-    std::memcpy(&type, bytes.data() + 32 + 12 + 4, 4);
-    return type;
-}
-
 TEST(AnnotationStream, WritersChooseTheSmallestTypeThatHoldsTheAnnotation) {
-    ErrorRecord record;
-    auto make = [&](AnnotationFamily family) {
-        Annotation* a = NewAnnotation(family, nullptr, &record);
-        a->created = a->changed = PackedTime{};
-        return a;
+    using F = AnnotationFamily;
+    const struct {
+        F family;
+        void (*change)(Annotation*);
+        uint32_t type;
+    } cases[] = {
+        {F::Rectangle, [](Annotation*) {}, 1},
+        {F::Rectangle, [](Annotation* a) { a->objectFlags = kObjectHidden; }, 7},
+        {F::Rectangle, [](Annotation* a) { a->objectFlags = kObjectProtect1; }, 12},
+        {F::Rectangle, [](Annotation* a) { a->rectangle.thirdColor = 0; }, 18},
+        {F::Rectangle, [](Annotation* a) { a->attached.present = true; }, 19},
+        {F::Rectangle, [](Annotation* a) { a->rectangle.styleWord = 0x80; }, 22},
+        {F::Rectangle, [](Annotation* a) { a->attached.present = a->attached.hasSecondText = true; }, 28},
+        {F::Line, [](Annotation* a) { a->objectFlags = kObjectHidden; }, 8},
+        {F::Line, [](Annotation* a) { a->line.endWord = 1; }, 25},
+        {F::Line, [](Annotation* a) { a->line.subtype = 2, a->line.measurement = 1; }, 26},
+        {F::Line, [](Annotation* a) { a->line.subtype = 3; }, 29},
+        {F::Freehand, [](Annotation* a) { a->objectFlags = kObjectProtect0; }, 14},
+        {F::Image, [](Annotation* a) { a->objectFlags = kObjectHidden; }, 10},
+        {F::Image, [](Annotation* a) { a->image.style = 0x8000; }, 24},
+        {F::Image, [](Annotation* a) { a->image.style = 2, a->image.parameter = 5; }, 21},
+        {F::Ellipse, [](Annotation* a) { a->ellipse.rotation = 90; }, 11},
     };
-    Annotation* a = make(AnnotationFamily::Rectangle);
-    EXPECT_EQ(TypeOf(a), 1u);
-    a = make(AnnotationFamily::Rectangle), a->objectFlags = kObjectHidden;
-    EXPECT_EQ(TypeOf(a), 7u);
-    a = make(AnnotationFamily::Rectangle), a->objectFlags = kObjectProtect1;
-    EXPECT_EQ(TypeOf(a), 12u);
-    a = make(AnnotationFamily::Rectangle), a->rectangle.thirdColor = 0;
-    EXPECT_EQ(TypeOf(a), 18u);
-    a = make(AnnotationFamily::Rectangle), a->attached.present = true;
-    EXPECT_EQ(TypeOf(a), 19u);
-    a = make(AnnotationFamily::Rectangle), a->rectangle.text.Assign(u"\u00e9", 1, &record);
-    EXPECT_EQ(TypeOf(a), 22u);
-    a = make(AnnotationFamily::Rectangle), a->attached.present = a->attached.hasSecondText = true;
-    EXPECT_EQ(TypeOf(a), 28u);
-    a = make(AnnotationFamily::Line), a->objectFlags = kObjectHidden;
-    EXPECT_EQ(TypeOf(a), 8u);
-    a = make(AnnotationFamily::Line), a->line.endWord = 1;
-    EXPECT_EQ(TypeOf(a), 25u);
-    a = make(AnnotationFamily::Line), a->line.subtype = 2, a->line.measurement = 1;
-    EXPECT_EQ(TypeOf(a), 26u);
-    a = make(AnnotationFamily::Freehand), a->objectFlags = kObjectProtect0;
-    EXPECT_EQ(TypeOf(a), 14u);
-    a = make(AnnotationFamily::Image), a->objectFlags = kObjectHidden;
-    EXPECT_EQ(TypeOf(a), 10u);
-    a = make(AnnotationFamily::Image), a->image.style = 0x8000;
-    EXPECT_EQ(TypeOf(a), 24u);
-    a = make(AnnotationFamily::Image), a->image.style = 2, a->image.parameter = 5;
-    EXPECT_EQ(TypeOf(a), 21u);
-    a = make(AnnotationFamily::Ellipse), a->ellipse.rotation = 90;
-    EXPECT_EQ(TypeOf(a), 11u);
+    for (const auto& c : cases) {
+        ErrorRecord record;
+        AnnotationList list;
+        Annotation* a = NewAnnotation(c.family, nullptr, &record);
+        a->created = a->changed = PackedTime{};
+        c.change(a);
+        list.Append(a, &record);
+        uint32_t size = 0, type = 0;
+        HGLOBAL stream = WriteAnnotationStream(list, false, &size, &record);
+        std::memcpy(&type, Bytes(stream).data() + 32 + 12 + 4, 4);
+        EXPECT_EQ(type, c.type);
+        FreeHandle(&stream);
+    }
 }
 
 TEST(AnnotationStream, EmptyListsAndRecordWalking) {
