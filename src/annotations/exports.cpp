@@ -279,6 +279,11 @@ bool CheckedSize(const void* host, const uint16_t (&sizes)[count], uint16_t* siz
     return (listed || Refuse(record, velmora::kErrInvalidParameter)) && Readable(host, *size, record);
 }
 
+velmora::AnnotationRect RectOf(const RECT& rect) {
+    return {static_cast<int32_t>(rect.left), static_cast<int32_t>(rect.top), static_cast<int32_t>(rect.right),
+            static_cast<int32_t>(rect.bottom)};
+}
+
 bool IsRightAngle(uint32_t degrees) { return degrees == 0 || degrees == 90 || degrees == 180 || degrees == 270; }
 
 // The rectangle-and-text annotation an insert record describes.
@@ -337,14 +342,15 @@ Annotation* RectangleFromRecord(const void* host, ErrorRecord* record) {
     r.textSize = in.textSize;
     r.textColor = in.textColor;
     std::memcpy(r.fontFace, font.c_str(), font.length() * sizeof(char16_t));
-    r.rect = {in.rect.left, in.rect.top, in.rect.right, in.rect.bottom};
+    r.rect = RectOf(in.rect);
     r.backColor = in.backColor;
     r.styleWord = in.backStyle << 4;
     r.backColor2 = in.backColor2;
     r.thirdColor = in.thirdColor;
     r.flagByte = in.flagByte;
     r.textRotation = in.textRotation;
-    const velmora::TextFit sizing{in.measure, in.fitMode, in.fitParameter, in.pageWidth, in.pageHeight};
+    const velmora::TextFit sizing{in.measure, static_cast<uint32_t>(in.fitMode), static_cast<uint32_t>(in.fitParameter),
+                                  static_cast<int32_t>(in.pageWidth), static_cast<int32_t>(in.pageHeight)};
     if (!r.text.CopyFrom(text, record) ||
         (fit && !velmora::FitRectangleToText(r.text.c_str(), r.textSize, r.textRotation, sizing, &r.rect, record))) {
         velmora::DeleteAnnotation(a);
@@ -402,7 +408,7 @@ Annotation* PictureFromRecord(const void* host, ErrorRecord* record) {
     if (a == nullptr) return nullptr;
     a->nodeFlags = velmora::kNodeFontFlag;
     velmora::ImageFields& m = a->image;
-    m.rect = {in.rect.left, in.rect.top, in.rect.right, in.rect.bottom};
+    m.rect = RectOf(in.rect);
     m.rotation = velmora::RotationFromOrientation(in.orientation);
     m.style = in.flags;
     m.userValue = in.userValue;

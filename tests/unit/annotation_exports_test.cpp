@@ -16,16 +16,11 @@ namespace velmora {
 namespace {
 
 VelmoraInsertAnnotationInfo Rectangle(const char* text) {
-    return {.size = VELMORA_INSERT_ANNOTATION_INFO_SIZE_V4,
-            .borderStyle = 1,
-            .borderWidth = 2,
-            .borderColor = 0xFF,
-            .textColor = 0,
-            .fontName = "Sans",
-            .rect = {10, 20, 110, 70},
-            .backColor = VELMORA_COLOR_NONE,
-            .text = text,
-            .thirdColor = VELMORA_COLOR_NONE};
+    VelmoraInsertAnnotationInfo info{};
+    info.size = VELMORA_INSERT_ANNOTATION_INFO_SIZE_V4, info.borderStyle = 1, info.borderWidth = 2;
+    info.borderColor = 0xFF, info.fontName = "Sans", info.rect = {10, 20, 110, 70}, info.text = text;
+    info.backColor = info.thirdColor = VELMORA_COLOR_NONE;
+    return info;
 }
 
 VARIANT Number(VARTYPE type, LONG value) {

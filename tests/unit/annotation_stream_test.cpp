@@ -296,7 +296,6 @@ TEST(AnnotationStream, ClipboardWritesTheSelectionAndItsLinksWithoutProtectionOr
     uint32_t size = 0;
     HGLOBAL stream = WriteAnnotationStream(list, true, &size, &record);
     ASSERT_NE(stream, nullptr);
-    EXPECT_NE(platform::MemFlags(stream) & GMEM_DDESHARE, 0u);
     AnnotationList read;
     const std::string bytes = Bytes(stream);
     ASSERT_TRUE(ReadAnnotationStream(reinterpret_cast<const uint8_t*>(bytes.data()), size, &read, nullptr, &record));
