@@ -55,8 +55,6 @@ TEST(AnnotationExports, RefusalsReportTheirErrorsAndLeaveTheStream) {
     ASSERT_EQ(InsertVelmoraAnnotation(&stream, &size, VELMORA_INSERT_RECTANGLE, &plain), 0);
     const HGLOBAL kept = stream;
     const DWORD keptSize = size;
-    HGLOBAL dead = platform::MemAlloc(GMEM_MOVEABLE, 32);
-    platform::MemFree(dead);
     HGLOBAL wrongVersion = GetVelmoraAnnotationData(stream, &size, 0);
     static_cast<uint8_t*>(platform::MemLock(wrongVersion))[24] = 2;
     platform::MemUnlock(wrongVersion);
@@ -83,6 +81,9 @@ TEST(AnnotationExports, RefusalsReportTheirErrorsAndLeaveTheStream) {
         long result;
         uint32_t error;
     };
+    // Freed last, so that no block made since holds its value.
+    HGLOBAL dead = platform::MemAlloc(GMEM_MOVEABLE, 32);
+    platform::MemFree(dead);
     const Row rows[] = {
         {"count dead", [&] { return GetVelmoraAnnotationsCount(dead, 32); }, -1, 6},
         {"count 31", [&] { return GetVelmoraAnnotationsCount(stream, 31); }, -1, kBad},
