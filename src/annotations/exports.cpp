@@ -54,8 +54,8 @@ bool WithStream(HGLOBAL handle, DWORD size, ErrorRecord* record, Work work) {
     if (record->failed()) return false;
     if (size < velmora::kStreamHeaderSize) return Refuse(record, velmora::kErrBadAnnotationData);
     LockedBlock block(handle);
-    if (block.bytes() == nullptr) return Refuse(record, velmora::kErrInvalidHandle);
     if (size > block.size()) return Refuse(record, velmora::kErrBadAnnotationData);
+    if (block.bytes() == nullptr) return Refuse(record, velmora::kErrInvalidHandle);
     return work(block.bytes(), static_cast<size_t>(size));
 }
 
