@@ -61,6 +61,9 @@ TEST(AnnotationExports, RefusalsReportTheirErrorsAndLeaveTheStream) {
 
     VARIANT value{};
     const VARIANT transparent = Number(VT_BOOL, VARIANT_TRUE), style9 = Number(VT_I4, 9);
+    char16_t word[] = u"thick";
+    VARIANT thick{};
+    thick.vt = VT_BSTR, thick.bstrVal = reinterpret_cast<BSTR>(word);
     VelmoraInsertAnnotationInfo oddSize = plain, redaction = plain, unsetEdge = plain, badColor = plain;
     oddSize.size = 50;
     redaction.size = VELMORA_INSERT_ANNOTATION_INFO_SIZE_V2;
@@ -98,6 +101,8 @@ TEST(AnnotationExports, RefusalsReportTheirErrorsAndLeaveTheStream) {
         {"transparent",
          [&] { return SetVelmoraAnnotationProperty(&stream, &size, 0, "BackColorTransparent", &transparent); }, 0, 87},
         {"border 9", [&] { return SetVelmoraAnnotationProperty(&stream, &size, 0, "BorderStyle", &style9); }, 0, 87},
+        {"not a number", [&] { return SetVelmoraAnnotationProperty(&stream, &size, 0, "BorderStyle", &thick); }, 0,
+         0x80020005},
         {"set index", [&] { return SetVelmoraAnnotationProperty(&stream, &size, 5, "BorderStyle", &style9); }, 0, 2},
         {"mode 2", [&] { return InsertVelmoraAnnotation(&stream, &size, 2, &plain); }, -1, 87},
         {"size 50", [&] { return InsertVelmoraAnnotation(&stream, &size, 0, &oddSize); }, -1, 87},
