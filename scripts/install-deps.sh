@@ -5,7 +5,8 @@
 #   install-deps.sh test   everything the test command uses
 set -euo pipefail
 
-packages=(cmake make g++ python3 libexpat1-dev)
+packages=(cmake make g++ python3 pkg-config libexpat1-dev libfreetype-dev libfontconfig-dev fonts-liberation2
+          fonts-dejavu-core)
 if [[ "${1:-main}" == "test" ]]; then
   packages+=(googletest clang-14 libclang-rt-14-dev pkg-config libtiff-tools libtiff-dev zlib1g-dev
              imagemagick python3-pil python3-numpy libbenchmark-dev
