@@ -237,9 +237,9 @@ void Canvas::FillRect(RECT rect, const Ink& ink) {
 void Canvas::FrameRect(RECT rect, uint32_t thickness, FramePattern pattern, const Ink& ink) {
     if (thickness == 0 || rect.left >= rect.right || rect.top >= rect.bottom) return;
     const int32_t w = static_cast<int32_t>(std::min<uint32_t>(thickness, 0x10000));
-    const int32_t width = rect.right - rect.left, height = rect.bottom - rect.top;
+    const int64_t width = int64_t{rect.right} - rect.left, height = int64_t{rect.bottom} - rect.top;
     if (pattern == FramePattern::Solid || 2 * w >= width || 2 * w >= height) {
-        const int32_t band = std::min({w, width, height});
+        const int32_t band = static_cast<int32_t>(std::min<int64_t>({w, width, height}));
         FillRect({rect.left, rect.top, rect.right, rect.top + band}, ink);
         FillRect({rect.left, rect.bottom - band, rect.right, rect.bottom}, ink);
         FillRect({rect.left, rect.top + band, rect.left + band, rect.bottom - band}, ink);
@@ -247,28 +247,37 @@ void Canvas::FrameRect(RECT rect, uint32_t thickness, FramePattern pattern, cons
         return;
     }
     // The pattern runs clockwise round the frame from the top-left corner,
-    // continuing from one side to the next.
+    // continuing from one side to the next. Only the pieces that can reach
+    // the image are visited, however long the sides.
     const DashPattern& dashes = kDashPatterns[static_cast<int>(pattern)];
-    const int32_t unit = std::max(w, 2);
-    uint32_t piece = 0;
-    int32_t left = dashes.lengths[0] * unit;
-    auto walk = [&](int32_t length, auto&& draw) {
-        for (int32_t at = 0; at < length;) {
-            const int32_t step = std::min(left, length - at);
-            if (piece % 2 == 0) draw(at, at + step);
-            at += step;
-            left -= step;
-            if (left == 0) piece = (piece + 1) % dashes.count, left = dashes.lengths[piece] * unit;
+    const int64_t unit = std::max(w, 2);
+    int64_t period = 0;
+    for (uint8_t i = 0; i < dashes.count; ++i) period += dashes.lengths[i] * unit;
+    int64_t offset = 0;  // where the current side starts along the frame
+    auto side = [&](int64_t length, int64_t from, int64_t to, auto&& draw) {
+        from = std::clamp<int64_t>(from, 0, length);
+        to = std::clamp<int64_t>(to, 0, length);
+        for (int64_t at = (offset + from) / period * period - offset; at < to;) {
+            for (uint8_t i = 0; i < dashes.count && at < to; ++i) {
+                const int64_t end = at + dashes.lengths[i] * unit;
+                if (i % 2 == 0 && std::max<int64_t>(at, 0) < std::min(end, length)) {
+                    draw(static_cast<int32_t>(std::max<int64_t>(at, 0)), static_cast<int32_t>(std::min(end, length)));
+                }
+                at = end;
+            }
         }
+        offset += length;
     };
-    walk(width, [&](int32_t a, int32_t b) { FillRect({rect.left + a, rect.top, rect.left + b, rect.top + w}, ink); });
-    walk(height, [&](int32_t a, int32_t b) {
+    side(width, -int64_t{rect.left}, int64_t{width_} - rect.left, [&](int32_t a, int32_t b) {
+        FillRect({rect.left + a, rect.top, rect.left + b, rect.top + w}, ink);
+    });
+    side(height, -int64_t{rect.top}, int64_t{height_} - rect.top, [&](int32_t a, int32_t b) {
         FillRect({rect.right - w, rect.top + a, rect.right, rect.top + b}, ink);
     });
-    walk(width, [&](int32_t a, int32_t b) {
+    side(width, int64_t{rect.right} - width_, rect.right, [&](int32_t a, int32_t b) {
         FillRect({rect.right - b, rect.bottom - w, rect.right - a, rect.bottom}, ink);
     });
-    walk(height, [&](int32_t a, int32_t b) {
+    side(height, int64_t{rect.bottom} - height_, rect.bottom, [&](int32_t a, int32_t b) {
         FillRect({rect.left, rect.bottom - b, rect.left + w, rect.bottom - a}, ink);
     });
 }
