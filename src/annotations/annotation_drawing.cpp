@@ -20,9 +20,14 @@ bool IsEmpty(const AnnotationRect& rect) { return rect.left >= rect.right || rec
 
 RECT ToRect(const AnnotationRect& rect) { return RECT{rect.left, rect.top, rect.right, rect.bottom}; }
 
+// Coordinates far outside any page are held at this distance, so that sizes
+// and turned coordinates stay within 32 bits.
+constexpr int32_t kFarAway = 1 << 29;
+
 AnnotationRect Normalised(const AnnotationRect& rect) {
-    return {std::min(rect.left, rect.right), std::min(rect.top, rect.bottom), std::max(rect.left, rect.right),
-            std::max(rect.top, rect.bottom)};
+    const auto hold = [](int32_t v) { return std::clamp(v, -kFarAway, kFarAway); };
+    return {hold(std::min(rect.left, rect.right)), hold(std::min(rect.top, rect.bottom)),
+            hold(std::max(rect.left, rect.right)), hold(std::max(rect.top, rect.bottom))};
 }
 
 PathPoint TurnPoint(PathPoint point, uint16_t rotation, int32_t width, int32_t height) {
@@ -98,10 +103,11 @@ bool IsBreak(char16_t c) { return c == u'\n' || c == u'\r'; }
 
 // Breaks `text` into lines no wider than `width`: at line breaks, between
 // words where a line is full, and inside a word that is wider than a line.
-bool WrapText(platform::TextFace* face, const char16_t* text, uint32_t length, int32_t width,
+// Stops after `most` lines.
+bool WrapText(platform::TextFace* face, const char16_t* text, uint32_t length, int32_t width, size_t most,
               CheckedArray<TextLine>* lines, ErrorRecord* record) {
     uint32_t at = 0;
-    while (at <= length && record->ok()) {
+    while (at <= length && lines->size() < most && record->ok()) {
         uint32_t end = at;
         while (end < length && !IsBreak(text[end])) ++end;
         // One paragraph: [at, end).
@@ -125,7 +131,7 @@ bool WrapText(platform::TextFace* face, const char16_t* text, uint32_t length, i
             if (!lines->Append({start, fit - start}, record)) return false;
             start = fit;
             while (start < end && text[start] == u' ') ++start;
-        } while (start < end);
+        } while (start < end && lines->size() < most);
         if (end >= length) break;
         at = end + (text[end] == u'\r' && end + 1 < length && text[end + 1] == u'\n' ? 2 : 1);
     }
@@ -143,8 +149,12 @@ bool DrawTextBox(const RectangleFields& fields, const AnnotationRect& box, uint1
     if (IsEmpty(window)) return true;
     const bool turned = rotation == 90 || rotation == 270;
     const double dpi = turned ? context.dpiX : context.dpiY;
+    const int32_t boxWidth = box.right - box.left, boxHeight = box.bottom - box.top;
+    const int32_t layoutWidth = turned ? boxHeight : boxWidth, layoutHeight = turned ? boxWidth : boxHeight;
+    // Text far taller than its box shows nothing more than the box holds.
     const uint16_t points = fields.textSize != 0 ? fields.textSize : kDefaultTextPoints;
-    const int32_t pixels = std::max(1, static_cast<int32_t>(std::lround(points * dpi / 72)));
+    const double wanted = std::min<double>(points * dpi / 72, std::min(2.0 * layoutHeight + 16, 4096.0));
+    const int32_t pixels = std::max(1, static_cast<int32_t>(std::lround(wanted)));
     uint32_t style = 0;
     if ((fields.option2 & kTextStyleBold) != 0) style |= platform::kTextBold;
     if ((fields.option2 & kTextStyleItalic) != 0) style |= platform::kTextItalic;
@@ -156,11 +166,10 @@ bool DrawTextBox(const RectangleFields& fields, const AnnotationRect& box, uint1
         SetRecordError(record, error != 0 ? error : kErrGeneral, 0);
         return false;
     }
-    const int32_t boxWidth = box.right - box.left, boxHeight = box.bottom - box.top;
-    const int32_t layoutWidth = turned ? boxHeight : boxWidth, layoutHeight = turned ? boxWidth : boxHeight;
+    const int32_t lineHeight = platform::TextLineHeight(face.get());
     CheckedArray<TextLine> lines;
-    if (!WrapText(face.get(), fields.text.c_str(), static_cast<uint32_t>(fields.text.length()), layoutWidth, &lines,
-                  record)) {
+    if (!WrapText(face.get(), fields.text.c_str(), static_cast<uint32_t>(fields.text.length()), layoutWidth,
+                  static_cast<size_t>(layoutHeight / lineHeight) + 1, &lines, record)) {
         return false;
     }
     platform::TextTarget target;
@@ -175,7 +184,6 @@ bool DrawTextBox(const RectangleFields& fields, const AnnotationRect& box, uint1
     CheckedArray<uint8_t> coverage;
     if (!coverage.Zeroed(uint64_t(target.stride) * static_cast<uint64_t>(target.height), record)) return false;
     target.coverage = coverage.data();
-    const int32_t lineHeight = platform::TextLineHeight(face.get());
     int32_t y = 0;
     for (const TextLine& line : lines) {
         if (y >= layoutHeight) break;
@@ -355,7 +363,7 @@ bool DrawEllipseFamily(const EllipseFields& fields, bool redaction, const Drawin
 AnnotationRect AnnotationArea(const Annotation& annotation) {
     switch (annotation.family) {
         case AnnotationFamily::Rectangle: return Normalised(annotation.rectangle.rect);
-        case AnnotationFamily::Freehand: return annotation.freehand.bounds;
+        case AnnotationFamily::Freehand: return Normalised(annotation.freehand.bounds);
         case AnnotationFamily::Image: return Normalised(annotation.image.rect);
         case AnnotationFamily::Ellipse: return Normalised(annotation.ellipse.rect);
         default: return {};
