@@ -1,0 +1,1 @@
+velmora_benchmark(burn_in_bench)

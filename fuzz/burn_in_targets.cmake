@@ -1,0 +1,1 @@
+velmora_fuzz_target(burn_in_fuzz)
