@@ -162,8 +162,9 @@ INSTANTIATE_TEST_SUITE_P(Depths, BurnInPages,
 
 class BurnInText : public testing::TestWithParam<std::tuple<uint16_t, const char16_t*>> {};
 
-// Text lands inside its box, not empty, runs along the box's turned width,
-// and a face nobody has still draws.
+// Text lands inside its box, not empty, runs along the box's turned width
+// and starts in the corner its turn brings the first line's start to; a
+// face nobody has still draws.
 TEST_P(BurnInText, InkStaysInItsBox) {
     const auto [rotation, face] = GetParam();
     ErrorRecord record;
@@ -172,38 +173,51 @@ TEST_P(BurnInText, InkStaysInItsBox) {
         ImageLock lock(page);
         std::memset(PackedBits(lock.header()), 0xFF, RowStride(lock.header()) * 300);
     }
+    const AnnotationRect boxes[2] = {{40, 60, 260, 140}, {40, 180, 260, 280}};
+    const std::u16string texts[2] = {u"Burned text wraps inside its box, line after line, until the box is full",
+                                     u"Top"};
     AnnotationList list;
-    Annotation* a = Rectangle({40, 60, 260, 140}, kColorNone);
-    a->rectangle.textColor = 0;
-    a->rectangle.textSize = 20;
-    a->rectangle.option2 = 0x07;
-    std::u16string name(face);
-    std::copy(name.begin(), name.end(), a->rectangle.fontFace);
-    const std::u16string text = u"Burned text wraps inside its box, line after line, until the box is full";
-    a->rectangle.text.Assign(text.data(), text.size(), &record);
-    list.Append(a, &record);
-    HGLOBAL burned = Burn(&list, page, rotation, kBurnInKeepImage);
-    ASSERT_EQ(burned, page);
-    const AnnotationRect box = Turned({40, 60, 260, 140}, rotation, 300, 300);
+    for (int i = 0; i < 2; ++i) {
+        Annotation* a = Rectangle(boxes[i], kColorNone);
+        a->rectangle.textColor = 0;
+        a->rectangle.textSize = 20;
+        a->rectangle.option2 = 0x07;
+        std::u16string name(face);
+        std::copy(name.begin(), name.end(), a->rectangle.fontFace);
+        a->rectangle.text.Assign(texts[i].data(), texts[i].size(), &record);
+        list.Append(a, &record);
+    }
+    ASSERT_EQ(Burn(&list, page, rotation, kBurnInKeepImage), page);
     const std::vector<COLORREF> after = Pixels(page);
-    AnnotationRect ink = {300, 300, 0, 0};
+    AnnotationRect box[2], ink[2];
     int outside = 0;
+    for (int i = 0; i < 2; ++i) box[i] = Turned(boxes[i], rotation, 300, 300), ink[i] = {300, 300, 0, 0};
     for (int32_t y = 0; y < 300; ++y) {
         for (int32_t x = 0; x < 300; ++x) {
             if (after[y * 300 + x] == kWhite) continue;
-            outside += !Inside(box, x, y);
-            ink = {std::min(ink.left, x), std::min(ink.top, y), std::max(ink.right, x + 1),
-                   std::max(ink.bottom, y + 1)};
+            const int i = Inside(box[0], x, y) ? 0 : Inside(box[1], x, y) ? 1 : -1;
+            if (i < 0) {
+                ++outside;
+                continue;
+            }
+            ink[i] = {std::min(ink[i].left, x), std::min(ink[i].top, y), std::max(ink[i].right, x + 1),
+                      std::max(ink[i].bottom, y + 1)};
         }
     }
     EXPECT_EQ(outside, 0);
-    ASSERT_LT(ink.left, ink.right);
+    ASSERT_LT(ink[0].left, ink[0].right);
+    ASSERT_LT(ink[1].left, ink[1].right);
     // Wrapped lines fill most of the box's length and at least two lines of its depth.
     const bool turned = rotation == 90 || rotation == 270;
-    const int32_t along = turned ? ink.bottom - ink.top : ink.right - ink.left;
-    const int32_t across = turned ? ink.right - ink.left : ink.bottom - ink.top;
-    EXPECT_GT(along, 150);
-    EXPECT_GT(across, 40);
+    EXPECT_GT(turned ? ink[0].bottom - ink[0].top : ink[0].right - ink[0].left, 150);
+    EXPECT_GT(turned ? ink[0].right - ink[0].left : ink[0].bottom - ink[0].top, 40);
+    // The short word sits in the corner where its line starts.
+    const AnnotationRect& b = box[1];
+    const AnnotationRect& w = ink[1];
+    const int32_t gapX = rotation == 0 || rotation == 270 ? w.left - b.left : b.right - w.right;
+    const int32_t gapY = rotation == 0 || rotation == 90 ? w.top - b.top : b.bottom - w.bottom;
+    EXPECT_LT(gapX, 10);
+    EXPECT_LT(gapY, 10);
     FreeImage(&page);
 }
 
