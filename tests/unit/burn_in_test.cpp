@@ -160,6 +160,40 @@ INSTANTIATE_TEST_SUITE_P(Depths, BurnInPages,
                                                           PageKind{8, false}, PageKind{24, false}),
                                           testing::Values<uint16_t>(0, 90, 180, 270)));
 
+// A picture keeps its place and its own turn on a page burned turned: a red
+// and white picture turned a quarter clockwise shows red above white. An
+// empty list changes nothing and draws in place.
+TEST(BurnInPictures, KeepTheirOwnOrientation) {
+    ErrorRecord record;
+    HGLOBAL page = RandomPage(40, 50, {24, false}, 9, &record);
+    AnnotationList empty;
+    const std::vector<COLORREF> before = Pixels(page);
+    ASSERT_EQ(Burn(&empty, page, 90, kBurnInKeepImage), page);
+    EXPECT_EQ(Pixels(page), before);
+    AnnotationList list;
+    Annotation* a = NewAnnotation(AnnotationFamily::Image, nullptr, &record);
+    a->image.rect = {10, 10, 20, 30};
+    a->image.rotation = 90;
+    const RGBQUAD table[2] = {{0, 0, 255, 0}, {255, 255, 255, 0}};
+    a->image.dib = CreatePackedDib(2, 1, 1, table, 2, 0, 0, &record);
+    {
+        ImageLock picture(a->image.dib);
+        PackedBits(picture.header())[0] = 0x40;  // left pixel entry 0 (red), right entry 1 (white)
+    }
+    list.Append(a, &record);
+    ASSERT_EQ(Burn(&list, page, 90, kBurnInKeepImage), page);
+    const std::vector<COLORREF> after = Pixels(page);
+    int wrong = 0;
+    for (int32_t y = 0; y < 50; ++y) {
+        for (int32_t x = 0; x < 40; ++x) {
+            const COLORREF expected = Inside({10, 10, 20, 30}, x, y) ? (y < 20 ? kRed : kWhite) : before[y * 40 + x];
+            wrong += after[y * 40 + x] != expected;
+        }
+    }
+    EXPECT_EQ(wrong, 0);
+    FreeImage(&page);
+}
+
 class BurnInText : public testing::TestWithParam<std::tuple<uint16_t, const char16_t*>> {};
 
 // Text lands inside its box, not empty, runs along the box's turned width
