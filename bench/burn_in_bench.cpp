@@ -153,7 +153,7 @@ void Velmora(benchmark::State& state, uint16_t bitCount) {
 
 void Magick(benchmark::State& state, bool bilevel) {
     const std::string command = "/usr/bin/convert -size " + std::to_string(kWidth) + "x" + std::to_string(kHeight) +
-                                " xc:white" + TheScene().magick + (bilevel ? " -threshold 50% -monochrome" : "") +
+                                " xc:white" + TheScene().magick + (bilevel ? " -threshold 50%" : "") +
                                 " null: 2>/dev/null";
     for (auto _ : state) {
         if (std::system(command.c_str()) != 0) state.SkipWithError("convert failed");
