@@ -5,14 +5,14 @@
 #   install-deps.sh test   everything the test command uses
 set -euo pipefail
 
-packages=(cmake make g++ python3 pkg-config libexpat1-dev libfreetype-dev libfontconfig-dev fonts-liberation2
-          fonts-dejavu-core)
+packages=(cmake make g++ python3 pkg-config libssl-dev libexpat1-dev libfreetype-dev libfontconfig-dev
+          fonts-liberation2 fonts-dejavu-core)
 if [[ "${1:-main}" == "test" ]]; then
   packages+=(googletest clang-14 libclang-rt-14-dev pkg-config libtiff-tools libtiff-dev zlib1g-dev
              imagemagick python3-pil python3-numpy libbenchmark-dev
              libjpeg-turbo-progs libjpeg62-turbo-dev libpng-dev time
              g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix binutils-mingw-w64-x86-64
-             binutils-mingw-w64-i686 wine wine64)
+             binutils-mingw-w64-i686 wine wine64 qpdf poppler-utils)
 fi
 
 missing=()

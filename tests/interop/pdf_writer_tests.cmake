@@ -1,0 +1,1 @@
+list(APPEND INTEROP_TESTS interop/pdf_writer_test.cpp)
