@@ -2,8 +2,11 @@
 // poppler: a new file, pages added in incremental updates (as tables and as
 // cross-reference streams) that keep every earlier revision readable, and
 // the file identifier recomputed from its inputs.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <map>
+#include <random>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -154,6 +157,82 @@ TEST(PdfWriterPeers, UpdatesKeepEarlierRevisions) {
         peers::WriteFile(earlier, std::vector<uint8_t>(first.begin(), first.end()));
         ExpectQpdfAccepts(earlier);
         EXPECT_NE(Info(earlier).find("Pages:           1"), std::string::npos);
+    }
+}
+
+// Reads qpdf's form of a dictionary of names and strings: names with "#xx"
+// escapes, strings in parentheses with backslash escapes or in hexadecimal.
+std::map<std::string, std::string> ParseQpdfDictionary(const std::string& text) {
+    std::map<std::string, std::string> pairs;
+    std::string key, value;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '/') {
+            for (++i; i < text.size() && text[i] != ' '; ++i) {
+                key += text[i] == '#' ? static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16)) : text[i];
+                if (text[i] == '#') i += 2;
+            }
+            continue;
+        } else if (text.compare(i, 2, "<<") == 0) {
+            ++i;
+            continue;
+        } else if (text[i] == '<') {
+            for (++i; text[i] != '>'; i += 2) value += static_cast<char>(std::stoi(text.substr(i, 2), nullptr, 16));
+        } else if (text[i] == '(') {
+            static const std::string kEscapes = "n\nr\rt\tb\bf\f";
+            for (++i; text[i] != ')'; ++i) {
+                if (text[i] != '\\') {
+                    value += text[i];
+                } else if (text[++i] >= '0' && text[i] <= '7') {
+                    value += static_cast<char>(std::stoi(text.substr(i, 3), nullptr, 8));
+                    i += 2;
+                } else {
+                    size_t at = kEscapes.find(text[i]);
+                    value += at != std::string::npos && at % 2 == 0 ? kEscapes[at + 1] : text[i];
+                }
+            }
+        } else {
+            continue;
+        }
+        pairs[key] = value;
+        key.clear();
+        value.clear();
+    }
+    return pairs;
+}
+
+TEST(PdfWriterPeers, RandomNamesAndStringsReadBackByQpdf) {
+    REQUIRE_PEER(Have("/usr/bin/qpdf"), "qpdf");
+    TempDir dir("pdf-strings");
+    std::mt19937 random(20261125);
+    // Delimiters, white space, escapes and bytes from 0x80 come often.
+    static const char kBytes[] = "()\\\r\n #%/<>[]{}a\t\x80\xff";
+    auto draw = [&](size_t limit, bool zero) {
+        std::string bytes(random() % limit, 'a');
+        for (char& c : bytes) c = random() % 2 ? kBytes[random() % (sizeof kBytes - 1)] : static_cast<char>(random());
+        // Names hold no NUL. qpdf shows "#" unescaped and ends a name at a
+        // vertical tab, which the writer leaves raw (it is no PDF white space).
+        for (char drop : {'\0', '#', '\v'}) {
+            if (!zero) std::replace(bytes.begin(), bytes.end(), drop, '0');
+        }
+        return bytes;
+    };
+    for (int round = 0; round < 20; ++round) {
+        std::string path = dir.Path("strings.pdf");
+        PdfDocument* document = Create(path);
+        ASSERT_NE(document, nullptr);
+        PdfObject* info = PdfLoadedObject(document, kPdfInfoNumber);
+        ErrorRecord record;
+        std::map<std::string, std::string> expected;
+        for (int i = 0; i < 12; ++i) {
+            std::string key = "K" + std::to_string(i) + draw(12, false), value = draw(24, true);
+            PdfDictionarySetString(info, key.c_str(), value.data(), static_cast<int64_t>(value.size()), i % 3 == 0,
+                                   &record);
+            expected[key] = value;
+        }
+        Save(document);
+        ClosePdfDocument(document);
+        std::map<std::string, std::string> read = ParseQpdfDictionary(Output("qpdf --show-object=1 '" + path + "'"));
+        for (const auto& [key, value] : expected) EXPECT_EQ(read[key], value) << "round " << round;
     }
 }
 
