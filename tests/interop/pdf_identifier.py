@@ -1,9 +1,9 @@
 #!/usr/bin/python3
-"""Finds the save time behind a PDF's last /ID: the digest of the UTC time
-(eight little-endian 16-bit fields), the UTF-16LE path, the file size where
-the trailer begins and the information dictionary object 1 as last written.
-Usage: pdf_identifier.py FILE PATH Y M D h m s ms SPAN_MS
-Prints both identifiers and "match" when a millisecond in the span fits."""
+# Finds the save time behind a PDF's last /ID: the digest of the UTC time
+# (eight little-endian 16-bit fields), the UTF-16LE path, the file size where
+# the trailer begins and the information dictionary object 1 as last written.
+# Usage: pdf_identifier.py FILE PATH Y M D h m s ms SPAN_MS
+# Prints both identifiers and "match" when a millisecond in the span fits.
 import datetime, hashlib, re, struct, sys
 
 data = open(sys.argv[1], "rb").read()
