@@ -55,10 +55,17 @@ PdfObject* FindKey(const PdfObject* dictionary, const char* key, PdfObject** bef
     return nullptr;
 }
 
+// Appends a chain of one member, or of a key and its value.
 void Append(PdfObject* container, PdfObject* first) {
-    PdfObject** link = &container->members;
-    while (*link != nullptr) link = &(*link)->next;
-    *link = first;
+    if (container->last == nullptr) {
+        container->members = first;
+    } else {
+        container->last->next = first;
+    }
+    for (PdfObject* node = first; node != nullptr; node = node->next) {
+        container->last = node;
+        ++container->count;
+    }
 }
 
 }  // namespace
@@ -116,9 +123,7 @@ void PdfFreeObject(PdfObject* object) {
         PdfObject* node = chain;
         chain = node->next;
         if (node->members != nullptr) {
-            PdfObject* last = node->members;
-            while (last->next != nullptr) last = last->next;
-            last->next = chain;
+            node->last->next = chain;
             chain = node->members;
         }
         delete node;
@@ -135,6 +140,7 @@ void PdfDictionarySet(PdfObject* dictionary, const char* key, PdfObject* value, 
         PdfObject* old = existing->next;
         value->next = old->next;
         existing->next = value;
+        if (dictionary->last == old) dictionary->last = value;
         old->next = nullptr;
         PdfFreeObject(old);
         return;
@@ -190,6 +196,8 @@ void PdfDictionaryRemove(PdfObject* dictionary, const char* key) {
     } else {
         before->next = value->next;
     }
+    if (dictionary->last == value) dictionary->last = before;
+    dictionary->count -= 2;
     value->next = nullptr;
     found->next = nullptr;
     PdfFreeObject(found);
@@ -205,10 +213,6 @@ void PdfArrayAppend(PdfObject* array, PdfObject* member, ErrorRecord* record) {
     Append(array, member);
 }
 
-uint32_t PdfArrayCount(const PdfObject* array) {
-    uint32_t count = 0;
-    for (const PdfObject* node = array->members; node != nullptr; node = node->next) ++count;
-    return count;
-}
+uint32_t PdfArrayCount(const PdfObject* array) { return array->count; }
 
 }  // namespace velmora

@@ -8,7 +8,8 @@
 // caller never owns a node it handed over. Dictionary keys are matched
 // without regard to ASCII case, first match wins; setting an existing key
 // replaces its value in place, a new key goes to the end, so dictionaries
-// keep their insertion order.
+// keep their insertion order. Containers keep their last member and their
+// count, so members are added and removed through the builders only.
 #pragma once
 
 #include <cstdint>
@@ -43,6 +44,8 @@ struct PdfObject {
     PdfKind kind = PdfKind::Null;
     PdfObject* next = nullptr;     // the next member of the enclosing array or dictionary
     PdfObject* members = nullptr;  // arrays, dictionaries and streams
+    PdfObject* last = nullptr;     // the last member, so that appending takes constant time
+    uint32_t count = 0;            // the members (a dictionary's keys and values both count)
     bool boolean = false;
     bool hex = false;  // strings written in hexadecimal form
     int32_t integer = 0;

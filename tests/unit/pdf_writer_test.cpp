@@ -103,7 +103,9 @@ TEST(PdfWriter, ContainersKeepOrderAndReplaceInPlace) {
     ASSERT_NE(PdfDictionaryGet(page, "rotate"), nullptr);
     EXPECT_EQ(PdfDictionaryGet(page, "rotate")->integer, -270);
     PdfDictionaryRemove(page, "flag");
-    EXPECT_EQ(Text(page), "<</Type /Page /MediaBox [0 0 622.08 792] /Rotate -270 /Empty null>>");
+    PdfDictionaryRemove(page, "Empty");
+    PdfDictionarySetReal(page, "UserUnit", 1.5, &record);
+    EXPECT_EQ(Text(page), "<</Type /Page /MediaBox [0 0 622.08 792] /Rotate -270 /UserUnit 1.5>>");
     EXPECT_TRUE(record.ok());
 }
 
