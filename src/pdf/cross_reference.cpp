@@ -112,10 +112,9 @@ bool NeedsIdentifier(const PdfDocument* document) {
 
 // The pairs the trailer and a cross-reference stream share.
 void SetTrailerPairs(PdfDocument* document, PdfObject* trailer, ErrorRecord* record) {
-    PdfDictionarySetInteger(trailer, "Size", static_cast<int32_t>(document->maxObjectNumber + 1), record);
+    PdfDictionarySetUnsigned(trailer, "Size", document->maxObjectNumber + 1, record);
     PdfDictionarySetReference(trailer, "Root", document->root.number, document->root.generation, record);
-    if (document->prevXref != 0)
-        PdfDictionarySetInteger(trailer, "Prev", static_cast<int32_t>(document->prevXref), record);
+    if (document->prevXref != 0) PdfDictionarySetUnsigned(trailer, "Prev", document->prevXref, record);
     if (document->info.number != 0) {
         PdfDictionarySetReference(trailer, "Info", document->info.number, document->info.generation, record);
     }

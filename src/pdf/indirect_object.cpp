@@ -74,7 +74,7 @@ void EndStream(PdfDocument* document, ErrorRecord* record) {
 
 uint32_t WriteStreamObject(PdfDocument* document, PdfObject* stream, uint32_t number, const void* data, uint32_t size,
                            ErrorRecord* record) {
-    PdfDictionarySetInteger(stream, "Length", static_cast<int32_t>(size), record);
+    PdfDictionarySetUnsigned(stream, "Length", size, record);
     uint32_t offset = WriteIndirectObject(document, stream, number, 0, record);
     WriteStreamData(document, data, size, record);
     EndStream(document, record);

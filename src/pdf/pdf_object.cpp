@@ -163,6 +163,13 @@ void PdfDictionarySetInteger(PdfObject* dictionary, const char* key, int32_t val
     PdfDictionarySet(dictionary, key, PdfMakeInteger(value, record), record);
 }
 
+void PdfDictionarySetUnsigned(PdfObject* dictionary, const char* key, uint32_t value, ErrorRecord* record) {
+    PdfDictionarySet(dictionary, key,
+                     value <= 0x7FFFFFFFu ? PdfMakeInteger(static_cast<int32_t>(value), record)
+                                          : PdfMakeReal(static_cast<double>(value), record),
+                     record);
+}
+
 void PdfDictionarySetReal(PdfObject* dictionary, const char* key, double value, ErrorRecord* record) {
     PdfDictionarySet(dictionary, key, PdfMakeReal(value, record), record);
 }

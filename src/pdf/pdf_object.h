@@ -76,6 +76,9 @@ void PdfFreeObject(PdfObject* object);
 void PdfDictionarySet(PdfObject* dictionary, const char* key, PdfObject* value, ErrorRecord* record);
 void PdfDictionarySetName(PdfObject* dictionary, const char* key, const char* value, ErrorRecord* record);
 void PdfDictionarySetInteger(PdfObject* dictionary, const char* key, int32_t value, ErrorRecord* record);
+// Offsets and lengths up to 2^32 - 1: beyond the 32-bit integer kind they
+// are stored as reals, whose text is the same digits.
+void PdfDictionarySetUnsigned(PdfObject* dictionary, const char* key, uint32_t value, ErrorRecord* record);
 void PdfDictionarySetReal(PdfObject* dictionary, const char* key, double value, ErrorRecord* record);
 void PdfDictionarySetBoolean(PdfObject* dictionary, const char* key, bool value, ErrorRecord* record);
 void PdfDictionarySetReference(PdfObject* dictionary, const char* key, uint32_t number, uint16_t generation,

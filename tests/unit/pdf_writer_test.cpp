@@ -104,8 +104,8 @@ TEST(PdfWriter, ContainersKeepOrderAndReplaceInPlace) {
     EXPECT_EQ(PdfDictionaryGet(page, "rotate")->integer, -270);
     PdfDictionaryRemove(page, "flag");
     PdfDictionaryRemove(page, "Empty");
-    PdfDictionarySetReal(page, "UserUnit", 1.5, &record);
-    EXPECT_EQ(Text(page), "<</Type /Page /MediaBox [0 0 622.08 792] /Rotate -270 /UserUnit 1.5>>");
+    PdfDictionarySetUnsigned(page, "Prev", 4000000000u, &record);
+    EXPECT_EQ(Text(page), "<</Type /Page /MediaBox [0 0 622.08 792] /Rotate -270 /Prev 4000000000>>");
     EXPECT_TRUE(record.ok());
 }
 
