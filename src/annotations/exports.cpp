@@ -1,20 +1,35 @@
 // Exported functions on annotation streams: counting, copying, reading and
 // changing properties, inserting rectangles and pictures, asking about
-// redactions, freeing. Every call parses the host's stream, works on the list
-// and, when it changed something, writes a new stream; the host's handle and
-// size are replaced only once the new stream is complete.
+// redactions, burning in, freeing. Every call parses the host's stream, works
+// on the list and, when it changed something, writes a new stream; the host's
+// handle and size are replaced only once the new stream is complete.
+//
+// The TIFF page exports that involve a page's annotations live here too,
+// above both the TIFF and the annotation code: collecting a page's
+// annotations from all their sources, and reading a page with its
+// annotations burned in.
 #include <cstddef>
 #include <cstring>
 #include <string>
 
 #include "annotations/annotation.h"
 #include "annotations/annotation_stream.h"
+#include "annotations/burn_in.h"
+#include "annotations/page_annotations.h"
 #include "annotations/text_fit.h"
 #include "annotations/variant_value.h"
 #include "frame/export_call.h"
+#include "dib/dib_layout.h"
+#include "dib/dib_validation.h"
+#include "dib/image.h"
+#include "dib/rotate.h"
 #include "frame/memory_handle.h"
+#include "frame/progress.h"
 #include "platform/platform.h"
 #include "tiff/image_file_reader.h"
+#include "tiff/page_decoder.h"
+#include "tiff/page_info.h"
+#include "tiff/tiff_file.h"
 #include "velmora/velmora.h"
 
 using velmora::Annotation;
@@ -22,6 +37,7 @@ using velmora::AnnotationFamily;
 using velmora::AnnotationList;
 using velmora::ErrorRecord;
 using velmora::ExportCall;
+using velmora::TiffFile;
 
 namespace {
 
@@ -417,7 +433,7 @@ Annotation* PictureFromRecord(const void* host, ErrorRecord* record) {
         m.dib = CopyPicture(in.pictureData, in.pictureDataSize, record);
         ok = m.dib != nullptr;
     } else if (ok && !name.empty()) {
-        m.dib = velmora::ReadImageFileDib(std::u16string(name.c_str(), name.length()), 1, 0, 0, nullptr, record);
+        m.dib = velmora::ReadImageFileDib(std::u16string(name.c_str(), name.length()), 1, 0, 0, nullptr, nullptr, record);
         ok = m.dib != nullptr;
     }
     if (!ok) {
@@ -425,6 +441,76 @@ Annotation* PictureFromRecord(const void* host, ErrorRecord* record) {
         return nullptr;
     }
     return a;
+}
+
+// Burns `list` into the DIB; with redaction-only burning, writes what is left
+// of the list over the start of the host's block and replaces *size (0 when
+// nothing is left). The block is never resized: the rewritten stream is
+// never larger than the old one.
+HGLOBAL BurnIn(AnnotationList* list, HGLOBAL stream, DWORD* size, const velmora::BurnInRequest& request,
+               ErrorRecord* record) {
+    bool removed = false;
+    HGLOBAL result = velmora::BurnInAnnotationList(list, request, &removed, record);
+    if (result == nullptr || (request.flags & velmora::kBurnInRedactionsOnly) == 0 || !removed) return result;
+    uint32_t written = 0;
+    HGLOBAL rewritten = list->empty() ? nullptr : velmora::WriteAnnotationStream(*list, false, &written, record);
+    if (!list->empty() && rewritten == nullptr) {
+        if (result != velmora::BurnedInPlace()) velmora::FreeImage(&result);
+        return nullptr;
+    }
+    if (rewritten != nullptr) {
+        if (written <= *size) {
+            std::memcpy(velmora::platform::MemLock(stream), velmora::platform::MemLock(rewritten), written);
+            velmora::platform::MemUnlock(rewritten);
+            velmora::platform::MemUnlock(stream);
+        }
+        velmora::FreeHandle(&rewritten);
+    }
+    *size = written;
+    return result;
+}
+
+constexpr DWORD kReadFlagFast = 0x1;
+constexpr DWORD kReadFlagBurnIn = 0x2;
+
+// Reads a page as it is meant to be seen; with `burnOptions` (burn-in flags),
+// the page's own annotations are drawn into it before it is turned upright.
+// A burn-in that fails fails the read: a page whose redactions could not be
+// burned is never handed out.
+HGLOBAL ReadPage(TiffFile* tiff, uint32_t page, uint32_t readFlags, bool burn, uint32_t burnOptions,
+                 velmora::ProgressReporter* progress, ErrorRecord* record) {
+    velmora::TiffPageInfo info;
+    velmora::SetWanted(&info, velmora::kFieldImage);
+    velmora::SetWanted(&info, velmora::kFieldXResolution);
+    velmora::SetWanted(&info, velmora::kFieldYResolution);
+    if (burn) velmora::SetWanted(&info, velmora::kFieldAnnotations);
+    readFlags |= velmora::kReadExported | velmora::kReadCheckImage | velmora::kReadStructure;
+    if (!velmora::ReadPageInfo(tiff, page, readFlags, &info, record)) return nullptr;
+    uint16_t rotation = 0;
+    HGLOBAL dib = velmora::DecodePage(tiff, info, progress, &rotation, record);
+    if (dib != nullptr && burn && info.annotations.handle != nullptr) {
+        AnnotationList list;
+        DWORD size = info.annotations.size;
+        if (Load(info.annotations.handle, size, &list, record)) {
+            velmora::ImageLock lock(dib);
+            const velmora::BurnInRequest request = {0, dib, lock.header(), burnOptions | velmora::kBurnInKeepImage};
+            HGLOBAL burned = BurnIn(&list, info.annotations.handle, &size, request, record);
+            if (burned != nullptr && burned != velmora::BurnedInPlace()) {
+                velmora::UnlockImage(dib);
+                velmora::FreeImage(&dib);
+                dib = burned;
+                velmora::LockImage(dib);
+            }
+        }
+        if (record->failed()) velmora::FreeImage(&dib);
+    }
+    velmora::FreePageInfo(&info);
+    if (rotation != 0 && dib != nullptr) {
+        HGLOBAL turned = velmora::RotateDib(dib, rotation, record);
+        velmora::FreeImage(&dib);
+        dib = turned;
+    }
+    return dib;
 }
 
 }  // namespace
@@ -580,4 +666,93 @@ BOOL VELMORA_API DestroyVelmoraAnnotations(HGLOBAL annotations) {
     if (!call.Handle(annotations)) return 0;
     velmora::FreeHandle(&annotations);
     return 1;
+}
+
+HGLOBAL VELMORA_API BurnInVelmoraAnnotationsEx(VelmoraBurnInInfo* info) {
+    ExportCall call;
+    if (!call.Gate() || !call.Writable(info, sizeof(WORD))) return nullptr;
+    if (!call.Value(info->size == VELMORA_BURN_IN_INFO_SIZE_V1) || !call.Writable(info, VELMORA_BURN_IN_INFO_SIZE_V1) ||
+        !call.Value(IsRightAngle(info->rotation)) || !call.Handle(info->annotations) || !call.Handle(info->dib) ||
+        !call.Value((info->flags & ~0xFu) == 0)) {
+        return nullptr;
+    }
+    const BITMAPINFOHEADER* header = info->header;
+    const uint32_t dibError = velmora::CheckDib(nullptr, header != nullptr ? velmora::PackedBits(header) : nullptr,
+                                                header, velmora::DibAccess::ReadWrite);
+    if (dibError != 0) {
+        ExportCall::Fail(dibError);
+        return nullptr;
+    }
+    AnnotationList list;
+    HGLOBAL result = nullptr;
+    DWORD size = info->annotationsSize;
+    if (Load(info->annotations, size, &list, &call.record)) {
+        const velmora::BurnInRequest request = {info->rotation, info->dib, info->header, info->flags};
+        result = BurnIn(&list, info->annotations, &size, request, &call.record);
+    }
+    if (!call.Finish()) return nullptr;
+    info->annotationsSize = size;
+    return result;
+}
+
+HGLOBAL VELMORA_API BurnInVelmoraAnnotations(HGLOBAL annotations, UINT_PTR size, HGLOBAL dib,
+                                             LPBITMAPINFOHEADER header, DWORD flags) {
+    ExportCall call;
+    if (!call.Gate()) return nullptr;
+    DWORD* sizeOut = nullptr;
+    VelmoraBurnInInfo info = {};
+    info.size = VELMORA_BURN_IN_INFO_SIZE_V1;
+    info.annotations = annotations;
+    if ((flags & VELMORA_BURN_IN_REDACTIONS_ONLY) != 0) {
+        sizeOut = reinterpret_cast<DWORD*>(size);
+        if (!call.Writable(sizeOut, sizeof *sizeOut)) return nullptr;
+        info.annotationsSize = *sizeOut;
+    } else {
+        info.annotationsSize = static_cast<DWORD>(size);
+    }
+    info.dib = dib;
+    info.header = header;
+    info.flags = flags;
+    HGLOBAL result = BurnInVelmoraAnnotationsEx(&info);
+    if (result != nullptr && sizeOut != nullptr) *sizeOut = info.annotationsSize;
+    return result;
+}
+
+BOOL VELMORA_API GetVelmoraTIFFAnnotations(HGLOBAL handle, DWORD page, HGLOBAL* annotations, DWORD* size) {
+    ExportCall call;
+    TiffFile* tiff;
+    if (!call.Gate() || (tiff = call.Object(handle, velmora::TiffFromHandle)) == nullptr || !call.Value(page != 0) ||
+        !call.Out(annotations) || !call.Out(size)) {
+        return 0;
+    }
+    HGLOBAL stream = nullptr;
+    uint32_t streamSize = 0;
+    if (velmora::PageAnnotationStream(tiff, page, &stream, &streamSize, &call.record)) {
+        *annotations = stream;
+        *size = streamSize;
+    }
+    return call.Finish();
+}
+
+HGLOBAL VELMORA_API ReadVelmoraOpenTIFFDIBEx(const VelmoraReadTIFFDIB* request) {
+    ExportCall call;
+    if (!call.Gate()) return nullptr;
+    const WORD size =
+        call.Sized(request, {WORD{VELMORA_READ_TIFF_DIB_SIZE_V1}, WORD{VELMORA_READ_TIFF_DIB_SIZE_V2}});
+    if (size == 0) return nullptr;
+    TiffFile* tiff = call.Object(request->tiff, velmora::TiffFromHandle);
+    if (tiff == nullptr || !call.Value(request->page != 0)) return nullptr;
+    if (!call.Progress(request->progress)) return nullptr;
+    const DWORD flags = request->flags;
+    if (!call.Value(flags <= (kReadFlagFast | kReadFlagBurnIn))) return nullptr;
+    const bool burn = (flags & kReadFlagBurnIn) != 0;
+    if (burn && !call.Value(size == VELMORA_READ_TIFF_DIB_SIZE_V2 && request->burnInOptions < 16)) return nullptr;
+    velmora::ProgressReporter progress(request->progress, request->progressUser);
+    HGLOBAL dib = ReadPage(tiff, request->page, (flags & kReadFlagFast) ? velmora::kReadFast : 0, burn,
+                           burn ? request->burnInOptions : 0, &progress, &call.record);
+    if (!call.Finish()) {
+        velmora::FreeImage(&dib);
+        return nullptr;
+    }
+    return dib;
 }

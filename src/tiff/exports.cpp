@@ -32,8 +32,6 @@ namespace {
 constexpr DWORD kAccessRead = 0x80000000u;
 constexpr DWORD kAccessWrite = 0x40000000u;
 constexpr uint32_t kReadInformation = velmora::kReadStructure;
-constexpr DWORD kReadFlagFast = 0x1;
-constexpr DWORD kReadFlagBurnIn = 0x2;
 constexpr uint32_t kErrNotFound = 1168;  // ERROR_NOT_FOUND
 
 // The information of a page with the fields given, read for one export and
@@ -467,38 +465,6 @@ BOOL VELMORA_API OCRVelmoraTIFF(UINT_PTR value1, UINT_PTR value2, UINT_PTR value
     return OCRVelmoraTIFFEx(&request) != nullptr;
 }
 
-HGLOBAL VELMORA_API ReadVelmoraOpenTIFFDIBEx(const VelmoraReadTIFFDIB* request) {
-    ExportCall call;
-    if (!call.Gate()) return nullptr;
-    const WORD size =
-        call.Sized(request, {WORD{VELMORA_READ_TIFF_DIB_SIZE_V1}, WORD{VELMORA_READ_TIFF_DIB_SIZE_V2}});
-    if (size == 0) return nullptr;
-    TiffFile* tiff = call.Object(request->tiff, velmora::TiffFromHandle);
-    if (tiff == nullptr || !call.Value(request->page != 0)) return nullptr;
-    if (!call.Progress(request->progress)) return nullptr;
-    const DWORD flags = request->flags;
-    if (!call.Value(flags <= (kReadFlagFast | kReadFlagBurnIn))) return nullptr;
-    if ((flags & kReadFlagBurnIn) &&
-        !call.Value(size == VELMORA_READ_TIFF_DIB_SIZE_V2 && request->burnInOptions < 16)) {
-        return nullptr;
-    }
-    // Burning annotations in needs the annotation layer, which this reader
-    // does not have.
-    if (flags & kReadFlagBurnIn) {
-        velmora::SetRecordError(&call.record, velmora::kErrUnsupportedAnnotations, 0);
-        call.Finish();
-        return nullptr;
-    }
-    velmora::ProgressReporter progress(request->progress, request->progressUser);
-    HGLOBAL dib = velmora::ReadUprightPage(tiff, request->page, (flags & kReadFlagFast) ? velmora::kReadFast : 0,
-                                           &progress, &call.record);
-    if (!call.Finish()) {
-        velmora::FreeImage(&dib);
-        return nullptr;
-    }
-    return dib;
-}
-
 HGLOBAL VELMORA_API ReadVelmoraOpenTIFFDIBProgress(HGLOBAL tiff, DWORD page, VelmoraProgressProc progress,
                                                    UINT_PTR user) {
     VelmoraReadTIFFDIB request = {};
@@ -580,28 +546,3 @@ LONG VELMORA_API GetVelmoraDocumentTypeCaps(LONG type) {
     return caps;
 }
 
-BOOL VELMORA_API GetVelmoraTIFFAnnotations(HGLOBAL handle, DWORD page, HGLOBAL* annotations, DWORD* size) {
-    ExportCall call;
-    TiffFile* tiff;
-    if (!call.Gate() || (tiff = call.Object(handle, velmora::TiffFromHandle)) == nullptr || !call.Value(page != 0) ||
-        !call.Out(annotations) || !call.Out(size)) {
-        return 0;
-    }
-    TiffPageInfo info;
-    velmora::SetWantedList(&info, velmora::kFieldAnnotations, velmora::kFieldWangAnnotations,
-                           velmora::kFieldSecondAnnotations, velmora::kFieldListEnd);
-    if (!velmora::ReadPageInfo(tiff, page, 0, &info, &call.record)) return call.Finish();
-    // The foreign formats are converted into the library's own by the
-    // annotation layer, which this edition does not have: a page that holds
-    // them is refused rather than answered with part of its annotations.
-    if (velmora::IsPresent(&info, velmora::kFieldWangAnnotations) ||
-        velmora::IsPresent(&info, velmora::kFieldSecondAnnotations)) {
-        velmora::SetRecordError(&call.record, velmora::kErrUnsupportedAnnotations, 0);
-    } else if (info.annotations.handle != nullptr) {
-        *annotations = info.annotations.handle;
-        *size = info.annotations.size;
-        info.annotations.handle = nullptr;
-    }
-    velmora::FreePageInfo(&info);
-    return call.Finish();
-}
