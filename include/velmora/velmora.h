@@ -491,13 +491,22 @@ VELMORA_EXPORT LONG VELMORA_API GetVelmoraTIFFIFDSize(HGLOBAL tiff, DWORD page);
 /*
  * Collects the page's annotations into one annotation stream: *annotations
  * receives a movable block that the caller frees with GlobalFree, *size its
- * byte count; a page without annotations gives 1 with NULL and 0. In this
- * edition the stream is the library's own annotation block (tag 33938) as
- * stored; a page that carries annotations in one of the two foreign formats
- * (tags 32932 and 33581), which need converting, is refused with
- * VELMORA_ERROR_UNSUPPORTED_ANNOTATIONS. Returns 1 or 0: also
+ * byte count; a page without annotations gives 1 with NULL and 0. The
+ * sources, in this order: the library's own block (tag 33938), the Wang /
+ * Eastman imaging block (tag 32932) and the sheet-chunk block (tag 33581,
+ * whose coordinates are converted with the page's resolution), both converted
+ * into the library's format, then, for the TIFF of a document opened with a
+ * companion ".art" file, the companion's annotations of the page as the
+ * document's companion mode says. A page whose own block is its only source
+ * gets that block as stored. A companion is an annotation store of this
+ * layout, little-endian: u32 total size; "VelmoraArt" in a 20-byte
+ * zero-padded field; u32 version 1; u32 page count n; then n pairs of u32
+ * offset and u32 size of each page's annotation stream within the store (0
+ * and 0 for a page without). Returns 1 or 0: also
  * VELMORA_ERROR_INVALID_HANDLE, VELMORA_ERROR_INVALID_PARAMETER for page 0,
- * VELMORA_ERROR_NO_ACCESS for a NULL out-pointer, the reader's errors.
+ * VELMORA_ERROR_NO_ACCESS for a NULL out-pointer, the reader's errors,
+ * VELMORA_ERROR_BAD_ANNOTATION_DATA for a damaged own block, and
+ * VELMORA_ERROR_IFD_NOT_FOUND for a page beyond the companion's pages.
  */
 VELMORA_EXPORT BOOL VELMORA_API GetVelmoraTIFFAnnotations(HGLOBAL tiff, DWORD page, HGLOBAL *annotations, DWORD *size);
 
@@ -519,9 +528,8 @@ VELMORA_EXPORT BOOL VELMORA_API OCRVelmoraTIFF(UINT_PTR value1, UINT_PTR value2,
 /* Flags of VelmoraReadTIFFDIB. */
 #define VELMORA_READ_TIFF_FAST              0x0001u  /* may trade quality for speed; in this edition
                                                         pages decode exactly as without it */
-#define VELMORA_READ_TIFF_BURN_ANNOTATIONS  0x0002u  /* draw the page's annotations into the DIB
-                                                        (needs the larger record); in this edition
-                                                        refused after the checks */
+#define VELMORA_READ_TIFF_BURN_ANNOTATIONS  0x0002u  /* draw the page's own annotation block into
+                                                        the DIB (needs the larger record) */
 
 /* The parameters of ReadVelmoraOpenTIFFDIBEx. */
 typedef struct VelmoraReadTIFFDIB {
@@ -543,13 +551,16 @@ typedef struct VelmoraReadTIFFDIB {
  * Decodes a page of an open TIFF into a new packed DIB that the caller owns
  * (free it with GlobalFree). The DIB's resolution is the page's; a page
  * stored rotated (Orientation 5 to 8, or 3 and 4) comes out turned as it is
- * meant to be seen. VELMORA_READ_TIFF_BURN_ANNOTATIONS is checked and then
- * refused: annotations are not drawn into pages in this edition.
+ * meant to be seen. With VELMORA_READ_TIFF_BURN_ANNOTATIONS the page's own
+ * annotation block (tag 33938) is burned in before the page is turned, as
+ * BurnInVelmoraAnnotations does with burnInOptions | VELMORA_BURN_IN_KEEP_IMAGE;
+ * a burn-in that fails fails the read, so that a page whose redactions could
+ * not be drawn is never handed out.
  * Returns NULL on failure: VELMORA_ERROR_NO_ACCESS (998) for an unreadable
  * record or a callback that is not code; VELMORA_ERROR_INVALID_PARAMETER (87)
  * for a wrong size, page 0, unknown flags, burning in with the short record,
  * or burn-in options of 16 or more; VELMORA_ERROR_INVALID_HANDLE (6) for an
- * invalid TIFF; VELMORA_ERROR_UNSUPPORTED_ANNOTATIONS for burning in;
+ * invalid TIFF; the annotation errors of burning in;
  * VELMORA_ERROR_IFD_NOT_FOUND for a page that does not exist;
  * VELMORA_ERROR_UNSUPPORTED_IMAGE_TYPE for a page the library cannot decode,
  * VELMORA_ERROR_UNKNOWN_IMAGE_TYPE for an unknown compression; VELMORA_ERROR_CANCELLED (1223) when the callback

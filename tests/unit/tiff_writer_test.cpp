@@ -303,8 +303,9 @@ TEST(TiffWriter, DocumentPagesAndIfdsCopyOut) {
     ASSERT_NE(document, nullptr) << std::hex << GetLastVelmoraErrorCode();
     HGLOBAL marks = nullptr;
     DWORD markBytes = 0;
-    EXPECT_EQ(ErrorOf(GetVelmoraTIFFAnnotations(GetVelmoraTIFFDocumentTIFF(document), 1, &marks, &markBytes) == 0),
-              0x02000026u);
+    // A foreign block too short to hold a mark gives no annotations.
+    EXPECT_EQ(GetVelmoraTIFFAnnotations(GetVelmoraTIFFDocumentTIFF(document), 1, &marks, &markBytes), 1);
+    EXPECT_EQ(marks, nullptr);
 
     HGLOBAL copy = OpenVelmoraTIFF(nullptr, VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 1);
     ASSERT_EQ(CopyVelmoraTIFFDocumentPage(document, 1, copy, nullptr), 1) << std::hex << GetLastVelmoraErrorCode();
