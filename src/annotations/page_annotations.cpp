@@ -180,10 +180,21 @@ bool PageAnnotationStream(TiffFile* tiff, uint32_t page, HGLOBAL* stream, uint32
     const bool ownOnly = plan.useOwn && !plan.consultCompanion && info.wangAnnotations.handle == nullptr &&
                          info.secondAnnotations.handle == nullptr;
     if (ownOnly) {
-        // The page's own block is handed over as it is stored.
-        *stream = guard.info.annotations.handle;
-        *size = guard.info.annotations.size;
+        // The page's own block is handed over as it is stored, in a block of
+        // exactly its size (hosts measure blocks with GlobalSize).
+        HGLOBAL own = guard.info.annotations.handle;
         guard.info.annotations.handle = nullptr;
+        if (own != nullptr && platform::MemSize(own) != info.annotations.size) {
+            HGLOBAL exact = platform::MemReAlloc(own, info.annotations.size, GMEM_MOVEABLE);
+            if (exact == nullptr) {
+                FreeHandle(&own);
+                SetRecordError(record, kErrNotEnoughMemory, 0);
+                return false;
+            }
+            own = exact;
+        }
+        *stream = own;
+        *size = info.annotations.size;
         return true;
     }
     AnnotationList list;

@@ -9,6 +9,7 @@
 #include "frame/settings.h"
 #include "frame/system_libraries.h"
 #include "frame/text.h"
+#include "platform/text_raster.h"
 
 namespace velmora {
 namespace {
@@ -157,6 +158,7 @@ void ProcessAttach(void* moduleHandle) {
 
 void ProcessDetach() {
     TerminateLibrary();
+    platform::ReleaseTextFaces();
     delete g_libraryLock;
     g_libraryLock = nullptr;
 }

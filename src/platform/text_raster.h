@@ -42,6 +42,8 @@ class TextFace;
 // face at all can be had.
 TextFace* OpenTextFace(const char16_t* face, int32_t pixels, uint32_t style, uint32_t* error);
 void CloseTextFace(TextFace* face);
+// Lets go of what the font system keeps for the process (at unload).
+void ReleaseTextFaces();
 
 // The distance from a line's top to its baseline, and from one line's top to
 // the next, in pixels.

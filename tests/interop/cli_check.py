@@ -149,6 +149,43 @@ def check_orientations(velmora, tmp):
     return 0
 
 
+def check_annotations(velmora, tmp, document):
+    """A highlighted, bordered text box added with `annotate` is listed by
+    `annotations`, kept as an annotation by `burn --redactions-only` and drawn
+    by `burn` and `render --burn`: its border red, the inside of its fill
+    no lighter than before and yellowed where the page was white."""
+    failures = 0
+    annotated, burned, kept = (os.path.join(tmp, n) for n in ("annotated.tif", "burned.tif", "kept.tif"))
+    run(velmora, "annotate", document, annotated, "--page", "2", "--rect", "20,10,120,60", "--text", "Velmora",
+        "--border", "FF0000", "--fill", "FFFF00", "--highlight")
+    pages = json.loads(run(velmora, "annotations", annotated, "--json"))["pages"]
+    marks = [len(p["annotations"]) for p in pages]
+    box = pages[1]["annotations"][0] if marks == [0, 1] else {}
+    if box.get("family") != "rectangle" or not box.get("highlighter") or box.get("border_style") != 1:
+        print("annotations of the annotated file:", pages)
+        failures += 1
+    run(velmora, "burn", annotated, kept, "--redactions-only")
+    run(velmora, "burn", annotated, burned)
+    rendered = os.path.join(tmp, "burned-page.bmp")
+    run(velmora, "render", annotated, "--page", "2", "--burn", "-o", rendered)
+    before = Image.open(document)
+    before.seek(1)
+    before = before.convert("RGB")
+    after = Image.open(burned)
+    after.seek(1)
+    after = after.convert("RGB")
+    inside = (30, 20, 110, 50)
+    darker = ImageChops.subtract(after.crop(inside), before.crop(inside)).getbbox()
+    border = after.getpixel((20, 30))
+    blue = ImageStat.Stat(after.crop(inside)).mean[2] < ImageStat.Stat(before.crop(inside)).mean[2]
+    if json.loads(run(velmora, "annotations", kept, "--json"))["pages"][1]["annotations"] == [] or \
+            darker is not None or border[0] < 200 or border[1] > 60 or not blue or \
+            ImageChops.difference(after, Image.open(rendered).convert("RGB")).getbbox() is not None:
+        print("burned annotation: border", border, "lighter inside", darker, "blue fell", blue)
+        failures += 1
+    return failures
+
+
 def main():
     velmora = sys.argv[1]
     if not shutil.which("tiffcp") or not os.path.exists("/usr/bin/convert"):
@@ -292,7 +329,8 @@ def main():
             failures += check_jpeg(velmora, tmp, colour)
         if os.path.exists("/usr/bin/convert"):
             failures += check_image_files(velmora, tmp, colour)
-    print("%d passed, %d failed" % (22 - failures, failures))
+        failures += check_annotations(velmora, tmp, document)
+    print("%d passed, %d failed" % (24 - failures, failures))
     return 1 if failures else 0
 
 

@@ -33,10 +33,22 @@ bool ParseSize(const char* text, unsigned long largest, unsigned long* width, un
 // new one-page TIFF (Group 4 when bi-level, LZW otherwise). 0, or 1 after
 // reporting the library's error and removing what was written.
 int SaveImage(HGLOBAL dib, const char* path);
+// The number of pages of an open TIFF.
+DWORD CountTiffPages(HGLOBAL tiff);
+// Draws the annotations of `page` of `tiff` into `dib` (a page read from it):
+// all of them, the page turned into a colour type that shows them, or only
+// the pending redactions, whose remaining annotations are then handed back
+// in *rest (null when none are left). Returns the page to use (`dib` itself,
+// or a new image that replaced and freed it), or null after a failure with
+// `dib` still the caller's.
+HGLOBAL BurnPage(HGLOBAL tiff, DWORD page, HGLOBAL dib, bool redactionsOnly, HGLOBAL* rest, DWORD* restSize);
 // numerator / denominator, 0 for a zero denominator.
 double Value(DWORD numerator, DWORD denominator);
 
+int RunAnnotate(int argc, char** argv);
+int RunAnnotations(int argc, char** argv);
 int RunAppend(int argc, char** argv);
+int RunBurn(int argc, char** argv);
 int RunConvert(int argc, char** argv);
 int RunDespeckle(int argc, char** argv);
 int RunInfo(int argc, char** argv);

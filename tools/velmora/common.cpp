@@ -72,6 +72,12 @@ HGLOBAL LoadJpeg(const char* path) {
     return block;
 }
 
+DWORD CountTiffPages(HGLOBAL tiff) {
+    DWORD pages = 0, width = 0, length = 0;
+    while (GetVelmoraTIFFSize(tiff, pages + 1, &width, &length)) ++pages;
+    return pages;
+}
+
 double Value(DWORD numerator, DWORD denominator) {
     return denominator == 0 ? 0.0 : static_cast<double>(numerator) / denominator;
 }

@@ -136,8 +136,7 @@ bool ParsePages(const char* text, DWORD count, std::vector<DWORD>* pages) {
 DWORD CountPages(const Source& source) {
     DWORD pages = 0;
     if (source.tiff != nullptr) {
-        DWORD width = 0, length = 0;
-        while (GetVelmoraTIFFSize(source.tiff, pages + 1, &width, &length)) ++pages;
+        pages = CountTiffPages(source.tiff);
     } else if (GetVelmoraDocumentType(source.path) == VELMORA_DOCTYPE_GIF) {
         while (HGLOBAL frame = ReadVelmoraDIB(source.path, pages + 1)) {
             GlobalFree(frame);

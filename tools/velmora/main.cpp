@@ -30,9 +30,9 @@ const Command kCommands[] = {
      "photometric interpretation, resolution, tiling and orientation (for JPEG files: the\n"
      "JPEG process and the sampling). --json prints one JSON object.",
      RunInfo},
-    {"render", "velmora render FILE [--page N] -o OUT.bmp",
+    {"render", "velmora render FILE [--page N] [--burn] -o OUT.bmp",
      "Decode one page of a TIFF or JPEG file (the first by default) and save it as a\n"
-     "Windows bitmap.\n"
+     "Windows bitmap. --burn draws a TIFF page's annotations into it.\n"
      "Shows progress on standard error when that is a terminal.",
      RunRender},
     {"convert", "velmora convert IN OUT [--compression NAME] [--quality Q] [--pages LIST] [--color TYPE]",
@@ -71,6 +71,22 @@ const Command kCommands[] = {
      "speck's bounding rectangle takes the other colour. OUT is a one-page TIFF file, or a\n"
      "Windows bitmap when its name ends in .bmp. Shows progress on a terminal.",
      RunDespeckle},
+    {"annotations", "velmora annotations FILE [--page N] [--json]",
+     "List the annotations of each page of a TIFF file (or of page N): the page's own, those\n"
+     "of Wang/Eastman and sheet-chunk blocks, and those of a companion FILE.art for pages\n"
+     "without any; per annotation its family and type code, and for rectangles their\n"
+     "border style and background.",
+     RunAnnotations},
+    {"annotate", "velmora annotate IN.tif OUT.tif --page N --rect L,T,R,B [--text TEXT] [--border RRGGBB] [--fill RRGGBB] [--highlight]",
+     "Copy a TIFF file, adding to page N a rectangle annotation: a border, a fill (a\n"
+     "transparent highlighter with --highlight), a text in 12-point Arial. Every page's\n"
+     "annotations are stored in the library's own block of the copy.",
+     RunAnnotate},
+    {"burn", "velmora burn IN.tif OUT.tif [--redactions-only]",
+     "Write every page of a TIFF file with its annotations drawn into its pixels, the page\n"
+     "turned into a colour type that shows them. --redactions-only draws only the pending\n"
+     "redactions and keeps the other annotations as annotations.",
+     RunBurn},
     {"sample", "velmora sample OUT.tif",
      "Write a small two-page TIFF (a grey page and a colour page) to try the other commands on.", RunSample},
 };

@@ -1,5 +1,6 @@
 // velmora render: one page of an image file (TIFF, BMP, JPEG, any type the
-// library reads) as a Windows bitmap.
+// library reads) as a Windows bitmap, a TIFF page with its annotations burned
+// in when asked.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -12,8 +13,11 @@ int RunRender(int argc, char** argv) {
     const char* path = nullptr;
     const char* out = nullptr;
     unsigned long page = 1;
+    bool burn = false;
     for (int i = 0; i < argc; ++i) {
-        if (std::strcmp(argv[i], "-o") == 0 && i + 1 < argc) {
+        if (std::strcmp(argv[i], "--burn") == 0) {
+            burn = true;
+        } else if (std::strcmp(argv[i], "-o") == 0 && i + 1 < argc) {
             out = argv[++i];
         } else if (std::strcmp(argv[i], "--page") == 0 && i + 1 < argc) {
             char* end = nullptr;
@@ -30,7 +34,7 @@ int RunRender(int argc, char** argv) {
         }
     }
     if (path == nullptr || out == nullptr) {
-        std::fprintf(stderr, "usage: velmora render FILE [--page N] -o OUT.bmp\n");
+        std::fprintf(stderr, "usage: velmora render FILE [--page N] [--burn] -o OUT.bmp\n");
         return 2;
     }
     const VelmoraProgressProc progress = TerminalProgress();
@@ -40,6 +44,13 @@ int RunRender(int argc, char** argv) {
         if (tiff == nullptr) return Fail(path);
         dib = ReadVelmoraOpenTIFFDIBProgress(tiff, static_cast<DWORD>(page), progress, 0);
         ClearProgress(progress);
+        if (dib != nullptr && burn) {
+            HGLOBAL rest = nullptr;
+            DWORD restSize = 0;
+            HGLOBAL burned = BurnPage(tiff, static_cast<DWORD>(page), dib, false, &rest, &restSize);
+            if (burned == nullptr) GlobalFree(dib);
+            dib = burned;
+        }
         int result = dib == nullptr ? Fail(path) : 0;
         CloseVelmoraTIFF(tiff);
         if (dib == nullptr) return result;

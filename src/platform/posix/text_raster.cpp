@@ -108,8 +108,8 @@ void Put(const TextTarget& target, int32_t x, int32_t y, uint8_t value) {
 }  // namespace
 
 TextFace* OpenTextFace(const char16_t* name, int32_t pixels, uint32_t style, uint32_t* error) {
-    static const bool initialised = FcInit() != FcFalse;
-    (void)initialised;
+    // Loads the configuration once, and again after ReleaseTextFaces.
+    FcInit();
     TextFace* face = new (std::nothrow) TextFace;
     if (face == nullptr || FT_Init_FreeType(&face->library) != 0) {
         delete face;
@@ -149,6 +149,8 @@ TextFace* OpenTextFace(const char16_t* name, int32_t pixels, uint32_t style, uin
 }
 
 void CloseTextFace(TextFace* face) { delete face; }
+
+void ReleaseTextFaces() { FcFini(); }
 
 int32_t TextAscent(const TextFace* face) { return face->ascent; }
 

@@ -107,6 +107,9 @@ TextFace* OpenTextFace(const char16_t* name, int32_t pixels, uint32_t style, uin
 
 void CloseTextFace(TextFace* face) { delete face; }
 
+// GDI keeps nothing for the process beyond the faces themselves.
+void ReleaseTextFaces() {}
+
 int32_t TextAscent(const TextFace* face) { return face->ascent; }
 
 int32_t TextLineHeight(const TextFace* face) { return face->lineHeight; }

@@ -1,0 +1,131 @@
+// velmora annotate: a copy of a TIFF file with a rectangle annotation (a box,
+// a filled or highlighted area, a text box) added to one page. Every page is
+// copied with its annotations gathered into the file's own annotation block,
+// so annotations of other programs' formats are kept in that form.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "command.h"
+
+namespace velmora_cli {
+namespace {
+
+// RRGGBB (hexadecimal) as 0x00BBGGRR.
+bool ParseColor(const char* text, COLORREF* color) {
+    char* end = nullptr;
+    const unsigned long rgb = std::strtoul(text, &end, 16);
+    if (std::strlen(text) != 6 || *end != '\0') return false;
+    *color = static_cast<COLORREF>(((rgb >> 16) & 0xFF) | (rgb & 0xFF00) | ((rgb & 0xFF) << 16));
+    return true;
+}
+
+bool ParseRect(const char* text, RECT* rect) {
+    long v[4];
+    int used = 0;
+    if (std::sscanf(text, "%ld,%ld,%ld,%ld%n", &v[0], &v[1], &v[2], &v[3], &used) != 4 || text[used] != '\0') {
+        return false;
+    }
+    *rect = RECT{static_cast<LONG>(v[0]), static_cast<LONG>(v[1]), static_cast<LONG>(v[2]), static_cast<LONG>(v[3])};
+    return rect->left >= 0 && rect->top >= 0 && rect->left < rect->right && rect->top < rect->bottom;
+}
+
+}  // namespace
+
+int RunAnnotate(int argc, char** argv) {
+    const char* in = nullptr;
+    const char* out = nullptr;
+    const char* text = nullptr;
+    unsigned long page = 0;
+    RECT rect = {};
+    bool hasRect = false, highlight = false;
+    COLORREF border = VELMORA_COLOR_NONE, fill = VELMORA_COLOR_NONE;
+    for (int i = 0; i < argc; ++i) {
+        const bool more = i + 1 < argc;
+        if (std::strcmp(argv[i], "--page") == 0 && more) {
+            char* end = nullptr;
+            page = std::strtoul(argv[++i], &end, 10);
+            if (*end != '\0' || page == 0 || page > 0xFFFFFFFFul) page = 0;
+        } else if (std::strcmp(argv[i], "--rect") == 0 && more) {
+            hasRect = ParseRect(argv[++i], &rect);
+        } else if (std::strcmp(argv[i], "--text") == 0 && more) {
+            text = argv[++i];
+        } else if (std::strcmp(argv[i], "--border") == 0 && more) {
+            if (!ParseColor(argv[++i], &border)) border = VELMORA_COLOR_NONE, hasRect = false;
+        } else if (std::strcmp(argv[i], "--fill") == 0 && more) {
+            if (!ParseColor(argv[++i], &fill)) fill = VELMORA_COLOR_NONE, hasRect = false;
+        } else if (std::strcmp(argv[i], "--highlight") == 0) {
+            highlight = true;
+        } else if (in == nullptr) {
+            in = argv[i];
+        } else if (out == nullptr) {
+            out = argv[i];
+        } else {
+            in = nullptr;
+            break;
+        }
+    }
+    if (in == nullptr || out == nullptr || page == 0 || !hasRect) {
+        std::fprintf(stderr,
+                     "usage: velmora annotate IN.tif OUT.tif --page N --rect L,T,R,B [--text TEXT] [--border RRGGBB] "
+                     "[--fill RRGGBB] [--highlight]\n");
+        return 2;
+    }
+    HGLOBAL document = OpenVelmoraTIFFDocument(in);
+    if (document == nullptr) return Fail(in);
+    HGLOBAL tiff = GetVelmoraTIFFDocumentTIFF(document);
+    const DWORD pages = CountTiffPages(tiff);
+    if (page > pages) {
+        CloseVelmoraTIFFDocument(document);
+        std::fprintf(stderr, "velmora: %s has %lu pages\n", in, static_cast<unsigned long>(pages));
+        return 2;
+    }
+    HGLOBAL target = OpenVelmoraTIFF(out, 0xC0000000u, 1);
+    if (target == nullptr) {
+        CloseVelmoraTIFFDocument(document);
+        return Fail(out);
+    }
+    int result = 0;
+    for (DWORD p = 1; p <= pages && result == 0; ++p) {
+        HGLOBAL stream = nullptr;
+        DWORD size = 0;
+        BOOL ok = GetVelmoraTIFFAnnotations(tiff, p, &stream, &size);
+        if (ok && p == page) {
+            VelmoraInsertAnnotationInfo info = {};
+            info.size = VELMORA_INSERT_ANNOTATION_INFO_SIZE_V4;
+            info.borderStyle = border != VELMORA_COLOR_NONE ? 1 : 0;
+            info.borderWidth = border != VELMORA_COLOR_NONE ? 1 : 0;
+            info.borderColor = border;
+            info.textSize = 12;
+            info.textColor = text != nullptr ? 0 : VELMORA_COLOR_NONE;
+            info.fontName = "Arial";
+            info.rect = rect;
+            info.backColor = fill != VELMORA_COLOR_NONE && highlight ? fill | VELMORA_COLOR_HIGHLIGHTER : fill;
+            info.text = text;
+            info.backColor2 = VELMORA_COLOR_NONE;
+            info.thirdColor = VELMORA_COLOR_NONE;
+            ok = InsertVelmoraAnnotation(&stream, &size, VELMORA_INSERT_RECTANGLE, &info) >= 0;
+        }
+        VelmoraAppendTIFF append = {};
+        append.size = VELMORA_APPEND_TIFF_SIZE_V1;
+        append.compression = VELMORA_COMPRESSION_DEFAULT;
+        append.sourceTIFF = tiff;
+        append.sourcePage = p;
+        if (stream != nullptr) {
+            append.flags |= VELMORA_APPEND_ANNOTATIONS;
+            append.annotations = stream;
+        }
+        if (!ok || !AppendVelmoraOpenTIFFEx(target, &append)) {
+            const std::string what = std::string(in) + " page " + std::to_string(p);
+            result = Fail(what.c_str());
+        }
+        DestroyVelmoraAnnotations(stream);
+    }
+    if (!CloseVelmoraTIFF(target) && result == 0) result = Fail(out);
+    CloseVelmoraTIFFDocument(document);
+    if (result != 0) std::remove(out);
+    return result;
+}
+
+}  // namespace velmora_cli

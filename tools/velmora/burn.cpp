@@ -1,0 +1,94 @@
+// velmora burn: every page of a TIFF file with its annotations drawn into
+// its pixels (or only its redactions, keeping the other annotations as
+// annotations), written to a new TIFF file.
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "command.h"
+
+namespace velmora_cli {
+
+HGLOBAL BurnPage(HGLOBAL tiff, DWORD page, HGLOBAL dib, bool redactionsOnly, HGLOBAL* rest, DWORD* restSize) {
+    *rest = nullptr;
+    *restSize = 0;
+    HGLOBAL stream = nullptr;
+    DWORD size = 0;
+    if (!GetVelmoraTIFFAnnotations(tiff, page, &stream, &size)) return nullptr;
+    if (stream == nullptr) return dib;
+    auto* header = static_cast<LPBITMAPINFOHEADER>(GlobalLock(dib));
+    const DWORD flags = redactionsOnly ? VELMORA_BURN_IN_KEEP_IMAGE | VELMORA_BURN_IN_REDACTIONS_ONLY
+                                       : VELMORA_BURN_IN_CHOOSE_FORMAT | VELMORA_BURN_IN_KEEP_IMAGE;
+    HGLOBAL burned = BurnInVelmoraAnnotations(stream, redactionsOnly ? reinterpret_cast<UINT_PTR>(&size) : size, dib,
+                                              header, flags);
+    GlobalUnlock(dib);
+    if (burned == nullptr || !redactionsOnly || size == 0) {
+        DestroyVelmoraAnnotations(stream);
+    } else {
+        *rest = stream;
+        *restSize = size;
+    }
+    if (burned == nullptr) return nullptr;
+    if (burned == VELMORA_BURNED_IN_PLACE) return dib;
+    GlobalFree(dib);
+    return burned;
+}
+
+int RunBurn(int argc, char** argv) {
+    const char* in = nullptr;
+    const char* out = nullptr;
+    bool redactionsOnly = false;
+    for (int i = 0; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--redactions-only") == 0) {
+            redactionsOnly = true;
+        } else if (in == nullptr) {
+            in = argv[i];
+        } else if (out == nullptr) {
+            out = argv[i];
+        } else {
+            in = nullptr;
+            break;
+        }
+    }
+    if (in == nullptr || out == nullptr) {
+        std::fprintf(stderr, "usage: velmora burn IN.tif OUT.tif [--redactions-only]\n");
+        return 2;
+    }
+    HGLOBAL document = OpenVelmoraTIFFDocument(in);
+    if (document == nullptr) return Fail(in);
+    HGLOBAL tiff = GetVelmoraTIFFDocumentTIFF(document);
+    HGLOBAL target = OpenVelmoraTIFF(out, 0xC0000000u, 1);
+    if (target == nullptr) {
+        CloseVelmoraTIFFDocument(document);
+        return Fail(out);
+    }
+    int result = 0;
+    const DWORD pages = CountTiffPages(tiff);
+    for (DWORD page = 1; page <= pages && result == 0; ++page) {
+        HGLOBAL rest = nullptr;
+        DWORD restSize = 0;
+        HGLOBAL read = ReadVelmoraOpenTIFFDIB(tiff, page);
+        HGLOBAL dib = read != nullptr ? BurnPage(tiff, page, read, redactionsOnly, &rest, &restSize) : nullptr;
+        if (dib == nullptr && read != nullptr) GlobalFree(read);
+        VelmoraAppendTIFF append = {};
+        append.size = VELMORA_APPEND_TIFF_SIZE_V1;
+        append.compression = VELMORA_COMPRESSION_DEFAULT;
+        append.dib = dib;
+        if (rest != nullptr) {
+            append.flags |= VELMORA_APPEND_ANNOTATIONS;
+            append.annotations = rest;
+        }
+        if (dib == nullptr || !AppendVelmoraOpenTIFFEx(target, &append)) {
+            const std::string what = std::string(in) + " page " + std::to_string(page);
+            result = Fail(what.c_str());
+        }
+        if (dib != nullptr) GlobalFree(dib);
+        DestroyVelmoraAnnotations(rest);
+    }
+    if (!CloseVelmoraTIFF(target) && result == 0) result = Fail(out);
+    CloseVelmoraTIFFDocument(document);
+    if (result != 0) std::remove(out);
+    return result;
+}
+
+}  // namespace velmora_cli
