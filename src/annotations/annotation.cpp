@@ -6,6 +6,7 @@
 
 #include "dib/image.h"
 #include "frame/memory_handle.h"
+#include "platform/local_time.h"
 #include "platform/platform.h"
 
 namespace velmora {

@@ -10,6 +10,7 @@
 
 #include "annotations/annotation.h"
 #include "frame/error_record.h"
+#include "io/byte_order.h"
 #include "velmora/wintypes.h"
 
 namespace velmora {
@@ -72,27 +73,23 @@ void RemoveAppliedAnnotations(AnnotationList* list, AnnotationCrossReference* ta
 // ---- Record walking ------------------------------------------------------------
 
 namespace stream_detail {
-inline uint32_t Read32(const uint8_t* p) {
-    return uint32_t{p[0]} | uint32_t{p[1]} << 8 | uint32_t{p[2]} << 16 | uint32_t{p[3]} << 24;
-}
 bool CheckStreamHeader(const uint8_t* bytes, size_t size, ErrorRecord* record);
 }  // namespace stream_detail
 
 template <typename Visit>
 bool WalkAnnotationRecords(const uint8_t* bytes, size_t size, Visit visit, ErrorRecord* record) {
-    using stream_detail::Read32;
     if (!stream_detail::CheckStreamHeader(bytes, size, record)) return false;
-    const uint32_t count = Read32(bytes + 28);
+    const uint32_t count = LoadLittleEndian32(bytes + 28);
     uint64_t position = kStreamHeaderSize;
     for (uint32_t i = 0; i < count; ++i) {
-        const uint32_t recordSize = position + 8 <= size ? Read32(bytes + position) : 0;
+        const uint32_t recordSize = position + 8 <= size ? LoadLittleEndian32(bytes + position) : 0;
         const uint64_t rounded = (uint64_t{recordSize} + 3) & ~uint64_t{3};
         if (recordSize < 4 || position + rounded > size) {
             SetRecordError(record, kErrBadAnnotationData, 0);
             return false;
         }
         const size_t bodySize = recordSize > 8 ? recordSize - 8 : 0;
-        if (!visit(Read32(bytes + position + 4), bytes + position + 8, bodySize)) return false;
+        if (!visit(LoadLittleEndian32(bytes + position + 4), bytes + position + 8, bodySize)) return false;
         position += rounded;
     }
     return true;

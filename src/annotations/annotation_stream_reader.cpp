@@ -19,11 +19,11 @@ namespace stream_detail {
 bool CheckStreamHeader(const uint8_t* bytes, size_t size, ErrorRecord* record) {
     if (record->failed()) return false;
     static const char kSignature[20] = "VelmoraAnnotations";
-    if (size < kStreamHeaderSize || Read32(bytes) != size || std::memcmp(bytes + 4, kSignature, 20) != 0) {
+    if (size < kStreamHeaderSize || LoadLittleEndian32(bytes) != size || std::memcmp(bytes + 4, kSignature, 20) != 0) {
         SetRecordError(record, kErrBadAnnotationData, 0);
         return false;
     }
-    if (Read32(bytes + 24) != kStreamVersion) {
+    if (LoadLittleEndian32(bytes + 24) != kStreamVersion) {
         SetRecordError(record, kErrUnsupportedAnnotations, 0);
         return false;
     }
@@ -34,7 +34,6 @@ bool CheckStreamHeader(const uint8_t* bytes, size_t size, ErrorRecord* record) {
 
 namespace {
 
-using stream_detail::Read32;
 
 uint32_t Get(const uint8_t* at, size_t width) {
     uint32_t value = 0;
@@ -127,9 +126,9 @@ public:
         const uint8_t* head = Item(offset, 31);
         if (head == nullptr) return false;
         data->present = true;
-        data->first = Read32(head);
-        data->second = Read32(head + 4);
-        data->third = Read32(head + 8);
+        data->first = LoadLittleEndian32(head);
+        data->second = LoadLittleEndian32(head + 4);
+        data->third = LoadLittleEndian32(head + 8);
         std::memcpy(data->guid, head + 12, 16);
         data->fourth = head[28];
         data->fifth = head[29];
@@ -145,19 +144,19 @@ public:
         uint64_t at = offset, total = 0;
         for (uint32_t s = 0; s < strokes; ++s) {
             const uint8_t* count = Item(at, 4);
-            if (count == nullptr || Item(at + 4, uint64_t{Read32(count)} * 8) == nullptr) return false;
-            total += Read32(count);
-            at += 4 + uint64_t{Read32(count)} * 8;
+            if (count == nullptr || Item(at + 4, uint64_t{LoadLittleEndian32(count)} * 8) == nullptr) return false;
+            total += LoadLittleEndian32(count);
+            at += 4 + uint64_t{LoadLittleEndian32(count)} * 8;
         }
         if (!f->points.Sized(total, record_) || !f->strokeLengths.Sized(strokes, record_)) return false;
         at = offset;
         size_t next = 0;
         for (uint32_t s = 0; s < strokes; ++s) {
-            const uint32_t n = Read32(bytes_ + at);
+            const uint32_t n = LoadLittleEndian32(bytes_ + at);
             f->strokeLengths[s] = n;
             for (uint32_t i = 0; i < n; ++i, ++next) {
-                f->points[next].x = static_cast<int32_t>(Read32(bytes_ + at + 4 + 8 * i));
-                f->points[next].y = static_cast<int32_t>(Read32(bytes_ + at + 8 + 8 * i));
+                f->points[next].x = static_cast<int32_t>(LoadLittleEndian32(bytes_ + at + 4 + 8 * i));
+                f->points[next].y = static_cast<int32_t>(LoadLittleEndian32(bytes_ + at + 8 + 8 * i));
             }
             at += 4 + uint64_t{n} * 8;
         }
@@ -329,8 +328,8 @@ bool StreamReader::Image(const RecordFields& f, Annotation* a) {
     if (text == 0) return true;
     const uint8_t* head = Item(text, 16);
     if (head == nullptr) return false;
-    const uint32_t recordSize = Read32(head + 8);
-    const RecordTypeInfo* info = FindRecordType(Read32(head + 12));
+    const uint32_t recordSize = LoadLittleEndian32(head + 8);
+    const RecordTypeInfo* info = FindRecordType(LoadLittleEndian32(head + 12));
     if (recordSize < 8 || Item(text + 8, recordSize) == nullptr || info == nullptr ||
         info->family != AnnotationFamily::Rectangle) {
         return Bad(record_);
@@ -445,7 +444,7 @@ bool ReadAnnotationStream(const uint8_t* bytes, size_t size, AnnotationList* lis
         bytes, size,
         [&](uint32_t type, const uint8_t* body, size_t bodySize) {
             if (type == kGroupRecordAnsi || type == kGroupRecordWide) {
-                return bodySize >= 4 ? reader.Groups(Read32(body), type == kGroupRecordWide, &groups) : Bad(record);
+                return bodySize >= 4 ? reader.Groups(LoadLittleEndian32(body), type == kGroupRecordWide, &groups) : Bad(record);
             }
             const RecordTypeInfo* info = FindRecordType(type);
             if (info == nullptr) {
@@ -479,28 +478,28 @@ bool StreamHasMarkerRectangle(const uint8_t* bytes, size_t size, bool* found, Er
 bool ReadRedactionIndex(const uint8_t* bytes, size_t size, AnnotationList* list, ErrorRecord* record) {
     if (record->failed()) return false;
     static const char kSignature[18] = "VelmoraRedactions";
-    if (size < 32 || Read32(bytes) != size || std::memcmp(bytes + 4, kSignature, 18) != 0) return Bad(record);
-    if (Read32(bytes + 24) != 1) {
+    if (size < 32 || LoadLittleEndian32(bytes) != size || std::memcmp(bytes + 4, kSignature, 18) != 0) return Bad(record);
+    if (LoadLittleEndian32(bytes + 24) != 1) {
         SetRecordError(record, kErrUnsupportedAnnotations, 0);
         return false;
     }
-    const uint32_t count = Read32(bytes + 28);
+    const uint32_t count = LoadLittleEndian32(bytes + 28);
     if (size < 32 + 20 * uint64_t{count}) return Bad(record);
     auto annotation = [&](uint32_t index) { return index < list->size() ? list->at(index) : nullptr; };
     for (uint32_t e = 0; e < count; ++e) {
         const uint8_t* entry = bytes + 32 + 20 * size_t{e};
-        Annotation* redaction = annotation(Read32(entry + 4));
+        Annotation* redaction = annotation(LoadLittleEndian32(entry + 4));
         if (redaction == nullptr) return Bad(record);
-        redaction->nodeFlags |= Read32(entry) != 0 ? kNodeRedaction : kNodeSecondRedaction;
+        redaction->nodeFlags |= LoadLittleEndian32(entry) != 0 ? kNodeRedaction : kNodeSecondRedaction;
         for (int slot = 0; slot < 2; ++slot) {
-            const uint32_t index = Read32(entry + 8 + 4 * slot);
+            const uint32_t index = LoadLittleEndian32(entry + 8 + 4 * slot);
             if (index == 0xFFFFFFFFu) continue;
             Annotation* label = annotation(index);
             if (label == nullptr || label == redaction) return Bad(record);
             label->nodeFlags |= kNodeLabel;
             label->owner = redaction;
         }
-        const uint32_t text = Read32(entry + 16);
+        const uint32_t text = LoadLittleEndian32(entry + 16);
         if (text == 0) continue;
         size_t length = 0;
         for (;; ++length) {

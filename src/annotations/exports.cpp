@@ -538,7 +538,7 @@ LONG VELMORA_API GetVelmoraAnnotationsCount(HGLOBAL annotations, DWORD size) {
         },
         &call.record);
     if (!call.Finish()) return -1;
-    return static_cast<LONG>(count + velmora::stream_detail::Read32(block.bytes() + 28));
+    return static_cast<LONG>(count + velmora::LoadLittleEndian32(block.bytes() + 28));
 }
 
 HGLOBAL VELMORA_API GetVelmoraAnnotationData(HGLOBAL annotations, LPDWORD size, BYTE reserved) {
@@ -549,7 +549,7 @@ HGLOBAL VELMORA_API GetVelmoraAnnotationData(HGLOBAL annotations, LPDWORD size, 
     LockedBlock block(annotations);
     const DWORD stated = *size;
     if (!call.Value(block.bytes() != nullptr && block.size() >= velmora::kStreamHeaderSize && stated <= block.size() &&
-                    velmora::stream_detail::Read32(block.bytes()) == stated)) {
+                    velmora::LoadLittleEndian32(block.bytes()) == stated)) {
         return nullptr;
     }
     HGLOBAL copy = velmora::AllocHandle(stated, 0, &call.record);

@@ -4,14 +4,11 @@
 
 #include <cstdint>
 
+#include "io/byte_order.h"
+
 namespace velmora {
 
-inline uint16_t LittleU16(const uint8_t* p) { return static_cast<uint16_t>(p[0] | p[1] << 8); }
-inline uint32_t LittleU32(const uint8_t* p) {
-    return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 | static_cast<uint32_t>(p[2]) << 16 |
-           static_cast<uint32_t>(p[3]) << 24;
-}
-inline int32_t LittleI32(const uint8_t* p) { return static_cast<int32_t>(LittleU32(p)); }
+inline int32_t LittleI32(const uint8_t* p) { return static_cast<int32_t>(LoadLittleEndian32(p)); }
 
 // A coordinate moved by an offset, wrapping as 32-bit arithmetic does rather
 // than overflowing.

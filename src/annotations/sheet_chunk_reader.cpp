@@ -51,23 +51,23 @@ ItemKind KindOf(const uint8_t* tag) {
 bool FillRectangle(ItemKind kind, const uint8_t* item, size_t size, const Scale& scale, Annotation* annotation,
                    ErrorRecord* record) {
     if (size < kRectangleItem) return false;
-    const uint32_t length = LittleU32(item + 32);
+    const uint32_t length = LoadLittleEndian32(item + 32);
     if (length > (size - kRectangleItem) / 2) return false;
     RectangleFields& fields = annotation->rectangle;
     const AnnotationPoint topLeft = scale.Point(item);
     const AnnotationPoint bottomRight = scale.Point(item + 8);
     fields.rect = AnnotationRect{topLeft.x, topLeft.y, bottomRight.x, bottomRight.y};
-    fields.borderColor = LittleU32(item + 16);
-    fields.backColor = LittleU32(item + 20);
-    fields.textColor = LittleU32(item + 24);
-    fields.borderWidth = LittleU16(item + 28);
-    fields.textSize = LittleU16(item + 30);
+    fields.borderColor = LoadLittleEndian32(item + 16);
+    fields.backColor = LoadLittleEndian32(item + 20);
+    fields.textColor = LoadLittleEndian32(item + 24);
+    fields.borderWidth = LoadLittleEndian16(item + 28);
+    fields.textSize = LoadLittleEndian16(item + 30);
     if (fields.borderColor != kColorNone) fields.borderStyle = kind == ItemKind::Note ? 4 : 1;
     if (kind == ItemKind::Highlighter && fields.backColor != kColorNone) fields.backColor |= kColorHighlighter;
     if (kind == ItemKind::TextBox || kind == ItemKind::Note) fields.flagByte = 1;
     CheckedArray<char16_t> text;
     if (!text.Sized(length, record)) return false;
-    for (uint32_t i = 0; i < length; ++i) text[i] = LittleU16(item + kRectangleItem + 2 * size_t{i});
+    for (uint32_t i = 0; i < length; ++i) text[i] = LoadLittleEndian16(item + kRectangleItem + 2 * size_t{i});
     return fields.text.Assign(text.data(), length, record);
 }
 
@@ -76,20 +76,20 @@ bool FillArrow(const uint8_t* item, size_t size, const Scale& scale, Annotation*
     LineFields& fields = annotation->line;
     fields.first = scale.Point(item);
     fields.second = scale.Point(item + 8);
-    fields.color = LittleU32(item + 16);
-    fields.width = LittleU16(item + 20);
-    fields.endWord = LittleU16(item + 22) & 3;
+    fields.color = LoadLittleEndian32(item + 16);
+    fields.width = LoadLittleEndian16(item + 20);
+    fields.endWord = LoadLittleEndian16(item + 22) & 3;
     return true;
 }
 
 bool FillScribble(const uint8_t* item, size_t size, const Scale& scale, Annotation* annotation, ErrorRecord* record) {
     if (size < kScribbleItem) return false;
-    const uint32_t count = LittleU32(item + 8);
+    const uint32_t count = LoadLittleEndian32(item + 8);
     if (count == 0 || count > (size - kScribbleItem) / 8) return false;
     FreehandFields& fields = annotation->freehand;
-    fields.lineColor = LittleU32(item);
+    fields.lineColor = LoadLittleEndian32(item);
     fields.fillColor = kColorNone;
-    fields.width = LittleU16(item + 4);
+    fields.width = LoadLittleEndian16(item + 4);
     if (!fields.points.Sized(count, record) || !fields.strokeLengths.Sized(1, record)) return false;
     fields.strokeLengths[0] = count;
     AnnotationRect bounds{INT32_MAX, INT32_MAX, INT32_MIN, INT32_MIN};
@@ -139,7 +139,7 @@ bool ReadSheetChunkAnnotations(const uint8_t* bytes, size_t size, double xResolu
     const Scale scale{Scale::Of(xResolution), Scale::Of(yResolution)};
     size_t chunk = 0;
     while (size - chunk >= kMinimumBlock && std::memcmp(bytes + chunk, "Sht2", 4) == 0) {
-        const uint32_t chunkSize = LittleU32(bytes + chunk + 4);
+        const uint32_t chunkSize = LoadLittleEndian32(bytes + chunk + 4);
         if (chunkSize < kMinimumBlock || chunkSize > size - chunk) break;
         const uint8_t* base = bytes + chunk;
         const size_t nameLength = base[8];
@@ -148,7 +148,7 @@ bool ReadSheetChunkAnnotations(const uint8_t* bytes, size_t size, double xResolu
         size_t at = 10 + nameLength + ownerLength;
         if (at > chunkSize) break;
         while (chunkSize - at >= 8) {
-            const uint32_t payload = LittleU32(base + at + 4);
+            const uint32_t payload = LoadLittleEndian32(base + at + 4);
             if (payload > chunkSize - at - 8) return true;
             if (!ConvertItem(base + at, base + at + 8, payload, scale, list, record)) return false;
             at += 8 + size_t{payload};

@@ -82,12 +82,12 @@ int NamedIndexOf(const uint8_t* name) {
 // string's units; false when it is malformed.
 bool TakeWideString(Bytes* data) {
     if (data->size < 4) return false;
-    const uint32_t skip = LittleU32(data->data);
+    const uint32_t skip = LoadLittleEndian32(data->data);
     if (skip > data->size - 4) return false;
     const uint8_t* start = data->data + 4 + skip;
     const size_t units = (data->size - 4 - skip) / 2;
     for (size_t i = 0; i < units; ++i) {
-        if (LittleU16(start + 2 * i) == 0) {
+        if (LoadLittleEndian16(start + 2 * i) == 0) {
             *data = Bytes{start, 2 * i};
             return true;
         }
@@ -102,7 +102,7 @@ bool KeepNamedBlock(const uint8_t* name, Bytes data, bool ownBlock, NamedBlocks*
     if (index < 0 || (index == kWideText && !ownBlock)) return true;
     switch (index) {
         case kAnText:
-            if (data.size < kTextHeadSize || LittleU32(data.data + 12) > data.size - kTextHeadSize) return false;
+            if (data.size < kTextHeadSize || LoadLittleEndian32(data.data + 12) > data.size - kTextHeadSize) return false;
             break;
         case kFileName:
         case kGroup: {
@@ -130,13 +130,13 @@ uint16_t Clamp16(uint32_t value) { return value > 0xFFFF ? 0xFFFF : static_cast<
 Mark MakeMark(const uint8_t* record, const NamedBlocks& own, const NamedBlocks& defaults) {
     Mark mark{};
     mark.record = record;
-    mark.type = LittleU32(record + kTypeAt);
+    mark.type = LoadLittleEndian32(record + kTypeAt);
     const uint8_t* bounds = record + kBoundsAt;
     mark.bounds = AnnotationRect{LittleI32(bounds), LittleI32(bounds + 4), OffsetCoordinate(LittleI32(bounds + 8), 1),
                                  OffsetCoordinate(LittleI32(bounds + 12), 1)};
     mark.color = ColorAt(record + kColorAt);
-    if (LittleU32(record + kHighlightAt) != 0) mark.color |= kColorHighlighter;
-    mark.lineSize = Clamp16(LittleU32(record + kLineSizeAt));
+    if (LoadLittleEndian32(record + kHighlightAt) != 0) mark.color |= kColorHighlighter;
+    mark.lineSize = Clamp16(LoadLittleEndian32(record + kLineSizeAt));
     for (int i = 0; i < kNamedCount; ++i) {
         mark.block[i] = own.block[i].present() ? own.block[i] : defaults.block[i];
     }
@@ -171,14 +171,14 @@ bool AssignWideText(AnnotationText* text, Bytes data, ErrorRecord* record) {
     CheckedArray<char16_t> units;
     const size_t count = data.size / 2;
     if (!units.Sized(count, record)) return false;
-    for (size_t i = 0; i < count; ++i) units[i] = LittleU16(data.data + 2 * i);
+    for (size_t i = 0; i < count; ++i) units[i] = LoadLittleEndian16(data.data + 2 * i);
     return text->Assign(units.data(), count, record);
 }
 
 // The record's creation time (seconds since 1970, UTC) as a calendar time;
 // null when the record carries none.
 const SYSTEMTIME* CreationTime(const uint8_t* record, SYSTEMTIME* time) {
-    const uint32_t seconds = LittleU32(record + kTimeAt);
+    const uint32_t seconds = LoadLittleEndian32(record + kTimeAt);
     if (seconds == 0) return nullptr;
     // Days since 1970-01-01 to a civil date, counting in 400-year eras that
     // start on 1 March so that the leap day ends each year.
@@ -226,7 +226,7 @@ bool FillText(const Mark& mark, RectangleFields* fields, ErrorRecord* record) {
     if (text.present()) {
         // Orientation in tenths of a degree counter-clockwise; the model turns
         // clockwise.
-        switch (LittleU32(text.data)) {
+        switch (LoadLittleEndian32(text.data)) {
             case 900: fields->textRotation = 270; break;
             case 1800: fields->textRotation = 180; break;
             case 2700: fields->textRotation = 90; break;
@@ -235,7 +235,7 @@ bool FillText(const Mark& mark, RectangleFields* fields, ErrorRecord* record) {
     }
     if (mark.block[kWideText].present()) return AssignWideText(&fields->text, mark.block[kWideText], record);
     if (!text.present()) return true;
-    return AssignNarrowText(&fields->text, text.data + kTextHeadSize, LittleU32(text.data + 12), record);
+    return AssignNarrowText(&fields->text, text.data + kTextHeadSize, LoadLittleEndian32(text.data + 12), record);
 }
 
 bool FillRectangle(const Mark& mark, Annotation* annotation, ErrorRecord* record) {
@@ -269,12 +269,12 @@ bool FillRectangle(const Mark& mark, Annotation* annotation, ErrorRecord* record
 // the end that carries the head. The two line-end size words are the head's
 // length along the line and its half width across it.
 void FillArrowEnds(const uint8_t* arrow, LineFields* fields) {
-    const uint32_t angle = LittleU32(arrow + 4) > 90 ? 90 : LittleU32(arrow + 4);
-    const uint32_t side = Clamp16(LittleU32(arrow + 8));
+    const uint32_t angle = LoadLittleEndian32(arrow + 4) > 90 ? 90 : LoadLittleEndian32(arrow + 4);
+    const uint32_t side = Clamp16(LoadLittleEndian32(arrow + 8));
     const double radians = angle * 3.14159265358979323846 / 180.0;
     fields->endSize1 = static_cast<uint16_t>(std::lround(side * std::cos(radians)));
     fields->endSize2 = static_cast<uint16_t>(std::lround(side * std::sin(radians)));
-    fields->endWord = static_cast<uint16_t>((LittleU32(arrow + 12) == 1 ? 2 : 1) | (LittleU32(arrow) & 3) << 2);
+    fields->endWord = static_cast<uint16_t>((LoadLittleEndian32(arrow + 12) == 1 ? 2 : 1) | (LoadLittleEndian32(arrow) & 3) << 2);
 }
 
 bool FillLine(const Mark& mark, Annotation* annotation) {
@@ -292,7 +292,7 @@ bool FillLine(const Mark& mark, Annotation* annotation) {
     const size_t prefix = mark.type == 506 ? 32 : 0;
     if (data.size < prefix + 24) return false;
     const uint8_t* points = data.data + prefix;
-    if (LittleU32(points + 4) != 2) return false;
+    if (LoadLittleEndian32(points + 4) != 2) return false;
     const int32_t left = mark.bounds.left;
     const int32_t top = mark.bounds.top;
     fields.first =
@@ -306,7 +306,7 @@ bool FillLine(const Mark& mark, Annotation* annotation) {
 bool FillFreehand(const Mark& mark, Annotation* annotation, ErrorRecord* record) {
     const Bytes data = mark.block[kAnoDat];
     if (!data.present() || data.size < 24) return false;
-    const uint32_t count = LittleU32(data.data + 4);
+    const uint32_t count = LoadLittleEndian32(data.data + 4);
     if (count == 0 || 8 + 8 * uint64_t{count} > data.size) return false;
     FreehandFields& fields = annotation->freehand;
     fields.lineColor = mark.color;
@@ -351,7 +351,7 @@ void FillEllipse(const Mark& mark, Annotation* annotation) {
 // false (record untouched) when it is not.
 bool CopyEmbeddedDib(Bytes dib, HGLOBAL* copy, ErrorRecord* record) {
     if (dib.size < 4) return false;
-    const uint32_t headerSize = LittleU32(dib.data);
+    const uint32_t headerSize = LoadLittleEndian32(dib.data);
     if (headerSize < kDibHeaderSize || headerSize > dib.size) return false;
     BITMAPINFOHEADER header;
     std::memcpy(&header, dib.data, sizeof header);
@@ -406,17 +406,17 @@ bool ReadPicture(const Mark& mark, ImageFields* fields, ErrorRecord* record) {
 
 // The image style word from the mark's transparency and placement data.
 uint16_t ImageStyle(const Mark& mark, const uint8_t* placement) {
-    uint16_t style = LittleU32(mark.record + kTransparentAt) != 0 ? 0x4000 : 0;
+    uint16_t style = LoadLittleEndian32(mark.record + kTransparentAt) != 0 ? 0x4000 : 0;
     if (mark.block[kOrient].present()) {
         style |= 0x0002;
-        const uint32_t align = LittleU32(placement + 28);
+        const uint32_t align = LoadLittleEndian32(placement + 28);
         const uint32_t across = align & 3, down = (align >> 4) & 3;
         if (across == 2) style |= 0x0800;
         if (across == 0 || across == 3) style |= 0x0400;
         if (down == 2) style |= 0x2000;
         if (down == 0 || down == 3) style |= 0x1000;
     }
-    style |= static_cast<uint16_t>((LittleU32(placement + 24) & 3) << 8);
+    style |= static_cast<uint16_t>((LoadLittleEndian32(placement + 24) & 3) << 8);
     return style;
 }
 
@@ -427,7 +427,7 @@ bool FillImage(const Mark& mark, Annotation* annotation, ErrorRecord* record) {
     if (!byReference && !mark.block[kDib].present()) return false;
     ImageFields& fields = annotation->image;
     fields.rect = mark.bounds;
-    switch (LittleU32(placement.data)) {
+    switch (LoadLittleEndian32(placement.data)) {
         case 2:
         case 6: fields.rotation = 90; break;
         case 3:
@@ -437,7 +437,7 @@ bool FillImage(const Mark& mark, Annotation* annotation, ErrorRecord* record) {
         default: break;
     }
     fields.style = ImageStyle(mark, placement.data);
-    const uint32_t scale = LittleU32(placement.data + 32);
+    const uint32_t scale = LoadLittleEndian32(placement.data + 32);
     if ((fields.style & 0x0300) != 0x0300 && scale != 0) fields.parameter = scale;
     if (byReference) return ReadPicture(mark, &fields, record);
     return CopyEmbeddedDib(mark.block[kDib], &fields.dib, record);
@@ -484,7 +484,7 @@ bool ConvertMark(const Mark& mark, AnnotationList* list, uint32_t* loadResult, E
     Annotation* annotation = NewAnnotation(family, CreationTime(mark.record, &time), record);
     if (annotation == nullptr) return false;
     annotation->nodeFlags = kNodeFontFlag;
-    if (LittleU32(mark.record + kVisibleAt) == 0) annotation->objectFlags |= kObjectHidden;
+    if (LoadLittleEndian32(mark.record + kVisibleAt) == 0) annotation->objectFlags |= kObjectHidden;
     bool converted = false;
     switch (family) {
         case AnnotationFamily::Rectangle: converted = FillRectangle(mark, annotation, record); break;
@@ -508,7 +508,7 @@ bool ConvertMark(const Mark& mark, AnnotationList* list, uint32_t* loadResult, E
 bool ReadWangAnnotations(const uint8_t* bytes, size_t size, AnnotationList* list, uint32_t* loadResult,
                          ErrorRecord* record) {
     if (record->failed()) return false;
-    if (size < 8 || LittleU32(bytes + 4) != kIntelFormat) return true;
+    if (size < 8 || LoadLittleEndian32(bytes + 4) != kIntelFormat) return true;
     NamedBlocks defaults;
     // The defaults as they stood when the current mark began, and its own.
     NamedBlocks markDefaults;
@@ -516,8 +516,8 @@ bool ReadWangAnnotations(const uint8_t* bytes, size_t size, AnnotationList* list
     const uint8_t* markRecord = nullptr;
     size_t at = 8;
     while (size - at >= 8) {
-        const uint32_t type = LittleU32(bytes + at);
-        const uint32_t blockSize = LittleU32(bytes + at + 4);
+        const uint32_t type = LoadLittleEndian32(bytes + at);
+        const uint32_t blockSize = LoadLittleEndian32(bytes + at + 4);
         at += 8;
         if (type == kMarkBlock) {
             const size_t recordSize = blockSize == 0 ? kMarkRecordSize : blockSize;
@@ -536,7 +536,7 @@ bool ReadWangAnnotations(const uint8_t* bytes, size_t size, AnnotationList* list
         if (!named || (blockSize != kNamedHeaderSize && blockSize != 0)) break;
         if (size - at < kNamedHeaderSize) break;
         const uint8_t* name = bytes + at;
-        const uint32_t length = LittleU32(bytes + at + 8);
+        const uint32_t length = LoadLittleEndian32(bytes + at + 8);
         at += kNamedHeaderSize;
         if (length > size - at) break;
         const Bytes data{bytes + at, length};

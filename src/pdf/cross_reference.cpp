@@ -5,6 +5,7 @@
 #include "pdf/document_info.h"
 #include "pdf/indirect_object.h"
 #include "pdf/object_writer.h"
+#include "platform/local_time.h"
 #include "platform/platform.h"
 
 namespace velmora {

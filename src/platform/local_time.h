@@ -1,4 +1,5 @@
-// The wall-clock time of the user's time zone and that zone's standard offset.
+// The time of day: in UTC, in the user's time zone, and that zone's standard
+// offset.
 #pragma once
 
 #include <cstdint>
@@ -7,6 +8,8 @@
 
 namespace velmora::platform {
 
+// The current time in UTC.
+void UtcNow(SYSTEMTIME* now);
 // The current local time.
 void LocalNow(SYSTEMTIME* now);
 // The zone's standard bias in minutes (UTC = local time + bias), without any

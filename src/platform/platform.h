@@ -34,8 +34,6 @@ void SetSystemError(uint32_t code);
 // ---- Time ------------------------------------------------------------------
 // Milliseconds since an arbitrary start, wrapping at 2^32.
 uint32_t TickCount();
-// The current time in UTC.
-void UtcNow(SYSTEMTIME* now);
 
 // ---- Strings ---------------------------------------------------------------
 // Converts wide (UTF-16) text to the system code page. Fails with error 122

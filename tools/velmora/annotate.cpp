@@ -44,9 +44,7 @@ int RunAnnotate(int argc, char** argv) {
     for (int i = 0; i < argc; ++i) {
         const bool more = i + 1 < argc;
         if (std::strcmp(argv[i], "--page") == 0 && more) {
-            char* end = nullptr;
-            page = std::strtoul(argv[++i], &end, 10);
-            if (*end != '\0' || page == 0 || page > 0xFFFFFFFFul) page = 0;
+            if (!ParsePage(argv[++i], &page)) return 2;
         } else if (std::strcmp(argv[i], "--rect") == 0 && more) {
             hasRect = ParseRect(argv[++i], &rect);
         } else if (std::strcmp(argv[i], "--text") == 0 && more) {

@@ -91,12 +91,7 @@ int RunAnnotations(int argc, char** argv) {
         if (std::strcmp(argv[i], "--json") == 0) {
             json = true;
         } else if (std::strcmp(argv[i], "--page") == 0 && i + 1 < argc) {
-            char* end = nullptr;
-            only = std::strtoul(argv[++i], &end, 10);
-            if (*end != '\0' || only == 0 || only > 0xFFFFFFFFul) {
-                std::fprintf(stderr, "velmora: not a page number: %s\n", argv[i]);
-                return 2;
-            }
+            if (!ParsePage(argv[++i], &only)) return 2;
         } else if (path == nullptr) {
             path = argv[i];
         } else {

@@ -27,6 +27,9 @@ bool ParseFileAndJson(int argc, char** argv, const char** path, bool* json);
 // The document type a file name asks for: VELMORA_DOCTYPE_BMP or _JPEG by
 // its extension (any case), VELMORA_DOCTYPE_TIFF otherwise.
 LONG OutputType(const char* path);
+// A page number from 1 to 2^32 - 1: false after saying on standard error
+// that `text` is not one.
+bool ParsePage(const char* text, unsigned long* page);
 // WIDTHxHEIGHT, each 1 to `largest`: false for anything else.
 bool ParseSize(const char* text, unsigned long largest, unsigned long* width, unsigned long* height);
 // Writes `dib` to `path`: a Windows bitmap for a name ending in .bmp, else a

@@ -106,6 +106,14 @@ LONG OutputType(const char* path) {
     return VELMORA_DOCTYPE_TIFF;
 }
 
+bool ParsePage(const char* text, unsigned long* page) {
+    char* end = nullptr;
+    *page = std::strtoul(text, &end, 10);
+    if (*end == '\0' && *page != 0 && *page <= 0xFFFFFFFFul) return true;
+    std::fprintf(stderr, "velmora: not a page number: %s\n", text);
+    return false;
+}
+
 bool ParseSize(const char* text, unsigned long largest, unsigned long* width, unsigned long* height) {
     char* end = nullptr;
     *width = std::strtoul(text, &end, 10);

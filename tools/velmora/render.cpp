@@ -20,12 +20,7 @@ int RunRender(int argc, char** argv) {
         } else if (std::strcmp(argv[i], "-o") == 0 && i + 1 < argc) {
             out = argv[++i];
         } else if (std::strcmp(argv[i], "--page") == 0 && i + 1 < argc) {
-            char* end = nullptr;
-            page = std::strtoul(argv[++i], &end, 10);
-            if (*end != '\0' || page == 0 || page > 0xFFFFFFFFul) {
-                std::fprintf(stderr, "velmora: not a page number: %s\n", argv[i]);
-                return 2;
-            }
+            if (!ParsePage(argv[++i], &page)) return 2;
         } else if (path == nullptr) {
             path = argv[i];
         } else {

@@ -64,21 +64,6 @@ uint32_t TickCount() {
     return static_cast<uint32_t>(ms);
 }
 
-void UtcNow(SYSTEMTIME* now) {
-    timespec clock;
-    clock_gettime(CLOCK_REALTIME, &clock);
-    tm parts;
-    gmtime_r(&clock.tv_sec, &parts);
-    now->wYear = static_cast<WORD>(parts.tm_year + 1900);
-    now->wMonth = static_cast<WORD>(parts.tm_mon + 1);
-    now->wDayOfWeek = static_cast<WORD>(parts.tm_wday);
-    now->wDay = static_cast<WORD>(parts.tm_mday);
-    now->wHour = static_cast<WORD>(parts.tm_hour);
-    now->wMinute = static_cast<WORD>(parts.tm_min);
-    now->wSecond = static_cast<WORD>(parts.tm_sec);
-    now->wMilliseconds = static_cast<WORD>(clock.tv_nsec / 1000000);
-}
-
 void MemoryStatus(uint64_t* available, uint64_t* total) {
     struct sysinfo info;
     if (sysinfo(&info) == 0) {

@@ -5,6 +5,8 @@
 
 namespace velmora::platform {
 
+void UtcNow(SYSTEMTIME* now) { ::GetSystemTime(now); }
+
 void LocalNow(SYSTEMTIME* now) { ::GetLocalTime(now); }
 
 bool StandardZoneBias(int32_t* minutes) {

@@ -38,8 +38,6 @@ uint32_t GetSystemError() { return ::GetLastError(); }
 void SetSystemError(uint32_t code) { ::SetLastError(code); }
 uint32_t TickCount() { return ::GetTickCount(); }
 
-void UtcNow(SYSTEMTIME* now) { ::GetSystemTime(now); }
-
 bool WideToNarrow(const char16_t* text, char* out, size_t size, uint32_t* error) {
     int limit = size > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(size);
     if (limit == 0 || ::WideCharToMultiByte(CP_ACP, 0, reinterpret_cast<const wchar_t*>(text), -1, out, limit, nullptr,
