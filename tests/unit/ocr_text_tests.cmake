@@ -1,0 +1,1 @@
+list(APPEND UNIT_TESTS unit/ocr_text_test.cpp)
