@@ -251,10 +251,16 @@ bool MergeOcrBoxes(const OcrChar* chars, size_t count, uint16_t rotation, Checke
 }
 
 OcrBox RotateOcrBox(const OcrBox& b, uint16_t degrees, int32_t width, int32_t height) {
+    // The far edge of a page seen from a coordinate; boxes from outside hold any
+    // value, so the difference is taken modulo 2^32 like the coded numbers.
+    auto mirror = [](int32_t extent, int32_t at) {
+        return static_cast<int32_t>(static_cast<uint32_t>(extent) - static_cast<uint32_t>(at) - 1u);
+    };
     switch (degrees) {
-        case 90: return {height - b.bottom - 1, b.left, height - b.top - 1, b.right};
-        case 180: return {width - b.right - 1, height - b.bottom - 1, width - b.left - 1, height - b.top - 1};
-        case 270: return {b.top, width - b.right - 1, b.bottom, width - b.left - 1};
+        case 90: return {mirror(height, b.bottom), b.left, mirror(height, b.top), b.right};
+        case 180:
+            return {mirror(width, b.right), mirror(height, b.bottom), mirror(width, b.left), mirror(height, b.top)};
+        case 270: return {b.top, mirror(width, b.right), b.bottom, mirror(width, b.left)};
         default: return b;
     }
 }

@@ -1,0 +1,1 @@
+velmora_fuzz_target(ocr_text_fuzz)
