@@ -150,11 +150,12 @@ TEST(OcrText, ExportsRefuseBadCallsAndBadData) {
     const uint8_t empty[28] = {28,  0,   0,   0,   'V', 'e', 'l', 'm', 'o', 'r', 'a',
                                'O', 'C', 'R', 'T', 'e', 'x', 't', 0,   0,   1};
     HGLOBAL text = Handle(good.bytes), emptyText = Handle(std::vector<uint8_t>(empty, empty + 28));
-    HGLOBAL dead = platform::MemAlloc(GMEM_MOVEABLE, 32);
-    platform::MemFree(dead);
     std::vector<HGLOBAL> bad;
     for (const auto* bytes : {&format3, &rotation45, &badSignature, &shortTable, &options8})
         bad.push_back(Handle(*bytes));
+    // Freed last, so that no block made since holds its value.
+    HGLOBAL dead = platform::MemAlloc(GMEM_MOVEABLE, 32);
+    platform::MemFree(dead);
     RECT one[1];
     const DWORD optionsSize = static_cast<DWORD>(options8.size());
     constexpr uint32_t kBad = kErrBadOcrTextData, kUnsupported = kErrUnsupportedOcrText;
