@@ -1,0 +1,32 @@
+// TIFF pages as PDF pages: one image XObject filling each page.
+//
+// A page whose stored data a PDF filter reads as it is (CCITT Group 3 and 4,
+// LZW, JPEG, or no compression, in one strip, upright, most significant bit
+// first) is copied byte for byte. Any other page is decoded and coded again:
+// bi-level pages as CCITT Group 4, the others as run-length data.
+#pragma once
+
+#include <cstdint>
+
+#include "frame/error_record.h"
+#include "pdf/pdf_document.h"
+#include "tiff/document.h"
+
+namespace velmora {
+
+// How a page is written: the choices of the conversion options.
+struct ImagePageChoices {
+    bool archive = false;             // PDF/A-1: LZW data is never copied
+    bool forceBilevel = false;        // every page converted to bi-level
+    bool dither = false;              // that conversion dithers instead of thresholding
+    uint16_t bilevelCompression = 0;  // 0 keeps what a bi-level page has; 4 or 32773 re-codes it
+};
+
+// Appends page `page` (1-based) of `tiff` to `pdf`: the image, its colour
+// table, the content stream and the page, listed last in the page tree.
+// 87 for a page beyond the document, 0x02000007 for a page whose directory
+// is missing, 0x02000005 for an orientation or depth a page cannot have.
+bool AppendTiffPage(PdfDocument* pdf, TiffDocument* tiff, uint32_t page, const ImagePageChoices& choices,
+                    ErrorRecord* record);
+
+}  // namespace velmora
