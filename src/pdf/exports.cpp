@@ -7,6 +7,7 @@
 #include "frame/export_call.h"
 #include "frame/library.h"
 #include "frame/memory_handle.h"
+#include "frame/settings.h"
 #include "frame/wide_text.h"
 #include "io/stream.h"
 #include "pdf/cross_reference.h"
@@ -59,10 +60,36 @@ PdfDocument* PdfFromHandle(HGLOBAL handle) {
     return document;
 }
 
-// The process-wide choices for pages.
+// Settings of image pages, in the section "PDF".
+constexpr uint16_t kSectionPdf = 10302;
+constexpr uint16_t kValueBilevelCompression = 10303;
+constexpr uint16_t kValueToBilevel = 10304;
+constexpr uint16_t kValueEnhancedCompress = 10305;
+
+// An integer setting; a missing or unreadable one is 0.
+int32_t IntegerSetting(uint16_t valueId) {
+    char16_t text[32] = {};
+    ErrorRecord ignored;
+    velmora::ReadSetting(kSectionPdf, valueId, true, text, sizeof text / sizeof text[0], &ignored);
+    int64_t value = 0;
+    const bool negative = text[0] == u'-';
+    for (const char16_t* at = text + (negative ? 1 : 0); *at >= u'0' && *at <= u'9' && value < 0x7FFFFFFF; ++at) {
+        value = value * 10 + (*at - u'0');
+    }
+    return static_cast<int32_t>(negative ? -value : value);
+}
+
+// The choices for pages, read afresh for every page.
 velmora::ImagePageChoices PageChoices(bool archive) {
     velmora::ImagePageChoices choices;
     choices.archive = archive;
+    const int32_t compression = IntegerSetting(kValueBilevelCompression);
+    const bool known = (compression >= 0 && compression <= 5) || compression == 32773;
+    choices.bilevelCompression = static_cast<uint16_t>(known ? compression : 0);
+    const int32_t toBilevel = IntegerSetting(kValueToBilevel);
+    choices.forceBilevel = toBilevel != 0;
+    choices.dither = toBilevel == 2;
+    choices.enhanced = !choices.forceBilevel && IntegerSetting(kValueEnhancedCompress) != 0;
     return choices;
 }
 
@@ -199,9 +226,8 @@ BOOL VELMORA_API ConvertVelmoraTIFFToPDFEx(const VelmoraTIFFToPDFInfo* info) {
     PdfDocument* document =
         tiff == nullptr ? nullptr : velmora::CreatePdfDocument(destination.c_str(), false, &call.record);
     if (document != nullptr) {
-        const velmora::ImagePageChoices choices = PageChoices(archive);
         for (uint32_t page = 1; page <= tiff->pageCount && call.record.ok(); ++page) {
-            velmora::AppendTiffPage(document, tiff, page, choices, &call.record);
+            velmora::AppendTiffPage(document, tiff, page, PageChoices(archive), &call.record);
         }
         velmora::SaveDocument(document, &call.record);
         velmora::ClosePdfDocument(document);

@@ -235,8 +235,15 @@ bool Copyable(const TiffPageInfo& info, const ImagePageChoices& choices) {
     }
 }
 
+// Pages that run-length coding of their samples usually makes smaller.
+bool EnhancedCandidate(const TiffPageInfo& info) {
+    const bool grey = info.photometric <= 1 && info.samplesPerPixel == 1;
+    const bool palette = info.photometric == 3 && info.samplesPerPixel == 1;
+    return (grey && info.bitsPerSample == 4) || (palette && (info.bitsPerSample == 4 || info.bitsPerSample == 8));
+}
+
 bool ShouldCopy(const TiffPageInfo& info, const ImagePageChoices& choices) {
-    if (!Copyable(info, choices)) return false;
+    if (!Copyable(info, choices) || (choices.enhanced && EnhancedCandidate(info))) return false;
     if (choices.forceBilevel && (info.compression == 1 || !Bilevel(info))) return false;
     const uint16_t wanted = choices.bilevelCompression;
     return !(Bilevel(info) && info.compression != 1 && wanted != 0 && wanted != info.compression);
@@ -329,8 +336,10 @@ const uint8_t* TopRow(BITMAPINFOHEADER* header, ptrdiff_t* stride) {
 
 uint8_t Grey(const RGBQUAD& entry) { return GreyLevel(entry.rgbRed | entry.rgbGreen << 8 | entry.rgbBlue << 16); }
 
-// Codes a bi-level DIB as CCITT Group 4, black as the darker table entry.
-bool EncodeBilevel(BITMAPINFOHEADER* header, PageImage* image, ByteBlock* coded, ErrorRecord* record) {
+// Codes a bi-level DIB as CCITT Group 4, or one-dimensional Group 3 for
+// `compression` 3, black as the darker table entry.
+bool EncodeBilevel(BITMAPINFOHEADER* header, uint16_t compression, PageImage* image, ByteBlock* coded,
+                   ErrorRecord* record) {
     EncoderStrip strip;
     strip.topRow = TopRow(header, &strip.stride);
     strip.rows = image->height;
@@ -349,7 +358,7 @@ bool EncodeBilevel(BITMAPINFOHEADER* header, PageImage* image, ByteBlock* coded,
         strip.stride = static_cast<ptrdiff_t>(rowBytes);
     }
     FaxEncoderPage page;
-    page.compression = 4;
+    page.compression = compression == 3 ? 3 : 4;
     page.width = image->width;
     FaxEncoder encoder;
     strip.out = OpenMemoryStream(false, record);
@@ -362,7 +371,7 @@ bool EncodeBilevel(BITMAPINFOHEADER* header, PageImage* image, ByteBlock* coded,
     if (!coded->Take(strip.out, record)) return false;
     image->filter = "CCITTFaxDecode";
     PdfObject* parms = PdfMakeDictionary(record);
-    PdfDictionarySetInteger(parms, "K", -1, record);
+    if (page.compression == 4) PdfDictionarySetInteger(parms, "K", -1, record);
     PdfDictionarySetUnsigned(parms, "Columns", image->width, record);
     PdfDictionarySetUnsigned(parms, "Rows", image->height, record);
     image->decodeParms = parms;
@@ -426,8 +435,11 @@ bool RecompressPage(PdfDocument* pdf, TiffFile* tiff, const TiffPageInfo& info, 
     image.width = static_cast<uint32_t>(header->biWidth);
     image.height = static_cast<uint32_t>(header->biHeight < 0 ? -header->biHeight : header->biHeight);
     ByteBlock coded;
-    const bool fax = header->biBitCount == 1 && choices.bilevelCompression != 32773;
-    if (fax ? EncodeBilevel(header, &image, &coded, record) : EncodeRunLength(header, &image, &coded, record)) {
+    // Bi-level pages are fax coded unless raw, LZW or PackBits data was asked
+    // for, which all become run-length data here.
+    const uint16_t wanted = choices.bilevelCompression;
+    const bool fax = header->biBitCount == 1 && wanted != 1 && wanted != 5 && wanted != 32773;
+    if (fax ? EncodeBilevel(header, wanted, &image, &coded, record) : EncodeRunLength(header, &image, &coded, record)) {
         image.data = coded.bytes;
         image.size = coded.size();
         const uint32_t number = WriteImage(pdf, &image, record);

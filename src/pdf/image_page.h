@@ -3,7 +3,8 @@
 // A page whose stored data a PDF filter reads as it is (CCITT Group 3 and 4,
 // LZW, JPEG, or no compression, in one strip, upright, most significant bit
 // first) is copied byte for byte. Any other page is decoded and coded again:
-// bi-level pages as CCITT Group 4, the others as run-length data.
+// bi-level pages as CCITT Group 4 (run-length data when the bi-level
+// compression asked for is PackBits), the others as run-length data.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +20,8 @@ struct ImagePageChoices {
     bool archive = false;             // PDF/A-1: LZW data is never copied
     bool forceBilevel = false;        // every page converted to bi-level
     bool dither = false;              // that conversion dithers instead of thresholding
-    uint16_t bilevelCompression = 0;  // 0 keeps what a bi-level page has; 4 or 32773 re-codes it
+    uint16_t bilevelCompression = 0;  // 0 keeps what a bi-level page has; another value re-codes it
+    bool enhanced = false;            // re-code pages of 4-bit grey and 4- or 8-bit palettes
 };
 
 // Appends page `page` (1-based) of `tiff` to `pdf`: the image, its colour

@@ -1,0 +1,288 @@
+// TIFF pages converted to PDF through the exports, checked by the peer
+// tools: qpdf validates the file, pdfimages reports each image's encoding
+// and hands back the raw stream, and pdftoppm renders the pages, which must
+// show the source pixels (exactly for bi-level and lossless pages).
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/peers.h"
+#include "support/pictures.h"
+#include "io/stream.h"
+#include "dib/image.h"
+#include "tiff/image_file_reader.h"
+#include "tiff/page_decoder.h"
+#include "tiff/page_info.h"
+#include "tiff/tiff_file.h"
+#include "velmora/velmora.h"
+
+namespace velmora {
+namespace {
+
+using peers::Picture;
+
+bool HavePeers() {
+    return peers::Have("/usr/bin/qpdf") && peers::Have("/usr/bin/pdfimages") && peers::Have("/usr/bin/pdftoppm") &&
+           peers::Have("/usr/bin/tiffcp") && peers::Have("/usr/bin/ppm2tiff") && peers::Have("/usr/bin/tiffset");
+}
+
+// Random blocks over a gradient: long runs for the fax and run-length
+// coders, noise for everything else.
+Picture MakePicture(uint32_t width, uint32_t height, uint32_t channels, uint32_t seed) {
+    std::mt19937 random(seed);
+    Picture picture{width, height, channels, std::vector<uint8_t>(size_t{width} * height * channels)};
+    for (uint32_t y = 0; y < height; ++y) {
+        for (uint32_t x = 0; x < width; ++x) {
+            for (uint32_t c = 0; c < channels; ++c) {
+                const bool block = ((x / 13 + y / 9 + c) % 3) == 0;
+                picture.pixels[(size_t{y} * width + x) * channels + c] =
+                    static_cast<uint8_t>(block ? random() : (x * 255 / width + y + c * 60));
+            }
+        }
+    }
+    return picture;
+}
+
+// The picture thresholded, as a PBM file (1 = black) and as the grey
+// picture a renderer shows.
+Picture WritePbm(const Picture& grey, const std::string& path) {
+    Picture shown = grey;
+    std::ostringstream out;
+    out << "P4\n" << grey.width << " " << grey.height << "\n";
+    const uint32_t rowBytes = (grey.width + 7) / 8;
+    std::string bits(size_t{rowBytes} * grey.height, '\0');
+    for (size_t i = 0; i < grey.pixels.size(); ++i) {
+        const size_t y = i / grey.width, x = i % grey.width;
+        const bool black = grey.pixels[i] < 128;
+        shown.pixels[i] = black ? 0 : 255;
+        if (black) bits[y * rowBytes + x / 8] |= static_cast<char>(0x80 >> (x % 8));
+    }
+    std::ofstream(path, std::ios::binary) << out.str() << bits;
+    return shown;
+}
+
+struct Case {
+    const char* name;
+    const char* source;   // "bw", "grey" or "rgb"
+    const char* tiffcp;   // options; empty: the source file as it is
+    const char* listing;  // pdfimages -list: encoding, colour space, components, bits
+    int tolerance;        // largest channel difference of the rendering from our decode (lossy pages)
+    bool faxCopy;         // the CCITT stream is the TIFF's strip, byte for byte
+};
+
+const Case kCases[] = {
+    {"g4", "bw", "-c g4 -r 9999", "ccitt gray 1 1", 0, true},
+    {"g3", "bw", "-c g3 -r 9999", "ccitt gray 1 1", 0, true},
+    {"g3-2d", "bw", "-c g3:2d -r 9999", "ccitt gray 1 1", 0, true},
+    {"g4-strips", "bw", "-c g4 -r 64", "ccitt gray 1 1", 0, false},
+    {"bw-none", "bw", "-c none -r 9999", "image gray 1 1", 0, false},
+    {"grey-lzw", "grey", "-c lzw -r 9999", "image gray 1 8", 0, false},
+    {"grey-packbits", "grey", "-c packbits -r 9999", "image index 1 8", 0, false},
+    {"grey-strips", "grey", "-c lzw -r 16", "image index 1 8", 0, false},
+    {"rgb-lzw", "rgb", "-c lzw -r 9999", "image rgb 3 8", 0, false},
+    {"rgb-none", "rgb", "-c none -r 9999", "image rgb 3 8", 0, false},
+    {"rgb-strips", "rgb", "-c zip -r 8", "image rgb 3 8", 0, false},
+    {"rgb-jpeg", "rgb", "-c jpeg:95 -r 160", "jpeg rgb 3 8", 8, false},
+};
+
+// pdfimages' listing of page 1: "encoding colour-space components bits".
+std::string Listing(const std::string& pdf) {
+    std::istringstream lines(peers::Output("pdfimages -list " + pdf));
+    std::string line;
+    for (int skip = 0; skip < 3; ++skip) std::getline(lines, line);
+    std::istringstream fields(line);
+    std::string page, num, type, width, height, color, comp, bpc, enc;
+    fields >> page >> num >> type >> width >> height >> color >> comp >> bpc >> enc;
+    return enc + " " + color + " " + comp + " " + bpc;
+}
+
+// The strip bytes of page 1 of a single-strip TIFF.
+std::vector<uint8_t> StripBytes(const std::string& path) {
+    ErrorRecord record;
+    std::u16string wide(path.begin(), path.end());
+    TiffFile* tiff = OpenTiffFile(wide.c_str(), kStreamRead, false, &record);
+    TiffPageInfo info;
+    SetWanted(&info, kFieldImage);
+    std::vector<uint8_t> bytes;
+    if (tiff != nullptr && ReadPageInfo(tiff, 1, kReadStructure | kReadCheckImage, &info, &record)) {
+        TiffStripBuffer buffer;
+        uint32_t size = 0;
+        const uint8_t* strip = buffer.Read(tiff, &info, 0, &size, &record);
+        if (strip != nullptr) bytes.assign(strip, strip + size);
+        FreePageInfo(&info);
+    }
+    if (tiff != nullptr) CloseTiff(tiff, &record);
+    return bytes;
+}
+
+// Page 1 as this library decodes it.
+Picture OwnDecode(const std::string& path) {
+    ErrorRecord record;
+    std::u16string wide(path.begin(), path.end());
+    TiffFile* tiff = OpenTiffFile(wide.c_str(), kStreamRead, false, &record);
+    HGLOBAL dib = tiff == nullptr ? nullptr : ReadUprightPage(tiff, 1, 0, nullptr, &record);
+    Picture picture = dib == nullptr ? Picture{} : peers::FromDib(dib);
+    if (dib != nullptr) platform::MemFree(dib);
+    if (tiff != nullptr) CloseTiff(tiff, &record);
+    return picture;
+}
+
+class TiffToPdf : public ::testing::Test {
+protected:
+    void SetUp() override {
+        REQUIRE_PEER(HavePeers(), "qpdf, poppler-utils or libtiff-tools");
+        ASSERT_TRUE(dir_.ok());
+        const Picture grey = MakePicture(240, 160, 1, 1);
+        pictures_["grey"] = grey;
+        pictures_["rgb"] = MakePicture(240, 160, 3, 2);
+        pictures_["bw"] = WritePbm(grey, dir_.Path("bw.pbm"));
+        peers::WritePnm(pictures_["grey"], dir_.Path("grey.pgm"));
+        peers::WritePnm(pictures_["rgb"], dir_.Path("rgb.ppm"));
+        for (const char* name : {"bw.pbm", "grey.pgm", "rgb.ppm"}) {
+            const std::string stem = std::string(name).substr(0, std::string(name).find('.'));
+            ASSERT_TRUE(peers::Run("ppm2tiff -R 200 " + dir_.Path(name) + " " + dir_.Path(stem + ".tif")));
+        }
+    }
+
+    std::string Tiff(const Case& c) {
+        const std::string path = dir_.Path(std::string(c.name) + ".tif");
+        EXPECT_TRUE(peers::Run(std::string("tiffcp ") + c.tiffcp + " " + dir_.Path(std::string(c.source) + ".tif") +
+                               " " + path));
+        return path;
+    }
+
+    std::string Convert(const std::string& tiff) {
+        const std::string pdf = tiff.substr(0, tiff.size() - 4) + ".pdf";
+        EXPECT_TRUE(ConvertVelmoraTIFFToPDF(tiff.c_str(), pdf.c_str())) << GetLastVelmoraErrorCode();
+        return pdf;
+    }
+
+    // The page at four times the image's resolution, one sample taken from
+    // the middle of each image pixel: at that scale the renderer repeats
+    // pixels instead of smoothing them.
+    Picture Render(const std::string& pdf, bool grey, int page = 1, int imageDpi = 200) {
+        const std::string prefix = pdf.substr(0, pdf.size() - 4);
+        const std::string number = std::to_string(page);
+        Picture big;
+        EXPECT_TRUE(peers::Run("pdftoppm -aa no -aaVector no -singlefile -r " + std::to_string(4 * imageDpi) + " -f " +
+                               number + " -l " + number + (grey ? " -gray " : " ") + pdf + " " + prefix));
+        EXPECT_TRUE(peers::ReadPnm(prefix + (grey ? ".pgm" : ".ppm"), &big));
+        Picture picture{big.width / 4, big.height / 4, big.channels, {}};
+        for (uint32_t y = 0; y < picture.height; ++y) {
+            for (uint32_t x = 0; x < picture.width; ++x) {
+                const size_t at = (size_t{4 * y + 1} * big.width + 4 * x + 1) * big.channels;
+                picture.pixels.insert(picture.pixels.end(), big.pixels.begin() + at,
+                                      big.pixels.begin() + at + big.channels);
+            }
+        }
+        return picture;
+    }
+
+    peers::TempDir dir_{"tiff-to-pdf"};
+    std::map<std::string, Picture> pictures_;
+};
+
+TEST_F(TiffToPdf, EachEncodingChecksListsAndRendersAsItsSource) {
+    for (const Case& c : kCases) {
+        SCOPED_TRACE(c.name);
+        const std::string tiff = Tiff(c);
+        const std::string pdf = Convert(tiff);
+        EXPECT_TRUE(peers::Run("qpdf --check " + pdf));
+        EXPECT_EQ(Listing(pdf), c.listing);
+        const Picture source = c.tolerance == 0 ? pictures_[c.source] : OwnDecode(tiff);
+        EXPECT_LE(peers::LargestDifference(Render(pdf, source.channels == 1), source), c.tolerance);
+        if (!c.faxCopy) continue;
+        ASSERT_TRUE(peers::Run("pdfimages -ccitt -j " + pdf + " " + dir_.Path(c.name)));
+        EXPECT_EQ(peers::ReadFile(dir_.Path(std::string(c.name) + "-000.ccitt")), StripBytes(tiff));
+    }
+}
+
+// A 4-bit palette page written by this library, single strip, uncompressed,
+// and the picture it shows.
+Picture WritePalettePage(const std::string& path) {
+    RGBQUAD table[16];
+    for (uint32_t i = 0; i < 16; ++i) table[i] = {uint8_t(i * 16), uint8_t(255 - i * 9), uint8_t(i * i), 0};
+    ErrorRecord record;
+    HGLOBAL dib = CreatePackedDib(60, 40, 4, table, 16, 7874, 7874, &record);
+    auto* header = static_cast<BITMAPINFOHEADER*>(platform::MemLock(dib));
+    uint8_t* bits = reinterpret_cast<uint8_t*>(header) + 40 + 64;
+    Picture shown{60, 40, 3, {}};
+    std::mt19937 random(3);
+    for (uint32_t y = 0; y < 40; ++y) {
+        for (uint32_t x = 0; x < 60; ++x) {
+            const uint8_t index = static_cast<uint8_t>(random() % 16);
+            bits[(39 - y) * 32 + x / 2] |= static_cast<uint8_t>(x % 2 ? index : index << 4);
+            shown.pixels.insert(shown.pixels.end(), {table[index].rgbRed, table[index].rgbGreen, table[index].rgbBlue});
+        }
+    }
+    EXPECT_TRUE(SaveImageFile(std::u16string(path.begin(), path.end()) + u".lzw", header, bits, kDocumentTiff,
+                              SaveFileOptions(), &record));
+    platform::MemUnlock(dib);
+    platform::MemFree(dib);
+    EXPECT_TRUE(peers::Run("tiffcp -c none -r 9999 " + path + ".lzw " + path));
+    return shown;
+}
+
+TEST_F(TiffToPdf, PagesAppendedOneByOneKeepSizeTurnAndColours) {
+    const std::string g4 = Tiff(kCases[0]);
+    const std::string turned = dir_.Path("turned.tif");
+    const std::string blackIsZero = dir_.Path("black-is-zero.tif");
+    const std::string coarse = dir_.Path("coarse.tif");
+    const std::string palette = dir_.Path("palette.tif");
+    const std::string fax = dir_.Path("fax.tif");
+    ASSERT_TRUE(peers::Run("cp " + g4 + " " + turned + " && tiffset -s 274 6 " + turned));
+    ASSERT_TRUE(peers::Run("cp " + g4 + " " + blackIsZero + " && tiffset -s 262 1 " + blackIsZero));
+    ASSERT_TRUE(peers::Run("ppm2tiff -c lzw -r 9999 -R 100 " + dir_.Path("rgb.ppm") + " " + coarse));
+    const Picture paletteShown = WritePalettePage(palette);
+    std::ofstream(dir_.Path("fax.pbm"), std::ios::binary) << "P4\n1728 2200\n" << std::string(216 * 2200, '\0');
+    ASSERT_TRUE(peers::Run("ppm2tiff -c g4 -r 9999 -R 200 " + dir_.Path("fax.pbm") + " " + fax));
+
+    const std::string pdf = dir_.Path("appended.pdf");
+    HGLOBAL document = CreateVelmoraPDF(pdf.c_str(), nullptr);
+    ASSERT_NE(document, nullptr);
+    for (const std::string& page : {g4, turned, blackIsZero, coarse, palette, fax}) {
+        EXPECT_TRUE(AppendVelmoraPDFPage(document, page.c_str(), 1)) << page << " " << GetLastVelmoraErrorCode();
+    }
+    EXPECT_FALSE(AppendVelmoraPDFPage(document, g4.c_str(), 2));
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    std::ofstream(dir_.Path("note.txt")) << "not an image\n";
+    EXPECT_FALSE(AppendVelmoraPDFPage(document, dir_.Path("note.txt").c_str(), 1));
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 0x02000002u);
+    EXPECT_TRUE(SaveVelmoraPDF(document));
+    EXPECT_TRUE(CloseVelmoraPDF(document));
+
+    EXPECT_TRUE(peers::Run("qpdf --check " + pdf));
+    const std::string info = peers::Output("pdfinfo -f 1 -l 6 " + pdf);
+    for (const char* line : {"Page    1 size:  86.4 x 57.6 pts", "Page    2 rot:   90",
+                             "Page    4 size:  172.8 x 115.2 pts", "Page    5 size:  21.6 x 14.4 pts"}) {
+        EXPECT_NE(info.find(line), std::string::npos) << line << "\n" << info;
+    }
+    const std::vector<uint8_t> bytes = peers::ReadFile(pdf);
+    const std::string text(bytes.begin(), bytes.end());
+    EXPECT_NE(text.find("/MediaBox [0 0 622.08 792]"), std::string::npos);
+    Picture inverted = pictures_["bw"];
+    for (uint8_t& value : inverted.pixels) value = static_cast<uint8_t>(255 - value);
+    EXPECT_EQ(peers::LargestDifference(Render(pdf, true, 3), inverted), 0);
+    EXPECT_EQ(peers::LargestDifference(Render(pdf, false, 4, 100), pictures_["rgb"]), 0);
+    EXPECT_EQ(peers::LargestDifference(Render(pdf, false, 5), paletteShown), 0);
+
+    VelmoraTIFFToPDFInfo record = {};
+    record.size = VELMORA_TIFF_TO_PDF_INFO_SIZE_V1 + 4;
+    record.source = g4.c_str();
+    record.destination = pdf.c_str();
+    EXPECT_FALSE(ConvertVelmoraTIFFToPDFEx(&record));
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    record.size = VELMORA_TIFF_TO_PDF_INFO_SIZE_V3;
+    record.flags = 0x0020;
+    EXPECT_FALSE(ConvertVelmoraTIFFToPDFEx(&record));
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+}
+
+}  // namespace
+}  // namespace velmora

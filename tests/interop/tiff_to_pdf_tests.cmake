@@ -1,0 +1,1 @@
+list(APPEND INTEROP_TESTS interop/tiff_to_pdf_test.cpp)
