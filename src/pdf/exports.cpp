@@ -27,6 +27,7 @@ namespace {
 
 constexpr uint32_t kPdfHandleSignature = 0x46445056u;  // "VPDF"
 // Bits of the conversion defaults' flag word.
+constexpr uint32_t kOptionBurnIn = 0x0400;
 constexpr uint32_t kOptionArchive = 0x2000;
 
 constexpr WORD kInfoKnownFlags = 0x801F;
@@ -80,9 +81,10 @@ int32_t IntegerSetting(uint16_t valueId) {
 }
 
 // The choices for pages, read afresh for every page.
-velmora::ImagePageChoices PageChoices(bool archive) {
+velmora::ImagePageChoices PageChoices(bool archive, bool burnIn) {
     velmora::ImagePageChoices choices;
     choices.archive = archive;
+    choices.burnAnnotations = burnIn;
     const int32_t compression = IntegerSetting(kValueBilevelCompression);
     const bool known = (compression >= 0 && compression <= 5) || compression == 32773;
     choices.bilevelCompression = static_cast<uint16_t>(known ? compression : 0);
@@ -92,6 +94,8 @@ velmora::ImagePageChoices PageChoices(bool archive) {
     choices.enhanced = !choices.forceBilevel && IntegerSetting(kValueEnhancedCompress) != 0;
     return choices;
 }
+
+bool DefaultBurnIn() { return (velmora::DefaultConversionOptions()->flags & kOptionBurnIn) != 0; }
 
 // Opens the TIFF at `path` as a document: 0x02000002 for a file of no known
 // type and 0x0200001B for another known type.
@@ -116,8 +120,8 @@ bool AppendPage(HGLOBAL pdf, const std::u16string& path, DWORD page, ExportCall*
     PdfDocument* document = PdfFromHandle(pdf);
     velmora::TiffDocument* tiff = OpenTiffSource(path, &call->record);
     if (tiff != nullptr) {
-        velmora::AppendTiffPage(document, tiff, page, PageChoices(document->pdfaMode != velmora::kPdfaPlain),
-                                &call->record);
+        velmora::AppendTiffPage(document, tiff, page,
+                                PageChoices(document->pdfaMode != velmora::kPdfaPlain, DefaultBurnIn()), &call->record);
         velmora::CloseTiffDocument(tiff, nullptr);
     }
     return call->Finish() != 0;
@@ -219,6 +223,10 @@ BOOL VELMORA_API ConvertVelmoraTIFFToPDFEx(const VelmoraTIFFToPDFInfo* info) {
     }
     bool archive = (velmora::DefaultConversionOptions()->flags & kOptionArchive) != 0;
     if (flags & VELMORA_TIFF_TO_PDF_PDFA_VALID) archive = (info->options & VELMORA_TIFF_TO_PDF_PDFA) != 0;
+    bool burnIn = DefaultBurnIn();
+    if (masked && (info->valueMask & VELMORA_TIFF_TO_PDF_VALUE_BURN_IN)) {
+        burnIn = (info->values & VELMORA_TIFF_TO_PDF_VALUE_BURN_IN) != 0;
+    }
     // Archive files need their metadata and output profile, which this
     // writer does not make yet.
     if (archive) velmora::SetRecordError(&call.record, velmora::kErrUnsupportedImageType, 0);
@@ -227,7 +235,7 @@ BOOL VELMORA_API ConvertVelmoraTIFFToPDFEx(const VelmoraTIFFToPDFInfo* info) {
         tiff == nullptr ? nullptr : velmora::CreatePdfDocument(destination.c_str(), false, &call.record);
     if (document != nullptr) {
         for (uint32_t page = 1; page <= tiff->pageCount && call.record.ok(); ++page) {
-            velmora::AppendTiffPage(document, tiff, page, PageChoices(archive), &call.record);
+            velmora::AppendTiffPage(document, tiff, page, PageChoices(archive, burnIn), &call.record);
         }
         velmora::SaveDocument(document, &call.record);
         velmora::ClosePdfDocument(document);

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "annotations/burn_in.h"
+#include "annotations/page_annotations.h"
 #include "codecs/byte_encoders.h"
 #include "codecs/fax_encoder.h"
 #include "dib/color_conversion.h"
@@ -416,11 +418,30 @@ bool EncodeRunLength(BITMAPINFOHEADER* header, PageImage* image, ByteBlock* code
     return record->ok();
 }
 
+// Draws `list` into the decoded page `*dib`, which it may replace.
+bool BurnIn(AnnotationList* list, uint16_t rotation, HGLOBAL* dib, ErrorRecord* record) {
+    const BurnInRequest request = {rotation, *dib, LockImage(*dib), kBurnInChooseFormat | kBurnInKeepImage};
+    bool removed = false;
+    HGLOBAL burned = BurnInAnnotationList(list, request, &removed, record);
+    UnlockImage(*dib);
+    if (burned != nullptr && burned != BurnedInPlace()) {
+        FreeImage(dib);
+        *dib = burned;
+    }
+    return burned != nullptr;
+}
+
+// Decodes the page, draws `annotations` (when not null) into it and codes it
+// again.
 bool RecompressPage(PdfDocument* pdf, TiffFile* tiff, const TiffPageInfo& info, const ImagePageChoices& choices,
-                    ErrorRecord* record) {
+                    AnnotationList* annotations, ErrorRecord* record) {
     uint16_t rotation = 0;
     HGLOBAL dib = DecodePage(tiff, info, nullptr, &rotation, record);
     if (dib == nullptr) return false;
+    if (annotations != nullptr && !BurnIn(annotations, rotation, &dib, record)) {
+        FreeImage(&dib);
+        return false;
+    }
     BITMAPINFOHEADER* header = LockImage(dib);
     if (choices.forceBilevel && header->biBitCount != 1) {
         HGLOBAL bilevel =
@@ -488,6 +509,18 @@ bool AppendTiffPage(PdfDocument* pdf, TiffDocument* tiff, uint32_t page, const I
     uint16_t turn = 0;
     if (!OrientationTurn(info.orientation, &turn) || info.bitsPerSample > 8) {
         SetRecordError(record, kErrUnsupportedImageType, 0);
+    }
+    AnnotationList annotations;
+    uint32_t loadResult = 0;
+    if (choices.burnAnnotations && record->ok()) {
+        ReadPageAnnotations(tiff->tiff, ifd, &annotations, nullptr, &loadResult, record);
+    }
+    if (record->failed()) {
+        FreePageInfo(&info);
+        return false;
+    }
+    if (!annotations.empty()) {
+        RecompressPage(pdf, tiff->tiff, info, choices, &annotations, record);
     } else if (ShouldCopy(info, choices)) {
         const uint32_t imageNumber = CopyImage(pdf, tiff->tiff, info, record);
         double across = 1;
@@ -495,7 +528,7 @@ bool AppendTiffPage(PdfDocument* pdf, TiffDocument* tiff, uint32_t page, const I
         PointsPerPixel(info, &across, &down);
         WritePage(pdf, imageNumber, info.width * across, info.length * down, 0, record);
     } else {
-        RecompressPage(pdf, tiff->tiff, info, choices, record);
+        RecompressPage(pdf, tiff->tiff, info, choices, nullptr, record);
     }
     FreePageInfo(&info);
     return record->ok();

@@ -4,7 +4,8 @@
 // LZW, JPEG, or no compression, in one strip, upright, most significant bit
 // first) is copied byte for byte. Any other page is decoded and coded again:
 // bi-level pages as CCITT Group 4 (run-length data when the bi-level
-// compression asked for is PackBits), the others as run-length data.
+// compression asked for is PackBits), the others as run-length data. A page
+// whose annotations are burned in is always decoded.
 #pragma once
 
 #include <cstdint>
@@ -22,6 +23,7 @@ struct ImagePageChoices {
     bool dither = false;              // that conversion dithers instead of thresholding
     uint16_t bilevelCompression = 0;  // 0 keeps what a bi-level page has; another value re-codes it
     bool enhanced = false;            // re-code pages of 4-bit grey and 4- or 8-bit palettes
+    bool burnAnnotations = false;     // draw the page's annotations into its image
 };
 
 // Appends page `page` (1-based) of `tiff` to `pdf`: the image, its colour

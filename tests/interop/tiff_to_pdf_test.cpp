@@ -284,5 +284,54 @@ TEST_F(TiffToPdf, PagesAppendedOneByOneKeepSizeTurnAndColours) {
     EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
 }
 
+// Writes a companion annotation file for the one-page TIFF at `tiff` that
+// holds a black rectangle without a border over `rect`.
+void WriteCompanion(const std::string& tiff, RECT rect) {
+    VelmoraInsertAnnotationInfo box{};
+    box.size = VELMORA_INSERT_ANNOTATION_INFO_SIZE_V4;
+    box.borderColor = box.textColor = box.thirdColor = VELMORA_COLOR_NONE;
+    box.rect = rect;
+    box.backColor = 0;
+    HGLOBAL stream = nullptr;
+    DWORD size = 0;
+    ASSERT_EQ(InsertVelmoraAnnotation(&stream, &size, VELMORA_INSERT_RECTANGLE, &box), 0) << GetLastVelmoraErrorCode();
+    const uint32_t header[10] = {40 + size, 0, 0, 0, 0, 0, 1, 1, 40, size};
+    std::string bytes(reinterpret_cast<const char*>(header), sizeof header);
+    std::memcpy(&bytes[4], "VelmoraArt", 10);
+    bytes.append(static_cast<const char*>(platform::MemLock(stream)), size);
+    platform::MemUnlock(stream);
+    platform::MemFree(stream);
+    std::ofstream(tiff.substr(0, tiff.size() - 4) + ".art", std::ios::binary) << bytes;
+}
+
+TEST_F(TiffToPdf, AnnotationsAreBurnedInUnlessTheRecordSaysNot) {
+    const std::string tiff = dir_.Path("annotated.tif");
+    ASSERT_TRUE(peers::Run("tiffcp -c g4 -r 9999 " + dir_.Path("bw.tif") + " " + tiff));
+    WriteCompanion(tiff, {40, 30, 120, 90});
+    const std::string burned = Convert(tiff);
+    const Picture page = Render(burned, true);
+    const Picture& source = pictures_["bw"];
+    ASSERT_EQ(page.pixels.size(), source.pixels.size());
+    for (uint32_t y = 0; y < source.height; ++y) {
+        for (uint32_t x = 0; x < source.width; ++x) {
+            const size_t at = size_t{y} * source.width + x;
+            const bool inside = x >= 42 && x < 118 && y >= 32 && y < 88;
+            const bool outside = x < 37 || x >= 123 || y < 27 || y >= 93;
+            if (inside) EXPECT_EQ(page.pixels[at], 0) << x << "," << y;
+            if (outside) EXPECT_EQ(page.pixels[at], source.pixels[at]) << x << "," << y;
+        }
+    }
+
+    VelmoraTIFFToPDFInfo record = {};
+    record.size = VELMORA_TIFF_TO_PDF_INFO_SIZE_V2;
+    record.flags = VELMORA_TIFF_TO_PDF_MASKED_VALUES;
+    record.valueMask = VELMORA_TIFF_TO_PDF_VALUE_BURN_IN;
+    record.source = tiff.c_str();
+    const std::string plain = dir_.Path("plain.pdf");
+    record.destination = plain.c_str();
+    ASSERT_TRUE(ConvertVelmoraTIFFToPDFEx(&record)) << GetLastVelmoraErrorCode();
+    EXPECT_EQ(peers::LargestDifference(Render(plain, true), source), 0);
+}
+
 }  // namespace
 }  // namespace velmora
