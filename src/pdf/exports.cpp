@@ -170,7 +170,10 @@ BOOL VELMORA_API AppendVelmoraPDFPage(HGLOBAL pdf, LPCSTR tiffPath, DWORD page) 
     ExportCall call;
     std::u16string wide;
     if (!call.Gate() || call.Object(pdf, PdfFromHandle) == nullptr || !call.Value(page != 0)) return FALSE;
-    if (!call.Widen(tiffPath, &wide)) return call.Finish();
+    if (!call.Widen(tiffPath, &wide)) {
+        call.Finish();
+        return FALSE;
+    }
     return AppendPage(pdf, wide, page, &call);
 }
 
@@ -219,7 +222,8 @@ BOOL VELMORA_API ConvertVelmoraTIFFToPDFEx(const VelmoraTIFFToPDFInfo* info) {
     std::u16string source;
     std::u16string destination;
     if (!HostPath(info->source, wide, &source, &call) || !HostPath(info->destination, wide, &destination, &call)) {
-        return call.Finish();
+        call.Finish();
+        return FALSE;
     }
     bool archive = (velmora::DefaultConversionOptions()->flags & kOptionArchive) != 0;
     if (flags & VELMORA_TIFF_TO_PDF_PDFA_VALID) archive = (info->options & VELMORA_TIFF_TO_PDF_PDFA) != 0;

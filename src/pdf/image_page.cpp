@@ -1,6 +1,7 @@
 #include "pdf/image_page.h"
 
 #include <cstring>
+#include <utility>
 
 #include "annotations/burn_in.h"
 #include "annotations/page_annotations.h"
@@ -302,6 +303,11 @@ uint32_t CopyImage(PdfDocument* pdf, TiffFile* tiff, const TiffPageInfo& info, E
         SetTableGrey(&image);
     }
     CheckedArray<uint8_t> joined;
+    // JPEG data of RGB pages holds the samples untransformed.
+    if (info.compression == 7 && info.photometric == 2) {
+        image.decodeParms = PdfMakeDictionary(record);
+        PdfDictionarySetInteger(image.decodeParms, "ColorTransform", 0, record);
+    }
     switch (info.compression) {
         case 3:
             image.filter = "CCITTFaxDecode";
@@ -467,6 +473,8 @@ bool RecompressPage(PdfDocument* pdf, TiffFile* tiff, const TiffPageInfo& info, 
         double across = 1;
         double down = 1;
         PointsPerPixel(info, &across, &down);
+        // A page decoded from several strips or tiles comes out upright.
+        if (image.width != info.width) std::swap(across, down);
         WritePage(pdf, number, image.width * across, image.height * down, rotation, record);
     }
     PdfFreeObject(image.decodeParms);

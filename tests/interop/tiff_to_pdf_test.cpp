@@ -73,6 +73,8 @@ const Case kCases[] = {
     {"rgb-none", "rgb", "-c none -r 9999", "image rgb 3 8\n", 0, false},
     {"rgb-strips", "rgb", "-c zip -r 8", "image rgb 3 8\n", 0, false},
     {"rgb-jpeg", "rgb", "-c jpeg:95 -r 160", "jpeg rgb 3 8\n", 8, false},
+    {"rgb-jpeg-raw", "rgb", "-c jpeg:r:95 -r 160", "jpeg rgb 3 8\n", 8, false},
+    {"grey-jpeg", "grey", "-c jpeg:90 -r 160", "jpeg gray 1 8\n", 8, false},
 };
 
 // pdfimages' listing of page 1: "encoding colour-space components bits".
