@@ -1,0 +1,1 @@
+list(APPEND UNIT_TESTS unit/pdf_exports_test.cpp)
