@@ -61,6 +61,8 @@ struct ByteBlock {
     uint32_t size() const { return handle == nullptr ? 0 : static_cast<uint32_t>(platform::MemSize(handle)); }
 };
 
+// Marks a colour table whose entries are all grey, which then keeps one byte
+// per entry.
 void SetTableGrey(PageImage* image) {
     image->tableGrey = true;
     for (uint32_t i = 0; i < image->tableEntries; ++i) {
@@ -71,6 +73,7 @@ void SetTableGrey(PageImage* image) {
     for (uint32_t i = 0; i < image->tableEntries; ++i) image->table[i] = image->table[3 * i];
 }
 
+// The image's colour space; an indexed one writes its table first.
 PdfObject* MakeColorSpace(PdfDocument* pdf, const PageImage& image, ErrorRecord* record) {
     if (image.tableEntries == 0) return PdfMakeName(image.colorSpace, record);
     const uint32_t tableNumber = NewPdfObjectNumber(pdf, record);
@@ -245,6 +248,7 @@ bool EnhancedCandidate(const TiffPageInfo& info) {
     return (grey && info.bitsPerSample == 4) || (palette && (info.bitsPerSample == 4 || info.bitsPerSample == 8));
 }
 
+// Whether the page is copied: it can be, and the choices keep its coding.
 bool ShouldCopy(const TiffPageInfo& info, const ImagePageChoices& choices) {
     if (!Copyable(info, choices) || (choices.enhanced && EnhancedCandidate(info))) return false;
     if (choices.forceBilevel && (info.compression == 1 || !Bilevel(info))) return false;
@@ -252,6 +256,7 @@ bool ShouldCopy(const TiffPageInfo& info, const ImagePageChoices& choices) {
     return !(Bilevel(info) && info.compression != 1 && wanted != 0 && wanted != info.compression);
 }
 
+// The decode parameters of the page's stored fax data; `k` 0 is left out.
 PdfObject* FaxParameters(const TiffPageInfo& info, int32_t k, ErrorRecord* record) {
     PdfObject* parms = PdfMakeDictionary(record);
     if (k != 0) PdfDictionarySetInteger(parms, "K", k, record);
@@ -270,7 +275,8 @@ bool JoinJpegTables(const TiffPageInfo& info, const uint8_t* strip, uint32_t siz
     if (handle == nullptr || tablesSize < 4 || size < 2) return false;
     const auto* tables = static_cast<const uint8_t*>(platform::MemLock(handle));
     if (tables == nullptr) return false;
-    const bool framed = tables[0] == 0xFF && tables[1] == 0xD8 && strip[0] == 0xFF && strip[1] == 0xD8;
+    const bool framed = tables[0] == 0xFF && tables[1] == 0xD8 && tables[tablesSize - 2] == 0xFF &&
+                        tables[tablesSize - 1] == 0xD9 && strip[0] == 0xFF && strip[1] == 0xD8;
     if (framed && joined->Sized(uint64_t{tablesSize} - 2 + size - 2, record)) {
         std::memcpy(joined->data(), tables, tablesSize - 2);
         std::memcpy(joined->data() + tablesSize - 2, strip + 2, size - 2);
