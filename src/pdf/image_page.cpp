@@ -393,8 +393,9 @@ bool EncodeBilevel(BITMAPINFOHEADER* header, uint16_t compression, PageImage* im
     return record->ok();
 }
 
-// Codes the rows of a DIB of 1, 4, 8 or 24 bits as run-length data.
-bool EncodeRunLength(BITMAPINFOHEADER* header, PageImage* image, ByteBlock* coded, ErrorRecord* record) {
+// Codes the rows of a DIB of 1, 4, 8 or 24 bits as run-length data, or with
+// `lzw` an 8-bit DIB of colours as LZW data.
+bool EncodeSamples(BITMAPINFOHEADER* header, bool lzw, PageImage* image, ByteBlock* coded, ErrorRecord* record) {
     const uint16_t depth = header->biBitCount;
     if (depth != 1 && depth != 4 && depth != 8 && depth != 24) {
         SetRecordError(record, kErrUnsupportedImageType, 0);
@@ -423,10 +424,15 @@ bool EncodeRunLength(BITMAPINFOHEADER* header, PageImage* image, ByteBlock* code
     }
     strip.out = OpenMemoryStream(false, record);
     if (strip.out == nullptr) return false;
-    EncodePackBitsStrip(strip, record);
-    StreamWrite(strip.out, &kRunLengthEnd, 1, record);
+    lzw = lzw && depth == 8 && !image->tableGrey;
+    if (lzw) {
+        EncodeLzwStrip(strip, record);
+    } else {
+        EncodePackBitsStrip(strip, record);
+        StreamWrite(strip.out, &kRunLengthEnd, 1, record);
+    }
     if (!coded->Take(strip.out, record)) return false;
-    image->filter = "RunLengthDecode";
+    image->filter = lzw ? "LZWDecode" : "RunLengthDecode";
     return record->ok();
 }
 
@@ -472,7 +478,10 @@ bool RecompressPage(PdfDocument* pdf, TiffFile* tiff, const TiffPageInfo& info, 
     // for, which all become run-length data here.
     const uint16_t wanted = choices.bilevelCompression;
     const bool fax = header->biBitCount == 1 && wanted != 1 && wanted != 5 && wanted != 32773;
-    if (fax ? EncodeBilevel(header, wanted, &image, &coded, record) : EncodeRunLength(header, &image, &coded, record)) {
+    // Pages re-coded to be smaller take LZW where it is allowed.
+    const bool lzw = choices.enhanced && EnhancedCandidate(info) && !choices.archive;
+    if (fax ? EncodeBilevel(header, wanted, &image, &coded, record)
+            : EncodeSamples(header, lzw, &image, &coded, record)) {
         image.data = coded.bytes;
         image.size = coded.size();
         const uint32_t number = WriteImage(pdf, &image, record);

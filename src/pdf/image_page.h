@@ -4,8 +4,9 @@
 // LZW, JPEG, or no compression, in one strip, upright, most significant bit
 // first) is copied byte for byte. Any other page is decoded and coded again:
 // bi-level pages as CCITT Group 4 (run-length data when the bi-level
-// compression asked for is PackBits), the others as run-length data. A page
-// whose annotations are burned in is always decoded.
+// compression asked for is PackBits), the others as run-length data (or LZW
+// for colour palettes re-coded to be smaller). A page whose annotations are
+// burned in is always decoded.
 #pragma once
 
 #include <cstdint>
