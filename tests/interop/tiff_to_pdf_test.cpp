@@ -56,12 +56,14 @@ Picture WritePbm(const Picture& grey, const std::string& path) {
 
 struct Case {
     const char* name;
-    const char* source;                 // "bw", "grey" or "rgb"
-    const char* tiffcp;                 // options; empty: the source file as it is
-    const char* listing;                // pdfimages -list: encoding, colour space, components, bits
-    int tolerance;                      // largest channel difference of the rendering from our decode (lossy pages)
-    bool faxCopy;                       // the CCITT stream is the TIFF's strip, byte for byte
-    const char16_t* setting = nullptr;  // a setting of the section "PDF" in force, and its value
+    const char* source;   // "bw", "grey" or "rgb"
+    const char* tiffcp;   // options; empty: the source file as it is
+    const char* listing;  // pdfimages -list: encoding, colour space, components, bits
+    int tolerance;        // largest channel difference of the rendering from our decode (lossy pages)
+    bool faxCopy;         // the CCITT stream is the TIFF's strip, byte for byte
+    // A setting of the section "PDF" made before the conversion, and its value;
+    // settings stay for the cases that follow, which are ordered to allow it.
+    const char16_t* setting = nullptr;
     const char16_t* value = nullptr;
 };
 
@@ -73,16 +75,15 @@ const Case kCases[] = {
     {"bw-none", "bw", "-c none -r 9999", "image gray 1 1\n", 0, false},
     {"grey-lzw", "grey", "-c lzw -r 9999", "image gray 1 8\n", 0, false},
     {"grey-packbits", "grey", "-c packbits -r 9999", "image index 1 8\n", 0, false},
-    {"grey-strips", "grey", "-c lzw -r 16", "image index 1 8\n", 0, false},
     {"rgb-lzw", "rgb", "-c lzw -r 9999", "image rgb 3 8\n", 0, false},
     {"rgb-none", "rgb", "-c none -r 9999", "image rgb 3 8\n", 0, false},
     {"rgb-strips", "rgb", "-c zip -r 8", "image rgb 3 8\n", 0, false},
     {"rgb-jpeg", "rgb", "-c jpeg:95 -r 160", "jpeg rgb 3 8\n", 8, false},
     {"rgb-jpeg-raw", "rgb", "-c jpeg:r:95 -r 160", "jpeg rgb 3 8\n", 8, false},
     {"grey-jpeg", "grey", "-c jpeg:90 -r 160", "jpeg gray 1 8\n", 8, false},
-    {"g4-as-runs", "bw", "-c g4 -r 9999", "image index 1 1\n", 0, false, u"BW Compression", u"32773"},
     {"palette-smaller", "palette", "-c none -r 9999", "image index 1 8\n", 255, false, u"Enhanced Compress", u"1"},
     {"rgb-to-bw", "rgb", "-c lzw -r 9999", "ccitt gray 1 1\n", 255, false, u"To BW", u"1"},
+    {"g4-as-runs", "bw", "-c g4 -r 9999", "image index 1 1\n", 0, false, u"BW Compression", u"32773"},
 };
 
 // Page 1 as this library decodes it.
@@ -102,7 +103,6 @@ protected:
              {"qpdf", "pdfimages", "pdfinfo", "pdftoppm", "tiffcp", "ppm2tiff", "tiffset", "tiffmedian", "pal2rgb"}) {
             REQUIRE_PEER(peers::Have(("/usr/bin/" + std::string(tool)).c_str()), tool);
         }
-        ASSERT_TRUE(dir_.ok());
         setenv("XDG_CONFIG_HOME", dir_.path().c_str(), 1);
         ASSERT_TRUE(SetPrefsRoot(u"Software\\VelmoraTests\\TiffToPdf", &record_));
         pictures_ = {{"grey", MakePicture(240, 160, 1, 1)}, {"rgb", MakePicture(240, 160, 3, 2)}};
@@ -160,7 +160,6 @@ TEST_F(TiffToPdf, EachEncodingChecksListsAndRendersAsItsSource) {
         const std::string tiff = Tiff(c);
         if (c.setting) ASSERT_TRUE(WriteUserSetting(SettingsKeyPath(u"PDF"), c.setting, c.value, &error));
         const std::string pdf = Convert(tiff);
-        if (c.setting) ASSERT_TRUE(WriteUserSetting(SettingsKeyPath(u"PDF"), c.setting, u"0", &error));
         EXPECT_TRUE(peers::Run("qpdf --check " + pdf));
         EXPECT_EQ(peers::Output("pdfimages -list " + pdf + " | awk 'NR == 3 { print $9, $6, $7, $8 }'"), c.listing);
         const Picture source = c.tolerance == 0 ? pictures_[c.source] : OwnDecode(tiff);
@@ -187,20 +186,19 @@ TEST_F(TiffToPdf, PagesAppendedOneByOneKeepSizeTurnAndColours) {
     ASSERT_TRUE(peers::Run("ppm2tiff -c g4 -r 9999 -R 200 " + dir_.Path("fax.pbm") + " " + fax));
 
     HGLOBAL document = CreateVelmoraPDF(pdf.c_str(), nullptr);
-    ASSERT_NE(document, nullptr);
     for (const std::string& page : {g4, turned, blackIsZero, coarse, palette, fax}) {
         EXPECT_TRUE(AppendVelmoraPDFPage(document, page.c_str(), 1)) << page << " " << GetLastVelmoraErrorCode();
     }
-    EXPECT_FALSE(AppendVelmoraPDFPage(document, g4.c_str(), 2));
-    EXPECT_EQ(GetLastVelmoraErrorCode(), 87u);
+    EXPECT_TRUE(!AppendVelmoraPDFPage(document, g4.c_str(), 2) && GetLastVelmoraErrorCode() == 87u);
     EXPECT_TRUE(SaveVelmoraPDF(document));
     EXPECT_TRUE(CloseVelmoraPDF(document));
 
     EXPECT_TRUE(peers::Run("qpdf --check " + pdf));
-    EXPECT_EQ(peers::Output("pdfinfo -f 1 -l 6 " + pdf + " | grep -c -e 'Page    1 size:  86.4 x 57.6 pts' -e " +
-                            "'Page    2 rot:   90' -e 'Page    4 size:  172.8 x 115.2 pts'"),
-              "3\n");
-    EXPECT_TRUE(peers::Run("grep -a -q '/MediaBox \\[0 0 622.08 792\\]' " + pdf));
+    // Page 1 at 200 dpi, page 2 turned, page 4 at 100 dpi, page 6 a letter-sized fax page.
+    EXPECT_EQ(peers::Output("grep -a -o -e '/MediaBox \\[0 0 86.4 57.6\\]' -e '/Rotate 90' -e '/MediaBox \\[0 0 172.8 "
+                            "115.2\\]' -e '/MediaBox \\[0 0 622.08 792\\]' " +
+                            pdf + " | sort -u | wc -l"),
+              "4\n");
     Picture inverted = pictures_["bw"];
     for (uint8_t& value : inverted.pixels) value = static_cast<uint8_t>(255 - value);
     EXPECT_EQ(peers::LargestDifference(Render(pdf, true, 3), inverted), 0);
@@ -226,8 +224,7 @@ void WriteCompanion(const std::string& tiff, RECT rect) {
 }
 
 TEST_F(TiffToPdf, AnnotationsAreBurnedInUnlessTheRecordSaysNot) {
-    const std::string tiff = dir_.Path("annotated.tif");
-    ASSERT_TRUE(peers::Run("tiffcp -c g4 -r 9999 " + dir_.Path("bw.tif") + " " + tiff));
+    const std::string tiff = Tiff(kCases[0]);
     WriteCompanion(tiff, {40, 30, 120, 90});
     const Picture page = Render(Convert(tiff), true);
     const Picture& source = pictures_["bw"];
