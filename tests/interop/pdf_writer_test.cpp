@@ -14,6 +14,7 @@
 
 #include "pdf/cross_reference.h"
 #include "pdf/indirect_object.h"
+#include "platform/local_time.h"
 #include "platform/platform.h"
 #include "support/peers.h"
 
