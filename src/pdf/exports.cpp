@@ -28,6 +28,7 @@ namespace {
 constexpr uint32_t kPdfHandleSignature = 0x46445056u;  // "VPDF"
 // Bits of the conversion defaults' flag word.
 constexpr uint32_t kOptionBurnIn = 0x0400;
+constexpr uint32_t kOptionTextLayer = 0x1000;
 constexpr uint32_t kOptionArchive = 0x2000;
 
 constexpr WORD kInfoKnownFlags = 0x801F;
@@ -81,10 +82,11 @@ int32_t IntegerSetting(uint16_t valueId) {
 }
 
 // The choices for pages, read afresh for every page.
-velmora::ImagePageChoices PageChoices(bool archive, bool burnIn) {
+velmora::ImagePageChoices PageChoices(bool archive, bool burnIn, bool textLayer) {
     velmora::ImagePageChoices choices;
     choices.archive = archive;
     choices.burnAnnotations = burnIn;
+    choices.textLayer = textLayer;
     const int32_t compression = IntegerSetting(kValueBilevelCompression);
     const bool known = (compression >= 0 && compression <= 5) || compression == 32773;
     choices.bilevelCompression = static_cast<uint16_t>(known ? compression : 0);
@@ -96,6 +98,7 @@ velmora::ImagePageChoices PageChoices(bool archive, bool burnIn) {
 }
 
 bool DefaultBurnIn() { return (velmora::DefaultConversionOptions()->flags & kOptionBurnIn) != 0; }
+bool DefaultTextLayer() { return (velmora::DefaultConversionOptions()->flags & kOptionTextLayer) != 0; }
 
 // Opens the TIFF at `path` as a document: 0x02000002 for a file of no known
 // type and 0x0200001B for another known type.
@@ -121,7 +124,7 @@ bool AppendPage(HGLOBAL pdf, const std::u16string& path, DWORD page, ExportCall*
     velmora::TiffDocument* tiff = OpenTiffSource(path, &call->record);
     if (tiff != nullptr) {
         velmora::AppendTiffPage(document, tiff, page,
-                                PageChoices(document->pdfaMode != velmora::kPdfaPlain, DefaultBurnIn()), &call->record);
+                                PageChoices(document->pdfaMode != velmora::kPdfaPlain, DefaultBurnIn(), DefaultTextLayer()), &call->record);
         velmora::CloseTiffDocument(tiff, nullptr);
     }
     return call->Finish() != 0;
@@ -227,6 +230,8 @@ BOOL VELMORA_API ConvertVelmoraTIFFToPDFEx(const VelmoraTIFFToPDFInfo* info) {
     }
     bool archive = (velmora::DefaultConversionOptions()->flags & kOptionArchive) != 0;
     if (flags & VELMORA_TIFF_TO_PDF_PDFA_VALID) archive = (info->options & VELMORA_TIFF_TO_PDF_PDFA) != 0;
+    bool textLayer = DefaultTextLayer();
+    if (flags & VELMORA_TIFF_TO_PDF_TEXT_LAYER_VALID) textLayer = (info->options & VELMORA_TIFF_TO_PDF_TEXT_LAYER) != 0;
     bool burnIn = DefaultBurnIn();
     if (masked && (info->valueMask & VELMORA_TIFF_TO_PDF_VALUE_BURN_IN)) {
         burnIn = (info->values & VELMORA_TIFF_TO_PDF_VALUE_BURN_IN) != 0;
@@ -239,7 +244,7 @@ BOOL VELMORA_API ConvertVelmoraTIFFToPDFEx(const VelmoraTIFFToPDFInfo* info) {
         tiff == nullptr ? nullptr : velmora::CreatePdfDocument(destination.c_str(), false, &call.record);
     if (document != nullptr) {
         for (uint32_t page = 1; page <= tiff->pageCount && call.record.ok(); ++page) {
-            velmora::AppendTiffPage(document, tiff, page, PageChoices(archive, burnIn), &call.record);
+            velmora::AppendTiffPage(document, tiff, page, PageChoices(archive, burnIn, textLayer), &call.record);
         }
         velmora::SaveDocument(document, &call.record);
         velmora::ClosePdfDocument(document);

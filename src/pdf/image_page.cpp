@@ -15,6 +15,7 @@
 #include "io/stream.h"
 #include "pdf/indirect_object.h"
 #include "pdf/number_format.h"
+#include "pdf/text_layer.h"
 #include "platform/platform.h"
 #include "tiff/page_decoder.h"
 #include "tiff/page_info.h"
@@ -122,9 +123,10 @@ PdfObject* MakeRealArray(const double* values, size_t count, ErrorRecord* record
 }
 
 // Writes the content stream and the page of an image of `width` x `height`
-// points and lists the page last in the page tree.
+// points, with the text layer's content stream after it when `text` holds
+// one, and lists the page last in the page tree.
 void WritePage(PdfDocument* pdf, uint32_t imageNumber, double width, double height, uint16_t rotate,
-               ErrorRecord* record) {
+               const CheckedArray<uint8_t>& text, ErrorRecord* record) {
     char w[kNumberTextSize];
     char h[kNumberTextSize];
     FormatReal(width, w);
@@ -141,6 +143,15 @@ void WritePage(PdfDocument* pdf, uint32_t imageNumber, double width, double heig
         WriteStreamObject(pdf, stream, contentNumber, content, static_cast<uint32_t>(std::strlen(content)), record);
     }
     PdfFreeObject(stream);
+    uint32_t textNumber = 0;
+    if (!text.empty() && record->ok()) {
+        textNumber = NewPdfObjectNumber(pdf, record);
+        PdfObject* textStream = PdfMakeStream(record);
+        if (textStream != nullptr) {
+            WriteStreamObject(pdf, textStream, textNumber, text.data(), static_cast<uint32_t>(text.size()), record);
+        }
+        PdfFreeObject(textStream);
+    }
 
     PdfObject* catalog = PdfLoadedObject(pdf, pdf->root.number);
     PdfObject* pagesReference = catalog == nullptr ? nullptr : PdfDictionaryGet(catalog, "Pages");
@@ -158,10 +169,26 @@ void WritePage(PdfDocument* pdf, uint32_t imageNumber, double width, double heig
     PdfDictionarySetReference(xobjects, "I1", imageNumber, 0, record);
     PdfObject* resources = PdfMakeDictionary(record);
     PdfDictionarySet(resources, "XObject", xobjects, record);
+    if (textNumber != 0) {
+        PdfObject* courier = PdfMakeDictionary(record);
+        PdfDictionarySetName(courier, "Type", "Font", record);
+        PdfDictionarySetName(courier, "Subtype", "Type1", record);
+        PdfDictionarySetName(courier, "BaseFont", "Courier", record);
+        PdfObject* fonts = PdfMakeDictionary(record);
+        PdfDictionarySet(fonts, "F1", courier, record);
+        PdfDictionarySet(resources, "Font", fonts, record);
+    }
     PdfDictionarySet(page, "Resources", resources, record);
     const double box[4] = {0, 0, width, height};
     PdfDictionarySet(page, "MediaBox", MakeRealArray(box, 4, record), record);
-    PdfDictionarySetReference(page, "Contents", contentNumber, 0, record);
+    if (textNumber != 0) {
+        PdfObject* contents = PdfMakeArray(record);
+        PdfArrayAppend(contents, PdfMakeReference(contentNumber, 0, record), record);
+        PdfArrayAppend(contents, PdfMakeReference(textNumber, 0, record), record);
+        PdfDictionarySet(page, "Contents", contents, record);
+    } else {
+        PdfDictionarySetReference(page, "Contents", contentNumber, 0, record);
+    }
     if (rotate != 0) PdfDictionarySetInteger(page, "Rotate", rotate, record);
     if (page != nullptr) WriteIndirectObject(pdf, page, pageNumber, 0, record);
     PdfFreeObject(page);
@@ -452,7 +479,7 @@ bool BurnIn(AnnotationList* list, uint16_t rotation, HGLOBAL* dib, ErrorRecord* 
 // Decodes the page, draws `annotations` (when not null) into it and codes it
 // again.
 bool RecompressPage(PdfDocument* pdf, TiffFile* tiff, const TiffPageInfo& info, const ImagePageChoices& choices,
-                    AnnotationList* annotations, ErrorRecord* record) {
+                    AnnotationList* annotations, CheckedArray<uint8_t>* text, ErrorRecord* record) {
     uint16_t rotation = 0;
     HGLOBAL dib = DecodePage(tiff, info, nullptr, &rotation, record);
     if (dib == nullptr) return false;
@@ -488,9 +515,13 @@ bool RecompressPage(PdfDocument* pdf, TiffFile* tiff, const TiffPageInfo& info, 
         double across = 1;
         double down = 1;
         PointsPerPixel(info, &across, &down);
-        // A page decoded from several strips or tiles comes out upright.
-        if (image.width != info.width) std::swap(across, down);
-        WritePage(pdf, number, image.width * across, image.height * down, rotation, record);
+        // A page decoded from several strips or tiles comes out upright; the
+        // boxes of its text no longer fit it.
+        if (image.width != info.width) {
+            std::swap(across, down);
+            text->Clear();
+        }
+        WritePage(pdf, number, image.width * across, image.height * down, rotation, *text, record);
     }
     PdfFreeObject(image.decodeParms);
     UnlockImage(dib);
@@ -508,6 +539,37 @@ uint32_t PageIfd(const TiffDocument* document, uint32_t page) {
         if (found == 0) found = row.ifd;
     }
     return found;
+}
+
+// The text layer of a page that carries an OCR text record, without the
+// words that touch a redaction about to be burned into the page. A record
+// the text layer cannot use leaves the page without one; only a lack of
+// memory fails the page.
+void TextLayerOf(const TiffPageInfo& info, const AnnotationList& burned, CheckedArray<uint8_t>* text,
+                 ErrorRecord* record) {
+    if (info.ocrText.handle == nullptr || record->failed()) return;
+    CheckedArray<OcrBox> redactions;
+    for (const Annotation* a : burned) {
+        if (!IsRedaction(*a) || a->hidden()) continue;
+        const AnnotationRect r = a->family == AnnotationFamily::Ellipse    ? a->ellipse.rect
+                                 : a->family == AnnotationFamily::Freehand ? a->freehand.bounds
+                                                                           : a->rectangle.rect;
+        if (!redactions.Append(OcrBox{r.left, r.top, r.right - 1, r.bottom - 1}, record)) return;
+    }
+    double across = 1;
+    double down = 1;
+    PointsPerPixel(info, &across, &down);
+    TextLayerPage page;
+    page.width = static_cast<int32_t>(info.width);
+    page.height = static_cast<int32_t>(info.length);
+    page.xResolution = 72 / across;
+    page.yResolution = 72 / down;
+    const auto* bytes = static_cast<const uint8_t*>(platform::MemLock(info.ocrText.handle));
+    ErrorRecord local;
+    BuildTextLayer(bytes, info.ocrText.size, page, redactions.data(), redactions.size(), text, &local);
+    platform::MemUnlock(info.ocrText.handle);
+    if (local.code == kErrNotEnoughMemory) SetRecordError(record, kErrNotEnoughMemory, 0);
+    if (local.failed()) text->Clear();
 }
 
 }  // namespace
@@ -528,6 +590,7 @@ bool AppendTiffPage(PdfDocument* pdf, TiffDocument* tiff, uint32_t page, const I
     SetWanted(&info, kFieldImage);
     SetWanted(&info, kFieldXResolution);
     SetWanted(&info, kFieldYResolution);
+    if (choices.textLayer) SetWanted(&info, kFieldOcrText);
     if (!ReadPageInfo(tiff->tiff, ifd, kReadStructure | kReadCheckImage, &info, record)) return false;
     uint16_t turn = 0;
     if (!OrientationTurn(info.orientation, &turn) || info.bitsPerSample > 8) {
@@ -542,16 +605,18 @@ bool AppendTiffPage(PdfDocument* pdf, TiffDocument* tiff, uint32_t page, const I
         FreePageInfo(&info);
         return false;
     }
+    CheckedArray<uint8_t> text;
+    if (choices.textLayer) TextLayerOf(info, annotations, &text, record);
     if (!annotations.empty()) {
-        RecompressPage(pdf, tiff->tiff, info, choices, &annotations, record);
+        RecompressPage(pdf, tiff->tiff, info, choices, &annotations, &text, record);
     } else if (ShouldCopy(info, choices)) {
         const uint32_t imageNumber = CopyImage(pdf, tiff->tiff, info, record);
         double across = 1;
         double down = 1;
         PointsPerPixel(info, &across, &down);
-        WritePage(pdf, imageNumber, info.width * across, info.length * down, 0, record);
+        WritePage(pdf, imageNumber, info.width * across, info.length * down, 0, text, record);
     } else {
-        RecompressPage(pdf, tiff->tiff, info, choices, nullptr, record);
+        RecompressPage(pdf, tiff->tiff, info, choices, nullptr, &text, record);
     }
     FreePageInfo(&info);
     return record->ok();

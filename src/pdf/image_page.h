@@ -25,6 +25,7 @@ struct ImagePageChoices {
     uint16_t bilevelCompression = 0;  // 0 keeps what a bi-level page has; another value re-codes it
     bool enhanced = false;            // re-code pages of 4-bit grey and 4- or 8-bit palettes
     bool burnAnnotations = false;     // draw the page's annotations into its image
+    bool textLayer = false;           // the page's OCR text as an invisible text layer
 };
 
 // Appends page `page` (1-based) of `tiff` to `pdf`: the image, its colour

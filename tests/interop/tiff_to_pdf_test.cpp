@@ -5,19 +5,24 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <map>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "support/peers.h"
 #include "support/pictures.h"
+#include "annotations/annotation.h"
+#include "annotations/annotation_stream.h"
 #include "frame/settings.h"
 #include "frame/settings_store.h"
+#include "pdf/ocr_text.h"
 #include "platform/platform.h"
 #include "tiff/image_file_reader.h"
 #include "velmora/velmora.h"
@@ -241,6 +246,91 @@ TEST_F(TiffToPdf, AnnotationsAreBurnedInUnlessTheRecordSaysNot) {
     record.valueMask = VELMORA_TIFF_TO_PDF_VALUE_BURN_IN;
     ASSERT_TRUE(ConvertVelmoraTIFFToPDFEx(&record)) << GetLastVelmoraErrorCode();
     EXPECT_EQ(peers::LargestDifference(Render(plain, true), source), 0);
+}
+
+// A movable block holding `bytes`.
+HGLOBAL Block(const uint8_t* bytes, size_t size) {
+    HGLOBAL block = platform::MemAlloc(GMEM_MOVEABLE, size);
+    std::memcpy(platform::MemLock(block), bytes, size);
+    platform::MemUnlock(block);
+    return block;
+}
+
+// An OCR text record of one line of words, each letter 10 pixels wide and
+// the words 10 pixels apart, starting at (10, 20).
+std::vector<uint8_t> OcrLine(const std::vector<std::string>& words) {
+    ErrorRecord record;
+    OcrEntry entry;
+    int32_t x = 10;
+    for (const std::string& word : words) {
+        if (x != 10) entry.chars.Append(OcrChar{u' ', OcrCharKind::Separator, {}}, &record);
+        for (char c : word) {
+            entry.chars.Append(OcrChar{static_cast<uint16_t>(c), OcrCharKind::Boxed, {x, 20, x + 9, 39}}, &record);
+            x += 10;
+        }
+        x += 10;
+    }
+    OcrTextWriter writer;
+    writer.Begin(1, 0, 0, 1);
+    CheckedArray<uint8_t> out;
+    EXPECT_TRUE(writer.Add(entry, &record) && writer.Finish(&out, &record));
+    return std::vector<uint8_t>(out.begin(), out.end());
+}
+
+TEST_F(TiffToPdf, TheTextLayerPlacesEachWordOverItsBoxAndDropsRedactedOnes) {
+    REQUIRE_PEER(peers::Have("/usr/bin/pdftotext"), "pdftotext");
+    // "alpha" spans pixels 10-59, "beta" 70-109 (under a redaction), "gamma" 120-169.
+    const std::vector<uint8_t> text = OcrLine({"alpha", "beta", "gamma"});
+    ErrorRecord record;
+    AnnotationList list;
+    Annotation* redaction = NewAnnotation(AnnotationFamily::Rectangle, nullptr, &record);
+    redaction->rectangle.rect = {65, 15, 112, 45};
+    redaction->rectangle.backColor = 0;
+    redaction->nodeFlags = kNodeRedaction;
+    list.Append(redaction, &record);
+    uint32_t streamSize = 0;
+    HGLOBAL stream = WriteAnnotationStream(list, false, &streamSize, &record);
+    HGLOBAL ocr = Block(text.data(), text.size());
+
+    const std::string tiff = dir_.Path("ocr.tif");
+    HGLOBAL source = OpenVelmoraTIFF(Tiff(kCases[0]).c_str(), VELMORA_TIFF_READ, 0);
+    HGLOBAL target = OpenVelmoraTIFF(tiff.c_str(), VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 1);
+    VelmoraAppendTIFF append = {};
+    append.size = VELMORA_APPEND_TIFF_SIZE_V5;
+    append.sourceTIFF = source;
+    append.sourcePage = 1;
+    append.flags = VELMORA_APPEND_OCR_TEXT | VELMORA_APPEND_ANNOTATIONS;
+    append.ocrText = ocr;
+    append.annotations = stream;
+    ASSERT_EQ(AppendVelmoraOpenTIFFEx(target, &append), 1) << std::hex << GetLastVelmoraErrorCode();
+    CloseVelmoraTIFF(target);
+    CloseVelmoraTIFF(source);
+    platform::MemFree(ocr);
+    platform::MemFree(stream);
+
+    const std::string pdf = Convert(tiff);
+    EXPECT_TRUE(peers::Run("qpdf --check " + pdf + " > /dev/null"));
+    const std::string boxes = dir_.Path("ocr.html");
+    ASSERT_TRUE(peers::Run("pdftotext -bbox " + pdf + " " + boxes));
+    std::ifstream in(boxes);
+    const std::string html((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(html.find(">beta<"), std::string::npos) << html;
+    // At 200 dpi a pixel is 0.36 point; the words lie on pixel rows 20-39.
+    for (const auto& [word, left, right] : {std::tuple<const char*, double, double>{"alpha", 10, 60},
+                                            std::tuple<const char*, double, double>{"gamma", 120, 170}}) {
+        const size_t end = html.find(std::string(">") + word + "<");
+        ASSERT_NE(end, std::string::npos) << word << html;
+        const std::string tag = html.substr(html.rfind("<word", end), end - html.rfind("<word", end));
+        double xMin, yMin, xMax, yMax;
+        ASSERT_EQ(std::sscanf(tag.c_str(), "<word xMin=\"%lf\" yMin=\"%lf\" xMax=\"%lf\" yMax=\"%lf\"", &xMin,
+                              &yMin, &xMax, &yMax),
+                  4)
+            << tag;
+        EXPECT_NEAR(xMin, left * 0.36, 1) << word;
+        EXPECT_NEAR(xMax, right * 0.36, 1) << word;
+        EXPECT_NEAR(yMin, 20 * 0.36, 1) << word;
+        EXPECT_NEAR(yMax, 40 * 0.36, 1) << word;
+    }
 }
 
 }  // namespace
