@@ -183,6 +183,16 @@ def check_annotations(velmora, tmp, document):
             ImageChops.difference(after, Image.open(rendered).convert("RGB")).getbbox() is not None:
         print("burned annotation: border", border, "lighter inside", darker, "blue fell", blue)
         failures += 1
+    # The annotated file as an image PDF that qpdf accepts, its annotation burned in.
+    pdf = os.path.join(tmp, "annotated.pdf")
+    run(velmora, "convert", annotated, pdf)
+    page = os.path.join(tmp, "pdf-page")
+    if shutil.which("qpdf") and shutil.which("pdftoppm"):
+        run("qpdf", "--check", pdf)
+        run("pdftoppm", "-f", "2", "-l", "2", "-r", "72", "-singlefile", pdf, page)
+        if Image.open(page + ".ppm").size != after.size:
+            print("PDF page size:", Image.open(page + ".ppm").size, "for", after.size)
+            failures += 1
     return failures
 
 

@@ -24,8 +24,8 @@ std::string JsonString(const char* text);
 HGLOBAL LoadJpeg(const char* path);
 // The arguments FILE [--json]: false when they are anything else.
 bool ParseFileAndJson(int argc, char** argv, const char** path, bool* json);
-// The document type a file name asks for: VELMORA_DOCTYPE_BMP or _JPEG by
-// its extension (any case), VELMORA_DOCTYPE_TIFF otherwise.
+// The document type a file name asks for: VELMORA_DOCTYPE_BMP, _JPEG or _PDF
+// by its extension (any case), VELMORA_DOCTYPE_TIFF otherwise.
 LONG OutputType(const char* path);
 // A page number from 1 to 2^32 - 1: false after saying on standard error
 // that `text` is not one.

@@ -103,6 +103,7 @@ LONG OutputType(const char* path) {
     for (char& c : extension) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
     if (extension == "bmp") return VELMORA_DOCTYPE_BMP;
     if (extension == "jpg" || extension == "jpeg") return VELMORA_DOCTYPE_JPEG;
+    if (extension == "pdf") return VELMORA_DOCTYPE_PDF;
     return VELMORA_DOCTYPE_TIFF;
 }
 

@@ -148,6 +148,24 @@ DWORD CountPages(const Source& source) {
     return pages;
 }
 
+// Every page of a TIFF file as an image PDF: pages copied where their coding
+// allows, annotations burned in and the OCR text as a text layer unless
+// asked otherwise.
+int ConvertToPdf(const char* in, const char* out, bool archive, bool textLayer, bool burn) {
+    VelmoraTIFFToPDFInfo info = {};
+    info.size = VELMORA_TIFF_TO_PDF_INFO_SIZE_V2;
+    info.flags = VELMORA_TIFF_TO_PDF_PDFA_VALID | VELMORA_TIFF_TO_PDF_TEXT_LAYER_VALID | VELMORA_TIFF_TO_PDF_MASKED_VALUES;
+    info.options = (archive ? VELMORA_TIFF_TO_PDF_PDFA : 0) | (textLayer ? VELMORA_TIFF_TO_PDF_TEXT_LAYER : 0);
+    info.source = in;
+    info.destination = out;
+    info.valueMask = VELMORA_TIFF_TO_PDF_VALUE_BURN_IN;
+    info.values = burn ? VELMORA_TIFF_TO_PDF_VALUE_BURN_IN : 0;
+    if (ConvertVelmoraTIFFToPDFEx(&info)) return 0;
+    const int result = Fail(in);
+    std::remove(out);
+    return result;
+}
+
 }  // namespace
 
 int RunConvert(int argc, char** argv) {
@@ -158,7 +176,15 @@ int RunConvert(int argc, char** argv) {
     WORD quality = 0;
     LONG color = -1;
     bool convertColor = false;
+    bool archive = false, textLayer = true, burn = true;
     for (int i = 0; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--pdfa") == 0 || std::strcmp(argv[i], "--no-text-layer") == 0 ||
+            std::strcmp(argv[i], "--no-burn") == 0) {
+            archive = archive || argv[i][2] == 'p';
+            textLayer = textLayer && std::strcmp(argv[i], "--no-text-layer") != 0;
+            burn = burn && std::strcmp(argv[i], "--no-burn") != 0;
+            continue;
+        }
         if (std::strcmp(argv[i], "--color") == 0 && i + 1 < argc) {
             if (!ParseColor(argv[++i], &color)) {
                 std::fprintf(stderr, "velmora: unknown colour type: %s\n", argv[i]);
@@ -194,8 +220,15 @@ int RunConvert(int argc, char** argv) {
     if (in == nullptr || out == nullptr) {
         std::fprintf(stderr,
                      "usage: velmora convert IN OUT [--compression NAME] [--quality Q] [--pages LIST] "
-                     "[--color TYPE]\n");
+                     "[--color TYPE]\n       velmora convert IN.tif OUT.pdf [--pdfa] [--no-text-layer] [--no-burn]\n");
         return 2;
+    }
+    if (OutputType(out) == VELMORA_DOCTYPE_PDF) {
+        if (pageList != nullptr || convertColor || compression != VELMORA_COMPRESSION_DEFAULT || quality != 0) {
+            std::fprintf(stderr, "velmora: a PDF takes every page as it is (--pdfa, --no-text-layer, --no-burn)\n");
+            return 2;
+        }
+        return ConvertToPdf(in, out, archive, textLayer, burn);
     }
     Source source;
     source.path = in;

@@ -43,7 +43,11 @@ const Command kCommands[] = {
      "lzw, deflate, packbits, none (every page), jpeg (grey and colour pages; --quality from 1 to\n"
      "100, 75 by default). --color converts every page\n"
      "to bw, dither (dithered black and white), gray16, gray256, pal16, pal256 or rgb. Pages that\n"
-     "are decoded to be coded again are stored upright. Shows progress on a terminal.",
+     "are decoded to be coded again are stored upright. Shows progress on a terminal.\n"
+     "OUT.pdf makes an image PDF of every page of a TIFF file: pages copied where their\n"
+     "coding allows, annotations burned in (not with --no-burn), OCR text as an invisible\n"
+     "text layer (not with --no-text-layer); --pdfa asks for PDF/A-1b, which this edition\n"
+     "refuses.",
      RunConvert},
     {"append", "velmora append DEST.tif SOURCE.tif...",
      "Append every page of each SOURCE to DEST, creating it when it does not exist. DEST is\n"
