@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "velmora/velmora.h"
 
@@ -48,6 +49,24 @@ HGLOBAL BurnPage(HGLOBAL tiff, DWORD page, HGLOBAL dib, bool redactionsOnly, HGL
 // numerator / denominator, 0 for a zero denominator.
 double Value(DWORD numerator, DWORD denominator);
 
+// A recognised word (UTF-8) and its box in page pixels.
+struct OcrWord {
+    std::string text;
+    RECT box;
+};
+using OcrLine = std::vector<OcrWord>;
+// The lines as a recognised-text record (a movable block), or null for a
+// word that is empty or not UTF-8, or when memory runs out.
+HGLOBAL BuildOcrRecord(const std::vector<OcrLine>& lines);
+// Rewrites a TIFF file with records[p - 1] stored with page p (none where
+// null or missing), through a temporary file: 0, or 1 with the file unchanged.
+int StoreOcrRecords(const char* path, const std::vector<HGLOBAL>& records);
+// Recognises the pages of a TIFF file (every page for a null list) with
+// tesseract and stores the text with them: 0, or 1 after saying why.
+int RecogniseTiff(const char* path, const char* language, const char* pageList);
+// The pages a list such as 1,3-5 names, each from 1 to count.
+bool ParsePages(const char* text, DWORD count, std::vector<DWORD>* pages);
+
 int RunAnnotate(int argc, char** argv);
 int RunAnnotations(int argc, char** argv);
 int RunAppend(int argc, char** argv);
@@ -55,6 +74,8 @@ int RunBurn(int argc, char** argv);
 int RunConvert(int argc, char** argv);
 int RunDespeckle(int argc, char** argv);
 int RunInfo(int argc, char** argv);
+int RunOcr(int argc, char** argv);
+int RunOcrAttach(int argc, char** argv);
 int RunPages(int argc, char** argv);
 int RunRender(int argc, char** argv);
 int RunResize(int argc, char** argv);

@@ -3,7 +3,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "command.h"
@@ -106,6 +108,8 @@ bool ParseCompression(const char* text, WORD* code) {
     return false;
 }
 
+}  // namespace
+
 // "1,3-5" as the pages 1, 3, 4, 5 (within `count`); false for a malformed
 // list or a page outside the document.
 bool ParsePages(const char* text, DWORD count, std::vector<DWORD>* pages) {
@@ -129,6 +133,8 @@ bool ParsePages(const char* text, DWORD count, std::vector<DWORD>* pages) {
     }
     return !pages->empty();
 }
+
+namespace {
 
 // The pages of the source: a TIFF's pages are asked for until the library
 // reports "IFD not found.", a GIF's frames read until there is none, other
@@ -154,7 +160,8 @@ DWORD CountPages(const Source& source) {
 int ConvertToPdf(const char* in, const char* out, bool archive, bool textLayer, bool burn) {
     VelmoraTIFFToPDFInfo info = {};
     info.size = VELMORA_TIFF_TO_PDF_INFO_SIZE_V2;
-    info.flags = VELMORA_TIFF_TO_PDF_PDFA_VALID | VELMORA_TIFF_TO_PDF_TEXT_LAYER_VALID | VELMORA_TIFF_TO_PDF_MASKED_VALUES;
+    info.flags =
+        VELMORA_TIFF_TO_PDF_PDFA_VALID | VELMORA_TIFF_TO_PDF_TEXT_LAYER_VALID | VELMORA_TIFF_TO_PDF_MASKED_VALUES;
     info.options = (archive ? VELMORA_TIFF_TO_PDF_PDFA : 0) | (textLayer ? VELMORA_TIFF_TO_PDF_TEXT_LAYER : 0);
     info.source = in;
     info.destination = out;
@@ -163,6 +170,21 @@ int ConvertToPdf(const char* in, const char* out, bool archive, bool textLayer, 
     if (ConvertVelmoraTIFFToPDFEx(&info)) return 0;
     const int result = Fail(in);
     std::remove(out);
+    return result;
+}
+
+// ConvertToPdf of a copy of the file with its pages recognised first; the
+// input itself is left as it is.
+int ConvertRecognised(const char* in, const char* out, bool archive, bool burn) {
+    const std::string copy = std::string(out) + ".velmora-ocr.tif";
+    std::error_code error;
+    if (!std::filesystem::copy_file(in, copy, std::filesystem::copy_options::overwrite_existing, error)) {
+        std::fprintf(stderr, "velmora: cannot copy %s: %s\n", in, error.message().c_str());
+        return 1;
+    }
+    int result = RecogniseTiff(copy.c_str(), "eng", nullptr);
+    if (result == 0) result = ConvertToPdf(copy.c_str(), out, archive, true, burn);
+    std::remove(copy.c_str());
     return result;
 }
 
@@ -176,8 +198,12 @@ int RunConvert(int argc, char** argv) {
     WORD quality = 0;
     LONG color = -1;
     bool convertColor = false;
-    bool archive = false, textLayer = true, burn = true;
+    bool archive = false, textLayer = true, burn = true, recognise = false;
     for (int i = 0; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--ocr") == 0) {
+            recognise = true;
+            continue;
+        }
         if (std::strcmp(argv[i], "--pdfa") == 0 || std::strcmp(argv[i], "--no-text-layer") == 0 ||
             std::strcmp(argv[i], "--no-burn") == 0) {
             archive = archive || argv[i][2] == 'p';
@@ -218,17 +244,25 @@ int RunConvert(int argc, char** argv) {
         }
     }
     if (in == nullptr || out == nullptr) {
-        std::fprintf(stderr,
-                     "usage: velmora convert IN OUT [--compression NAME] [--quality Q] [--pages LIST] "
-                     "[--color TYPE]\n       velmora convert IN.tif OUT.pdf [--pdfa] [--no-text-layer] [--no-burn]\n");
+        std::fprintf(
+            stderr,
+            "usage: velmora convert IN OUT [--compression NAME] [--quality Q] [--pages LIST] "
+            "[--color TYPE]\n       velmora convert IN.tif OUT.pdf [--pdfa] [--no-text-layer] [--no-burn] [--ocr]\n");
         return 2;
     }
     if (OutputType(out) == VELMORA_DOCTYPE_PDF) {
-        if (pageList != nullptr || convertColor || compression != VELMORA_COMPRESSION_DEFAULT || quality != 0) {
-            std::fprintf(stderr, "velmora: a PDF takes every page as it is (--pdfa, --no-text-layer, --no-burn)\n");
+        if (pageList != nullptr || convertColor || compression != VELMORA_COMPRESSION_DEFAULT || quality != 0 ||
+            (recognise && !textLayer)) {
+            std::fprintf(stderr,
+                         "velmora: a PDF takes every page as it is (--pdfa, --no-text-layer or --ocr, --no-burn)\n");
             return 2;
         }
+        if (recognise) return ConvertRecognised(in, out, archive, burn);
         return ConvertToPdf(in, out, archive, textLayer, burn);
+    }
+    if (recognise) {
+        std::fprintf(stderr, "velmora: --ocr makes a PDF (OUT.pdf); 'velmora ocr' recognises a TIFF file\n");
+        return 2;
     }
     Source source;
     source.path = in;

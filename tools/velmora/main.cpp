@@ -47,8 +47,20 @@ const Command kCommands[] = {
      "OUT.pdf makes an image PDF of every page of a TIFF file: pages copied where their\n"
      "coding allows, annotations burned in (not with --no-burn), OCR text as an invisible\n"
      "text layer (not with --no-text-layer); --pdfa asks for PDF/A-1b, which this edition\n"
-     "refuses.",
+     "refuses. --ocr recognises the pages with tesseract first (in a copy) for the text layer.",
      RunConvert},
+    {"ocr", "velmora ocr FILE.tif [--lang eng] [--pages LIST]",
+     "Recognise the text of every page of a TIFF file (or of a list such as 1,3-5) with\n"
+     "tesseract, which must be installed with the language asked for, and store it with\n"
+     "each page as OCR text, a box per character. The file is rewritten and left\n"
+     "unchanged when anything fails.",
+     RunOcr},
+    {"ocr-attach", "velmora ocr-attach FILE.tif --page N WORDS.json",
+     "Store words recognised elsewhere with page N of a TIFF file as its OCR text. WORDS.json\n"
+     "is a list of {\"text\": \"word\", \"box\": [left, top, right, bottom]} in page pixels;\n"
+     "words with the same top make a line. The file is rewritten and left unchanged when\n"
+     "anything fails.",
+     RunOcrAttach},
     {"append", "velmora append DEST.tif SOURCE.tif...",
      "Append every page of each SOURCE to DEST, creating it when it does not exist. DEST is\n"
      "rewritten through a temporary file and left unchanged when anything fails.",
@@ -81,7 +93,9 @@ const Command kCommands[] = {
      "without any; per annotation its family and type code, and for rectangles their\n"
      "border style and background.",
      RunAnnotations},
-    {"annotate", "velmora annotate IN.tif OUT.tif --page N --rect L,T,R,B [--text TEXT] [--border RRGGBB] [--fill RRGGBB] [--highlight]",
+    {"annotate",
+     "velmora annotate IN.tif OUT.tif --page N --rect L,T,R,B [--text TEXT] [--border RRGGBB] [--fill RRGGBB] "
+     "[--highlight]",
      "Copy a TIFF file, adding to page N a rectangle annotation: a border, a fill (a\n"
      "transparent highlighter with --highlight), a text in 12-point Arial. Every page's\n"
      "annotations are stored in the library's own block of the copy.",
