@@ -12,7 +12,7 @@ if [[ "${1:-main}" == "test" ]]; then
              imagemagick python3-pil python3-numpy libbenchmark-dev
              libjpeg-turbo-progs libjpeg62-turbo-dev libpng-dev time
              g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix binutils-mingw-w64-x86-64
-             binutils-mingw-w64-i686 wine wine64 qpdf poppler-utils)
+             binutils-mingw-w64-i686 wine wine64 qpdf poppler-utils tesseract-ocr tesseract-ocr-eng)
 fi
 
 missing=()

@@ -4,9 +4,13 @@ every page as libtiff does (orientations as tiffinfo reports them), `render`
 writes a bitmap Pillow reads back with the page's pixels, `despeckle` writes
 a TIFF and a bitmap that agree, JPEG files (alone and in TIFF pages) decode
 as djpeg decodes them, BMP, PNG, GIF and PCX files as Pillow reads them, and
-every compression `convert` writes reads back in Pillow."""
+every compression `convert` writes reads back in Pillow, and recognised text
+(tesseract's or attached words) reaches a PDF's text layer where pdftotext
+finds it."""
 import json
 import os
+import random
+import re
 import shutil
 import subprocess
 import sys
@@ -196,6 +200,61 @@ def check_annotations(velmora, tmp, document):
     return failures
 
 
+def check_ocr(velmora, tmp):
+    """Random words attached with `ocr-attach` come out of the PDF next to
+    their boxes; a bad word list or a missing tesseract fails and leaves the
+    file as it was; and (with tesseract) `convert --ocr` of a rendered line of
+    text gives a PDF whose text holds its words."""
+    failures = 0
+    page = os.path.join(tmp, "text.tif")
+    run("/usr/bin/convert", "-size", "1200x300", "xc:white", "-font", "DejaVu-Sans", "-pointsize", "48",
+        "-annotate", "+50+150", "Velmora reads scans", "-type", "Grayscale", "-depth", "8", page)
+    rng = random.Random(7)
+    words, attached, listing = [], os.path.join(tmp, "attached.tif"), os.path.join(tmp, "words.json")
+    for line in range(3):
+        left = rng.randrange(0, 200)
+        for _ in range(rng.randrange(1, 4)):
+            text = "".join(rng.choice("abcdefghijkmnopqrstuvwxyz") for _ in range(rng.randrange(2, 9)))
+            box = [left, 20 + 90 * line, left + 20 * len(text) + rng.randrange(0, 40), 60 + 90 * line]
+            words.append({"text": text, "box": box})
+            left = box[2] + rng.randrange(10, 60)
+    with open(listing, "w") as f:
+        json.dump(words, f)
+    shutil.copy(page, attached)
+    run(velmora, "ocr-attach", attached, "--page", "1", listing)
+    pdf = os.path.join(tmp, "attached.pdf")
+    run(velmora, "convert", attached, pdf)
+    found = re.findall(r'xMin="([\d.]+)" yMin="([\d.]+)" xMax="([\d.]+)" yMax="([\d.]+)">(\w+)<',
+                       run("pdftotext", "-bbox", pdf, "-"))
+    near = [w["text"] for w, f in zip(words, found) if f[4] == w["text"] and
+            max(abs(float(a) - b) for a, b in zip(f[:4], w["box"])) <= 2]
+    if len(found) != len(words) or len(near) != len(words):
+        print("attached words in the PDF:", found, "for", words)
+        failures += 1
+    with open(attached, "rb") as f:
+        before = f.read()
+    with open(listing, "w") as f:
+        f.write('[{"text": "x", "box": [1, 2, 3]}]')
+    bad = subprocess.run([velmora, "ocr-attach", attached, "--page", "1", listing], capture_output=True)
+    missing = subprocess.run([velmora, "ocr", attached], capture_output=True, text=True,
+                             env=dict(os.environ, PATH=tmp))
+    with open(attached, "rb") as f:
+        after = f.read()
+    if bad.returncode != 2 or missing.returncode != 1 or "tesseract" not in missing.stderr or before != after:
+        print("failed OCR commands:", bad.returncode, missing.returncode, missing.stderr, before == after)
+        failures += 1
+    if not shutil.which("tesseract"):
+        print("skipped: tesseract missing")
+        return failures
+    recognised = os.path.join(tmp, "recognised.pdf")
+    run(velmora, "convert", page, recognised, "--ocr")
+    text = run("pdftotext", recognised, "-")
+    if "Velmora" not in text or "scans" not in text:
+        print("text recognised from the rendered page:", text)
+        failures += 1
+    return failures
+
+
 def main():
     velmora = sys.argv[1]
     if not shutil.which("tiffcp") or not os.path.exists("/usr/bin/convert"):
@@ -340,7 +399,9 @@ def main():
         if os.path.exists("/usr/bin/convert"):
             failures += check_image_files(velmora, tmp, colour)
         failures += check_annotations(velmora, tmp, document)
-    print("%d passed, %d failed" % (24 - failures, failures))
+        if shutil.which("pdftotext"):
+            failures += check_ocr(velmora, tmp)
+    print("%d passed, %d failed" % (27 - failures, failures))
     return 1 if failures else 0
 
 
