@@ -47,7 +47,16 @@ std::vector<OcrLine> ReadTsv(std::istream& in) {
     return lines;
 }
 
-std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
+// `text` as one word of a shell command.
+std::string Quoted(const std::string& text) {
+#ifdef _WIN32
+    return "\"" + text + "\"";
+#else
+    std::string quoted = "'";
+    for (char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return quoted + "'";
+#endif
+}
 
 // Runs tesseract on a bitmap and reads its words: 0, or 1 after saying why.
 int Recognise(const std::string& bitmap, const std::string& base, const char* language, std::vector<OcrLine>* lines) {
@@ -211,7 +220,7 @@ int RecogniseTiff(const char* path, const char* language, const char* pageList) 
         std::remove(bitmap.c_str());
         std::remove((base + ".tsv").c_str());
         if (result != 0) break;
-        if (!lines.empty() && (records[page - 1] = BuildOcrRecord(lines)) == nullptr) {
+        if ((records[page - 1] = BuildOcrRecord(lines)) == nullptr) {
             std::fprintf(stderr, "velmora: page %lu: unusable recognised text\n", static_cast<unsigned long>(page));
             result = 1;
             break;
@@ -239,7 +248,10 @@ int RunOcr(int argc, char** argv) {
             break;
         }
     }
-    if (path == nullptr || std::strpbrk(language, "\"\\") != nullptr) {
+    // Language names (eng, deu+fra, chi_sim) go into a shell command as they are.
+    if (path == nullptr || *language == '\0' ||
+        std::strspn(language, "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_+") !=
+            std::strlen(language)) {
         std::fprintf(stderr, "usage: velmora ocr FILE.tif [--lang eng] [--pages LIST]\n");
         return 2;
     }
