@@ -6,7 +6,7 @@
 set -euo pipefail
 
 packages=(cmake make g++ python3 pkg-config libssl-dev libexpat1-dev libfreetype-dev libfontconfig-dev
-          fonts-liberation2 fonts-dejavu-core)
+          fonts-liberation2 fonts-dejavu-core icc-profiles-free)
 if [[ "${1:-main}" == "test" ]]; then
   packages+=(googletest clang-14 libclang-rt-14-dev pkg-config libtiff-tools libtiff-dev zlib1g-dev
              imagemagick python3-pil python3-numpy libbenchmark-dev

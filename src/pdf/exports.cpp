@@ -13,6 +13,7 @@
 #include "pdf/cross_reference.h"
 #include "pdf/image_page.h"
 #include "pdf/pdf_document.h"
+#include "pdf/pdfa.h"
 #include "platform/platform.h"
 #include "tiff/document.h"
 #include "tiff/document_type.h"
@@ -123,8 +124,9 @@ bool AppendPage(HGLOBAL pdf, const std::u16string& path, DWORD page, ExportCall*
     PdfDocument* document = PdfFromHandle(pdf);
     velmora::TiffDocument* tiff = OpenTiffSource(path, &call->record);
     if (tiff != nullptr) {
-        velmora::AppendTiffPage(document, tiff, page,
-                                PageChoices(document->pdfaMode != velmora::kPdfaPlain, DefaultBurnIn(), DefaultTextLayer()), &call->record);
+        velmora::AppendTiffPage(
+            document, tiff, page,
+            PageChoices(document->pdfaMode != velmora::kPdfaPlain, DefaultBurnIn(), DefaultTextLayer()), &call->record);
         velmora::CloseTiffDocument(tiff, nullptr);
     }
     return call->Finish() != 0;
@@ -137,6 +139,20 @@ HGLOBAL CreatePdf(const std::u16string& path, bool hasTemplate, ExportCall* call
     HGLOBAL handle = document == nullptr ? nullptr : MakePdfHandle(document, &call->record);
     if (!call->Finish()) return nullptr;
     return handle;
+}
+
+// Creates the conversion's PDF; an archive file gets its profile and
+// metadata at once, and is removed again when they cannot be written.
+PdfDocument* CreateConverted(const std::u16string& path, bool archive, uint32_t padding, bool extraMetadata,
+                             ErrorRecord* record) {
+    PdfDocument* document = velmora::CreatePdfDocument(path.c_str(), archive, record);
+    if (document == nullptr || !archive) return document;
+    velmora::AddPdfaObjects(document, padding, extraMetadata, record);
+    if (record->ok()) return document;
+    velmora::ClosePdfDocument(document);
+    uint32_t ignored = 0;
+    velmora::platform::FileDelete(path, &ignored);
+    return nullptr;
 }
 
 // The host's path in UTF-16: code-page text, or wide text with `wide`.
@@ -236,12 +252,11 @@ BOOL VELMORA_API ConvertVelmoraTIFFToPDFEx(const VelmoraTIFFToPDFInfo* info) {
     if (masked && (info->valueMask & VELMORA_TIFF_TO_PDF_VALUE_BURN_IN)) {
         burnIn = (info->values & VELMORA_TIFF_TO_PDF_VALUE_BURN_IN) != 0;
     }
-    // Archive files need their metadata and output profile, which this
-    // writer does not make yet.
-    if (archive) velmora::SetRecordError(&call.record, velmora::kErrUnsupportedImageType, 0);
-    velmora::TiffDocument* tiff = call.record.ok() ? OpenTiffSource(source, &call.record) : nullptr;
+    const uint32_t padding = (flags & VELMORA_TIFF_TO_PDF_XMP_PADDING) ? info->xmpPadding : 0;
+    const bool extraMetadata = (flags & VELMORA_TIFF_TO_PDF_METADATA) != 0 && info->metadata != nullptr;
+    velmora::TiffDocument* tiff = OpenTiffSource(source, &call.record);
     PdfDocument* document =
-        tiff == nullptr ? nullptr : velmora::CreatePdfDocument(destination.c_str(), false, &call.record);
+        tiff == nullptr ? nullptr : CreateConverted(destination, archive, padding, extraMetadata, &call.record);
     if (document != nullptr) {
         for (uint32_t page = 1; page <= tiff->pageCount && call.record.ok(); ++page) {
             velmora::AppendTiffPage(document, tiff, page, PageChoices(archive, burnIn, textLayer), &call.record);

@@ -67,6 +67,12 @@ bool IsPathSeparator(char16_t c);
 // The directory holding per-user configuration files (Linux: $XDG_CONFIG_HOME
 // or ~/.config); empty on platforms that keep settings elsewhere.
 std::u16string UserConfigDirectory();
+// The full path of the system's sRGB colour profile. On Linux the first of
+// the paths the distribution's profile packages install that exists (the
+// first one when none does, so that opening it reports the missing file);
+// on Windows the profile in the system colour folder. False with error 120
+// when the system offers no colour folder.
+bool SrgbProfilePath(std::u16string* path, uint32_t* error);
 
 // ---- Files -----------------------------------------------------------------
 enum class FileAccess { Read, ReadWrite, CreateReadWrite, CreateNew };

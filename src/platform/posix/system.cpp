@@ -210,6 +210,19 @@ std::u16string UserConfigDirectory() {
     return WideFromUtf8(std::string(home) + "/.config");
 }
 
+bool SrgbProfilePath(std::u16string* path, uint32_t* /*error*/) {
+    static const char* const kCandidates[] = {"/usr/share/color/icc/sRGB.icc", "/usr/share/color/icc/colord/sRGB.icc"};
+    const char* chosen = kCandidates[0];
+    for (const char* candidate : kCandidates) {
+        if (access(candidate, R_OK) == 0) {
+            chosen = candidate;
+            break;
+        }
+    }
+    *path = WideFromUtf8(chosen);
+    return true;
+}
+
 ModuleHandleT LoadModule(const std::u16string& path, uint32_t* error) {
     void* module = dlopen(Utf8FromWide(path).c_str(), RTLD_NOW | RTLD_LOCAL);
     if (module == nullptr) *error = ERROR_MOD_NOT_FOUND;

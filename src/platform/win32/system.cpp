@@ -107,6 +107,24 @@ char16_t PathSeparator() { return u'\\'; }
 bool IsPathSeparator(char16_t c) { return c == u'\\' || c == u'/'; }
 std::u16string UserConfigDirectory() { return std::u16string(); }
 
+// The colour-management module is loaded on demand: systems without it have
+// no colour folder.
+bool SrgbProfilePath(std::u16string* path, uint32_t* error) {
+    using ColorDirectoryFunction = BOOL(WINAPI*)(PCWSTR, PWSTR, PDWORD);
+    HMODULE module = ::LoadLibraryExW(L"mscms.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+    auto function = module == nullptr ? nullptr
+                                      : reinterpret_cast<ColorDirectoryFunction>(
+                                            reinterpret_cast<void*>(::GetProcAddress(module, "GetColorDirectoryW")));
+    wchar_t folder[MAX_PATH + 1];
+    DWORD size = sizeof folder;
+    const bool found = function != nullptr && function(nullptr, folder, &size);
+    if (!found) *error = function == nullptr ? ERROR_CALL_NOT_IMPLEMENTED : ::GetLastError();
+    if (module != nullptr) ::FreeLibrary(module);
+    if (!found) return false;
+    *path = FromWide(folder) + u"\\sRGB Color Space Profile.icm";
+    return true;
+}
+
 ModuleHandleT LoadModule(const std::u16string& path, uint32_t* error) {
     HMODULE module = ::LoadLibraryExW(W(path), nullptr, 0);
     if (module == nullptr) *error = ::GetLastError();
