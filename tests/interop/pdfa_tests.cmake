@@ -1,0 +1,1 @@
+list(APPEND INTEROP_TESTS interop/pdfa_test.cpp)
