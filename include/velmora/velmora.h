@@ -2002,7 +2002,9 @@ VELMORA_EXPORT BOOL VELMORA_API ConvertVelmoraTIFFToPDF(LPCSTR source, LPCSTR de
  * ConvertVelmoraTIFFToPDFEx — as ConvertVelmoraTIFFToPDF with the choices
  * of a VelmoraTIFFToPDFInfo record (PDF/A, text layer, burn-in, wide paths,
  * metadata packet padding). A record of another size or with unknown flag
- * or mask bits is 87. After a failure the destination holds what was
+ * or mask bits is 87. PDF/A output embeds the system's sRGB profile (file
+ * errors when it is missing, 120 where the system has no colour folder) and
+ * refuses additional metadata with 0x02000005. After a failure the destination holds what was
  * written so far and is not a valid PDF; the source is unchanged.
  * Returns 1, or 0 on failure.
  */

@@ -142,7 +142,7 @@ HGLOBAL CreatePdf(const std::u16string& path, bool hasTemplate, ExportCall* call
 }
 
 // Creates the conversion's PDF; an archive file gets its profile and
-// metadata at once, and is removed again when they cannot be written.
+// metadata at once.
 PdfDocument* CreateConverted(const std::u16string& path, bool archive, uint32_t padding, bool extraMetadata,
                              ErrorRecord* record) {
     PdfDocument* document = velmora::CreatePdfDocument(path.c_str(), archive, record);
@@ -150,8 +150,6 @@ PdfDocument* CreateConverted(const std::u16string& path, bool archive, uint32_t 
     velmora::AddPdfaObjects(document, padding, extraMetadata, record);
     if (record->ok()) return document;
     velmora::ClosePdfDocument(document);
-    uint32_t ignored = 0;
-    velmora::platform::FileDelete(path, &ignored);
     return nullptr;
 }
 

@@ -46,8 +46,8 @@ const Command kCommands[] = {
      "are decoded to be coded again are stored upright. Shows progress on a terminal.\n"
      "OUT.pdf makes an image PDF of every page of a TIFF file: pages copied where their\n"
      "coding allows, annotations burned in (not with --no-burn), OCR text as an invisible\n"
-     "text layer (not with --no-text-layer); --pdfa asks for PDF/A-1b, which this edition\n"
-     "refuses. --ocr recognises the pages with tesseract first (in a copy) for the text layer.",
+     "text layer (not with --no-text-layer); --pdfa makes a PDF/A-1b file with the system's\n"
+     "sRGB profile. --ocr recognises the pages with tesseract first (in a copy) for the text layer.",
      RunConvert},
     {"ocr", "velmora ocr FILE.tif [--lang eng] [--pages LIST]",
      "Recognise the text of every page of a TIFF file (or of a list such as 1,3-5) with\n"
