@@ -491,16 +491,15 @@ HGLOBAL ReadPage(TiffFile* tiff, uint32_t page, uint32_t readFlags, bool burn, u
     if (dib != nullptr && burn && info.annotations.handle != nullptr) {
         AnnotationList list;
         DWORD size = info.annotations.size;
+        HGLOBAL burned = nullptr;
         if (Load(info.annotations.handle, size, &list, record)) {
             velmora::ImageLock lock(dib);
             const velmora::BurnInRequest request = {0, dib, lock.header(), burnOptions | velmora::kBurnInKeepImage};
-            HGLOBAL burned = BurnIn(&list, info.annotations.handle, &size, request, record);
-            if (burned != nullptr && burned != velmora::BurnedInPlace()) {
-                velmora::UnlockImage(dib);
-                velmora::FreeImage(&dib);
-                dib = burned;
-                velmora::LockImage(dib);
-            }
+            burned = BurnIn(&list, info.annotations.handle, &size, request, record);
+        }
+        if (burned != nullptr && burned != velmora::BurnedInPlace()) {
+            velmora::FreeImage(&dib);
+            dib = burned;
         }
         if (record->failed()) velmora::FreeImage(&dib);
     }
@@ -676,9 +675,12 @@ HGLOBAL VELMORA_API BurnInVelmoraAnnotationsEx(VelmoraBurnInInfo* info) {
         !call.Value((info->flags & ~0xFu) == 0)) {
         return nullptr;
     }
+    // The header is checked before the rows that follow it are found.
     const BITMAPINFOHEADER* header = info->header;
-    const uint32_t dibError = velmora::CheckDib(nullptr, header != nullptr ? velmora::PackedBits(header) : nullptr,
-                                                header, velmora::DibAccess::ReadWrite);
+    uint32_t dibError = velmora::CheckDibHeader(header, true);
+    if (dibError == 0) {
+        dibError = velmora::CheckDib(nullptr, velmora::PackedBits(header), header, velmora::DibAccess::ReadWrite);
+    }
     if (dibError != 0) {
         ExportCall::Fail(dibError);
         return nullptr;
