@@ -184,7 +184,9 @@ bool PageAnnotationStream(TiffFile* tiff, uint32_t page, HGLOBAL* stream, uint32
         // exactly its size (hosts measure blocks with GlobalSize).
         HGLOBAL own = guard.info.annotations.handle;
         guard.info.annotations.handle = nullptr;
-        if (own != nullptr && platform::MemSize(own) != info.annotations.size) {
+        if (own != nullptr && info.annotations.size == 0) {
+            FreeHandle(&own);  // an empty block holds no annotations
+        } else if (own != nullptr && platform::MemSize(own) != info.annotations.size) {
             HGLOBAL exact = platform::MemReAlloc(own, info.annotations.size, GMEM_MOVEABLE);
             if (exact == nullptr) {
                 FreeHandle(&own);
