@@ -115,8 +115,7 @@ int RunAnnotate(int argc, char** argv) {
             append.annotations = stream;
         }
         if (!ok || !AppendVelmoraOpenTIFFEx(target, &append)) {
-            const std::string what = std::string(in) + " page " + std::to_string(p);
-            result = Fail(what.c_str());
+            result = FailPage(in, p);
         }
         DestroyVelmoraAnnotations(stream);
     }

@@ -79,8 +79,7 @@ int RunBurn(int argc, char** argv) {
             append.annotations = rest;
         }
         if (dib == nullptr || !AppendVelmoraOpenTIFFEx(target, &append)) {
-            const std::string what = std::string(in) + " page " + std::to_string(page);
-            result = Fail(what.c_str());
+            result = FailPage(in, page);
         }
         if (dib != nullptr) GlobalFree(dib);
         DestroyVelmoraAnnotations(rest);

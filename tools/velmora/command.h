@@ -12,6 +12,8 @@ namespace velmora_cli {
 
 // Reports the library's last error on standard error, after `what`; 1.
 int Fail(const char* what);
+// Fail("FILE page N"): the library's last error for one page of a file; 1.
+int FailPage(const char* path, DWORD page);
 // Draws a progress bar on standard error (a VelmoraProgressProc).
 BOOL VELMORA_CALLBACK ShowProgress(DWORD percent, UINT_PTR user);
 // The progress callback for standard error: the bar on a terminal, else none.

@@ -26,6 +26,11 @@ int Fail(const char* what) {
     return 1;
 }
 
+int FailPage(const char* path, DWORD page) {
+    const std::string what = std::string(path) + " page " + std::to_string(page);
+    return Fail(what.c_str());
+}
+
 BOOL VELMORA_CALLBACK ShowProgress(DWORD percent, UINT_PTR) {
     if (percent > 100) return TRUE;
     const int width = 40;

@@ -316,8 +316,7 @@ int RunConvert(int argc, char** argv) {
         }
         if (!done) {
             ClearProgress(progress);
-            std::string what = std::string(in) + " page " + std::to_string(page);
-            result = Fail(what.c_str());
+            result = FailPage(in, page);
             break;
         }
     }

@@ -210,7 +210,7 @@ int RecogniseTiff(const char* path, const char* language, const char* pageList) 
     for (DWORD page : pages) {
         HGLOBAL dib = ReadVelmoraOpenTIFFDIB(tiff, page);
         if (dib == nullptr) {
-            result = Fail((std::string(path) + " page " + std::to_string(page)).c_str());
+            result = FailPage(path, page);
             break;
         }
         result = SaveImage(dib, bitmap.c_str());

@@ -140,8 +140,7 @@ int StoreOcrRecords(const char* path, const std::vector<HGLOBAL>& records) {
             append.ocrText = records[p - 1];
         }
         if (!AppendVelmoraOpenTIFFEx(target, &append)) {
-            const std::string what = std::string(path) + " page " + std::to_string(p);
-            result = Fail(what.c_str());
+            result = FailPage(path, p);
         }
     }
     if (!CloseVelmoraTIFF(target) && result == 0) result = Fail(temporary.c_str());
