@@ -22,7 +22,6 @@
 #include "dib/dib_layout.h"
 #include "dib/dib_validation.h"
 #include "dib/image.h"
-#include "dib/rotate.h"
 #include "frame/memory_handle.h"
 #include "frame/progress.h"
 #include "platform/platform.h"
@@ -473,43 +472,25 @@ HGLOBAL BurnIn(AnnotationList* list, HGLOBAL stream, DWORD* size, const velmora:
 constexpr DWORD kReadFlagFast = 0x1;
 constexpr DWORD kReadFlagBurnIn = 0x2;
 
-// Reads a page as it is meant to be seen; with `burnOptions` (burn-in flags),
-// the page's own annotations are drawn into it before it is turned upright.
-// A burn-in that fails fails the read: a page whose redactions could not be
-// burned is never handed out.
-HGLOBAL ReadPage(TiffFile* tiff, uint32_t page, uint32_t readFlags, bool burn, uint32_t burnOptions,
-                 velmora::ProgressReporter* progress, ErrorRecord* record) {
-    velmora::TiffPageInfo info;
-    velmora::SetWanted(&info, velmora::kFieldImage);
-    velmora::SetWanted(&info, velmora::kFieldXResolution);
-    velmora::SetWanted(&info, velmora::kFieldYResolution);
-    if (burn) velmora::SetWanted(&info, velmora::kFieldAnnotations);
-    readFlags |= velmora::kReadExported | velmora::kReadCheckImage | velmora::kReadStructure;
-    if (!velmora::ReadPageInfo(tiff, page, readFlags, &info, record)) return nullptr;
-    uint16_t rotation = 0;
-    HGLOBAL dib = velmora::DecodePage(tiff, info, progress, &rotation, record);
-    if (dib != nullptr && burn && info.annotations.handle != nullptr) {
-        AnnotationList list;
-        DWORD size = info.annotations.size;
-        HGLOBAL burned = nullptr;
-        if (Load(info.annotations.handle, size, &list, record)) {
-            velmora::ImageLock lock(dib);
-            const velmora::BurnInRequest request = {0, dib, lock.header(), burnOptions | velmora::kBurnInKeepImage};
-            burned = BurnIn(&list, info.annotations.handle, &size, request, record);
-        }
-        if (burned != nullptr && burned != velmora::BurnedInPlace()) {
-            velmora::FreeImage(&dib);
-            dib = burned;
-        }
-        if (record->failed()) velmora::FreeImage(&dib);
+// Burns the page's own annotation block into the page as stored, before it
+// is turned upright; the context holds the burn-in flags. A burn-in that
+// fails fails the read: a page whose redactions could not be burned is
+// never handed out.
+void BurnOwnAnnotations(const velmora::TiffPageInfo& info, HGLOBAL* dib, void* context, ErrorRecord* record) {
+    if (info.annotations.handle == nullptr) return;
+    const uint32_t flags = *static_cast<const uint32_t*>(context);
+    AnnotationList list;
+    DWORD size = info.annotations.size;
+    HGLOBAL burned = nullptr;
+    if (Load(info.annotations.handle, size, &list, record)) {
+        velmora::ImageLock lock(*dib);
+        const velmora::BurnInRequest request = {0, *dib, lock.header(), flags | velmora::kBurnInKeepImage};
+        burned = BurnIn(&list, info.annotations.handle, &size, request, record);
     }
-    velmora::FreePageInfo(&info);
-    if (rotation != 0 && dib != nullptr) {
-        HGLOBAL turned = velmora::RotateDib(dib, rotation, record);
-        velmora::FreeImage(&dib);
-        dib = turned;
+    if (burned != nullptr && burned != velmora::BurnedInPlace()) {
+        velmora::FreeImage(dib);
+        *dib = burned;
     }
-    return dib;
 }
 
 }  // namespace
@@ -750,8 +731,10 @@ HGLOBAL VELMORA_API ReadVelmoraOpenTIFFDIBEx(const VelmoraReadTIFFDIB* request) 
     const bool burn = (flags & kReadFlagBurnIn) != 0;
     if (burn && !call.Value(size == VELMORA_READ_TIFF_DIB_SIZE_V2 && request->burnInOptions < 16)) return nullptr;
     velmora::ProgressReporter progress(request->progress, request->progressUser);
-    HGLOBAL dib = ReadPage(tiff, request->page, (flags & kReadFlagFast) ? velmora::kReadFast : 0, burn,
-                           burn ? request->burnInOptions : 0, &progress, &call.record);
+    uint32_t burnOptions = request->burnInOptions;
+    const velmora::PageStep step = {velmora::kFieldAnnotations, BurnOwnAnnotations, &burnOptions};
+    HGLOBAL dib = velmora::ReadUprightPage(tiff, request->page, (flags & kReadFlagFast) ? velmora::kReadFast : 0,
+                                           &progress, &call.record, burn ? &step : nullptr);
     if (!call.Finish()) {
         velmora::FreeImage(&dib);
         return nullptr;

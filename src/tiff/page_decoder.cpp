@@ -327,15 +327,20 @@ HGLOBAL DecodePage(TiffFile* tiff, const TiffPageInfo& info, ProgressReporter* p
 }
 
 HGLOBAL ReadUprightPage(TiffFile* tiff, uint32_t page, uint32_t readFlags, ProgressReporter* progress,
-                        ErrorRecord* record) {
+                        ErrorRecord* record, const PageStep* step) {
     TiffPageInfo info;
     SetWanted(&info, kFieldImage);
     SetWanted(&info, kFieldXResolution);
     SetWanted(&info, kFieldYResolution);
+    if (step != nullptr && step->field != kFieldListEnd) SetWanted(&info, step->field);
     readFlags |= kReadExported | kReadCheckImage | kReadStructure;
     if (!ReadPageInfo(tiff, page, readFlags, &info, record)) return nullptr;
     uint16_t rotation = 0;
     HGLOBAL dib = DecodePage(tiff, info, progress, &rotation, record);
+    if (dib != nullptr && step != nullptr) {
+        step->apply(info, &dib, step->context, record);
+        if (record->failed()) FreeImage(&dib);
+    }
     FreePageInfo(&info);
     if (rotation != 0 && dib != nullptr) {
         HGLOBAL turned = RotateDib(dib, rotation, record);

@@ -18,11 +18,21 @@ namespace velmora {
 HGLOBAL DecodePage(TiffFile* tiff, const TiffPageInfo& info, ProgressReporter* progress, uint16_t* rotation,
                    ErrorRecord* record);
 
+// A step a caller adds between decoding a page and turning it upright:
+// `field` is read with the page's description (kFieldListEnd for none), then
+// `apply` works on the decoded page as stored and may replace it (freeing
+// the old one). A failed step leaves the record set.
+struct PageStep {
+    uint32_t field;
+    void (*apply)(const TiffPageInfo& info, HGLOBAL* dib, void* context, ErrorRecord* record);
+    void* context;
+};
+
 // Page `page` as a host sees it: its description read for decoding (with
 // kReadFast among `readFlags` for the faster, reduced-quality decode), the
-// image decoded and turned upright. A new packed DIB owned by the caller, or
-// null with the record set.
+// image decoded, `step` applied when given, and turned upright. A new packed
+// DIB owned by the caller, or null with the record set.
 HGLOBAL ReadUprightPage(TiffFile* tiff, uint32_t page, uint32_t readFlags, ProgressReporter* progress,
-                        ErrorRecord* record);
+                        ErrorRecord* record, const PageStep* step = nullptr);
 
 }  // namespace velmora
