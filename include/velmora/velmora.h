@@ -1712,6 +1712,24 @@ VELMORA_EXPORT LONG VELMORA_API InsertVelmoraAnnotation(HGLOBAL *annotations, LP
                                                         const void *record);
 
 /*
+ * InsertVelmoraRedaction — appends a pending redaction over a rectangle.
+ * InsertVelmoraAnnotation inserts no redactions; this call is the way a host
+ * marks an area to be blacked out. The redaction is a rectangle without
+ * border or text, filled black. Burning in (BurnInVelmoraAnnotations)
+ * blackens every pixel of the rectangle, right and bottom edges exclusive;
+ * with VELMORA_BURN_IN_REDACTIONS_ONLY the burned redaction also leaves the
+ * stream. *annotations may be NULL: a new
+ * stream is made. flags must be 0. On success the old handle is freed and
+ * *annotations and *size receive the new stream; on failure both are left
+ * as they were.
+ * Returns the index of the new annotation, or -1 on failure: 6 a dead
+ * handle, 87 an empty rectangle, a negative left or top, or non-zero flags,
+ * 998 a NULL or unreadable pointer, 0x02000025 a damaged stream.
+ */
+VELMORA_EXPORT LONG VELMORA_API InsertVelmoraRedaction(HGLOBAL *annotations, LPDWORD size, const RECT *rect,
+                                                       DWORD flags);
+
+/*
  * VelmoraAnnotationsFlags — asks questions about a stream. selector is a
  * combination of VELMORA_ANNOTATIONS_HAS_... (0 to 3, else 87); the result
  * has a bit set for each question answered yes. The second question is

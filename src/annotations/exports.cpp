@@ -432,7 +432,8 @@ Annotation* PictureFromRecord(const void* host, ErrorRecord* record) {
         m.dib = CopyPicture(in.pictureData, in.pictureDataSize, record);
         ok = m.dib != nullptr;
     } else if (ok && !name.empty()) {
-        m.dib = velmora::ReadImageFileDib(std::u16string(name.c_str(), name.length()), 1, 0, 0, nullptr, nullptr, record);
+        m.dib =
+            velmora::ReadImageFileDib(std::u16string(name.c_str(), name.length()), 1, 0, 0, nullptr, nullptr, record);
         ok = m.dib != nullptr;
     }
     if (!ok) {
@@ -606,6 +607,39 @@ LONG VELMORA_API InsertVelmoraAnnotation(HGLOBAL* annotations, LPDWORD size, DWO
     return call.Finish() ? index : -1;
 }
 
+LONG VELMORA_API InsertVelmoraRedaction(HGLOBAL* annotations, LPDWORD size, const RECT* rect, DWORD flags) {
+    ExportCall call;
+    if (!call.Gate() || !call.Writable(annotations, sizeof *annotations) || !call.Writable(size, sizeof *size) ||
+        !call.Readable(rect, sizeof *rect)) {
+        return -1;
+    }
+    if (*annotations != nullptr) {
+        if (!call.Handle(*annotations)) return -1;
+        if (*size < velmora::kStreamHeaderSize) {
+            Refuse(&call.record, velmora::kErrBadAnnotationData);
+            call.Finish();
+            return -1;
+        }
+    }
+    if (!call.Value(flags == 0 && rect->left >= 0 && rect->top >= 0 && rect->left < rect->right &&
+                    rect->top < rect->bottom)) {
+        return -1;
+    }
+    AnnotationList list;
+    LONG index = -1;
+    if (*annotations == nullptr || Load(*annotations, *size, &list, &call.record)) {
+        Annotation* a = velmora::NewAnnotation(AnnotationFamily::Rectangle, nullptr, &call.record);
+        if (a != nullptr) {
+            a->nodeFlags = velmora::kNodeFontFlag | velmora::kNodeRedaction;
+            a->rectangle.rect = RectOf(*rect);
+            a->rectangle.backColor = 0;
+            index = static_cast<LONG>(list.size());
+            if (!list.Append(a, &call.record) || !Store(list, annotations, size, &call.record)) index = -1;
+        }
+    }
+    return call.Finish() ? index : -1;
+}
+
 LONG VELMORA_API VelmoraAnnotationsFlags(HGLOBAL annotations, DWORD size, DWORD selector) {
     ExportCall call;
     if (!call.Gate() || !call.Value(selector <= 3)) return -1;
@@ -678,8 +712,8 @@ HGLOBAL VELMORA_API BurnInVelmoraAnnotationsEx(VelmoraBurnInInfo* info) {
     return result;
 }
 
-HGLOBAL VELMORA_API BurnInVelmoraAnnotations(HGLOBAL annotations, UINT_PTR size, HGLOBAL dib,
-                                             LPBITMAPINFOHEADER header, DWORD flags) {
+HGLOBAL VELMORA_API BurnInVelmoraAnnotations(HGLOBAL annotations, UINT_PTR size, HGLOBAL dib, LPBITMAPINFOHEADER header,
+                                             DWORD flags) {
     ExportCall call;
     if (!call.Gate()) return nullptr;
     DWORD* sizeOut = nullptr;
@@ -720,8 +754,7 @@ BOOL VELMORA_API GetVelmoraTIFFAnnotations(HGLOBAL handle, DWORD page, HGLOBAL* 
 HGLOBAL VELMORA_API ReadVelmoraOpenTIFFDIBEx(const VelmoraReadTIFFDIB* request) {
     ExportCall call;
     if (!call.Gate()) return nullptr;
-    const WORD size =
-        call.Sized(request, {WORD{VELMORA_READ_TIFF_DIB_SIZE_V1}, WORD{VELMORA_READ_TIFF_DIB_SIZE_V2}});
+    const WORD size = call.Sized(request, {WORD{VELMORA_READ_TIFF_DIB_SIZE_V1}, WORD{VELMORA_READ_TIFF_DIB_SIZE_V2}});
     if (size == 0) return nullptr;
     TiffFile* tiff = call.Object(request->tiff, velmora::TiffFromHandle);
     if (tiff == nullptr || !call.Value(request->page != 0)) return nullptr;

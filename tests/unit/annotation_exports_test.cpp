@@ -75,6 +75,7 @@ TEST(AnnotationExports, RefusalsReportTheirErrorsAndLeaveTheStream) {
     picture.orientation = 2;
     picture.rect = {0, 0, 10, 10};
     DWORD tooSmall = 31;
+    const RECT area = {5, 5, 50, 40}, empty = {5, 5, 5, 40};
     HGLOBAL none = nullptr;
 
     constexpr uint32_t kBad = kErrBadAnnotationData;
@@ -113,6 +114,11 @@ TEST(AnnotationExports, RefusalsReportTheirErrorsAndLeaveTheStream) {
         {"no record", [&] { return InsertVelmoraAnnotation(&stream, &size, 0, nullptr); }, -1, 998},
         {"insert 31", [&] { return InsertVelmoraAnnotation(&stream, &tooSmall, 0, &plain); }, -1, kBad},
         {"insert dead", [&] { return InsertVelmoraAnnotation(&dead, &size, 0, &plain); }, -1, 6},
+        {"redact flags", [&] { return InsertVelmoraRedaction(&stream, &size, &area, 1); }, -1, 87},
+        {"redact empty", [&] { return InsertVelmoraRedaction(&stream, &size, &empty, 0); }, -1, 87},
+        {"redact no rect", [&] { return InsertVelmoraRedaction(&stream, &size, nullptr, 0); }, -1, 998},
+        {"redact 31", [&] { return InsertVelmoraRedaction(&stream, &tooSmall, &area, 0); }, -1, kBad},
+        {"redact dead", [&] { return InsertVelmoraRedaction(&dead, &size, &area, 0); }, -1, 6},
         {"selector 4", [&] { return VelmoraAnnotationsFlags(stream, size, 4); }, -1, 87},
         {"redactions long", [&] { return VelmoraAnnotationsHaveRedactions(stream, size + 4); }, 0, kBad},
         {"destroy dead", [&] { return DestroyVelmoraAnnotations(dead); }, 0, 6},
@@ -222,6 +228,10 @@ TEST(AnnotationExports, CountsAndRedactionQuestionsReadTheStoredRecords) {
                     &size);
     EXPECT_EQ(VelmoraAnnotationsHaveRedactions(stream, size), 0);
     EXPECT_EQ(VelmoraAnnotationsFlags(stream, size, 3), 0);
+    // A redaction inserted by the host is pending until it is burned.
+    const RECT area = {5, 5, 50, 40};
+    EXPECT_EQ(InsertVelmoraRedaction(&stream, &size, &area, 0), 2);
+    EXPECT_EQ(VelmoraAnnotationsHaveRedactions(stream, size), 1);
     EXPECT_EQ(VelmoraAnnotationsFlags(nullptr, 0, 3), 0);
     EXPECT_EQ(DestroyVelmoraAnnotations(nullptr), 1);
     EXPECT_EQ(DestroyVelmoraAnnotations(stream), 1);

@@ -30,7 +30,8 @@ std::vector<uint8_t> Stream(int count) {
     ErrorRecord record;
     AnnotationList list;
     for (int i = 0; i < count; ++i) {
-        Annotation* a = NewAnnotation(i == 0 ? AnnotationFamily::Rectangle : AnnotationFamily::Ellipse, nullptr, &record);
+        Annotation* a =
+            NewAnnotation(i == 0 ? AnnotationFamily::Rectangle : AnnotationFamily::Ellipse, nullptr, &record);
         if (i == 0) {
             a->rectangle.rect = kRedaction;
             a->rectangle.backColor = 0;
@@ -116,9 +117,8 @@ TEST(PageAnnotations, CompanionModesMergeWithThePagesOwn) {
     struct Mode {
         WORD flags;
         long page1, page2;
-    } const modes[] = {{0, 1, 3},
-                       {VELMORA_TIFF_DOCUMENT_COMPANION_REPLACE, 2, 3},
-                       {VELMORA_TIFF_DOCUMENT_COMPANION_ADD, 3, 3}};
+    } const modes[] = {
+        {0, 1, 3}, {VELMORA_TIFF_DOCUMENT_COMPANION_REPLACE, 2, 3}, {VELMORA_TIFF_DOCUMENT_COMPANION_ADD, 3, 3}};
     for (const Mode& mode : modes) {
         const VelmoraOpenTIFFDocument open = {VELMORA_OPEN_TIFF_DOCUMENT_SIZE_V1, mode.flags, path.c_str()};
         HGLOBAL document = OpenVelmoraTIFFDocumentEx(&open);
@@ -148,8 +148,8 @@ bool Redacted(HGLOBAL dib) {
     const BITMAPINFOHEADER* h = lock.header();
     for (int32_t y = 0; y < h->biHeight; ++y) {
         for (int32_t x = 0; x < h->biWidth; ++x) {
-            const bool inside = x >= kRedaction.left && x < kRedaction.right && y >= kRedaction.top &&
-                                y < kRedaction.bottom;
+            const bool inside =
+                x >= kRedaction.left && x < kRedaction.right && y >= kRedaction.top && y < kRedaction.bottom;
             if (PixelColor(h, PackedBits(h), x, y) != (inside ? 0u : 0xFFFFFFu)) return false;
         }
     }
@@ -158,7 +158,17 @@ bool Redacted(HGLOBAL dib) {
 
 TEST(PageAnnotations, RedactionsBurnIntoReadPagesAndLeaveTheStream) {
     const std::string path = testing::TempPath("redacted.tif");
-    WriteDocument(path, Stream(1));
+    {
+        // The page's redaction as a host marks it.
+        HGLOBAL marked = nullptr;
+        DWORD markedSize = 0;
+        const RECT area = {kRedaction.left, kRedaction.top, kRedaction.right, kRedaction.bottom};
+        ASSERT_EQ(InsertVelmoraRedaction(&marked, &markedSize, &area, 0), 0);
+        const auto* bytes = static_cast<const uint8_t*>(platform::MemLock(marked));
+        WriteDocument(path, std::vector<uint8_t>(bytes, bytes + markedSize));
+        platform::MemUnlock(marked);
+        DestroyVelmoraAnnotations(marked);
+    }
     HGLOBAL tiff = OpenVelmoraTIFF(path.c_str(), VELMORA_TIFF_READ, 0);
     VelmoraReadTIFFDIB read = {};
     read.size = VELMORA_READ_TIFF_DIB_SIZE_V2;
