@@ -7,6 +7,7 @@
 #include "frame/memory_handle.h"
 #include "platform/platform.h"
 #include "tiff/document.h"
+#include "tiff/outside_annotations.h"
 #include "tiff/page_info.h"
 
 namespace velmora {
@@ -79,12 +80,8 @@ Plan PlanSources(const TiffFile* tiff, const TiffPageInfo& info, const uint8_t* 
             plan.useOwn = false;
             plan.consultCompanion = true;
             break;
-        case kCompanionAdd:
-            plan.consultCompanion = true;
-            break;
-        default:
-            plan.consultCompanion = !pageHasAny;
-            break;
+        case kCompanionAdd: plan.consultCompanion = true; break;
+        default: plan.consultCompanion = !pageHasAny; break;
     }
     return plan;
 }
@@ -156,6 +153,19 @@ bool ReadInfo(TiffFile* tiff, uint32_t page, TiffPageInfo* info, ErrorRecord* re
     return ReadPageInfo(tiff, page, 0, info, record);
 }
 
+// The annotations of every source `plan` uses, written anew as one stream;
+// null for a page with none.
+bool MergedStream(TiffFile* tiff, uint32_t page, const TiffPageInfo& info, const Plan& plan, HGLOBAL* stream,
+                  uint32_t* size, ErrorRecord* record) {
+    AnnotationList list;
+    uint32_t loadResult = 0;
+    if (!ReadSources(tiff, page, info, plan, &list, nullptr, &loadResult, record)) return false;
+    const bool any = !list.empty() || (plan.useOwn && info.annotations.handle != nullptr);
+    if (!any) return true;
+    *stream = WriteAnnotationStream(list, false, size, record);
+    return *stream != nullptr;
+}
+
 }  // namespace
 
 bool ReadPageAnnotations(TiffFile* tiff, uint32_t page, AnnotationList* list, CheckedArray<AnnotationSource>* sources,
@@ -199,13 +209,18 @@ bool PageAnnotationStream(TiffFile* tiff, uint32_t page, HGLOBAL* stream, uint32
         *size = info.annotations.size;
         return true;
     }
-    AnnotationList list;
-    uint32_t loadResult = 0;
-    if (!ReadSources(tiff, page, info, plan, &list, nullptr, &loadResult, record)) return false;
-    const bool any = !list.empty() || (plan.useOwn && info.annotations.handle != nullptr);
-    if (!any) return true;
-    *stream = WriteAnnotationStream(list, false, size, record);
-    return *stream != nullptr;
+    return MergedStream(tiff, page, info, plan, stream, size, record);
+}
+
+bool MergeOutsideAnnotations(TiffFile* tiff, uint32_t page, HGLOBAL* merged, uint32_t* size, ErrorRecord* record) {
+    *merged = nullptr;
+    *size = 0;
+    if (record->failed()) return false;
+    PageInfoGuard guard;
+    if (!ReadInfo(tiff, page, &guard.info, record)) return false;
+    const TiffPageInfo& info = guard.info;
+    if (info.wangAnnotations.handle == nullptr && info.secondAnnotations.handle == nullptr) return true;
+    return MergedStream(tiff, page, info, Plan{}, merged, size, record);
 }
 
 }  // namespace velmora

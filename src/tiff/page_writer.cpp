@@ -16,6 +16,7 @@
 #include "platform/platform.h"
 #include "tiff/compression.h"
 #include "tiff/directory_builder.h"
+#include "tiff/outside_annotations.h"
 #include "tiff/page_decoder.h"
 #include "tiff/page_info.h"
 #include "tiff/tags.h"
@@ -769,6 +770,44 @@ bool CopyPage(TiffFile* tiff, TiffFile* source, uint32_t page, const TiffPageInf
     return append.Commit(builder, end, record);
 }
 
+// The own annotation block a copied page gets when its source carries
+// annotations in an outside format: those tags are never written, so their
+// annotations are merged, converted, into the own block. A caller's own block
+// wins. An outside block that cannot be read (it runs past the end of the
+// source, say) does not stop the copy: the page keeps its own block as
+// stored, as it would without the outside blocks; only a lack of memory fails.
+class MergedAnnotations {
+public:
+    MergedAnnotations() = default;
+    ~MergedAnnotations() {
+        if (bytes_ != nullptr) platform::MemUnlock(handle_);
+        FreeHandle(&handle_);
+    }
+    MergedAnnotations(const MergedAnnotations&) = delete;
+    MergedAnnotations& operator=(const MergedAnnotations&) = delete;
+
+    // Sets extras->annotations to the merged block when there is one.
+    bool Merge(TiffFile* source, uint32_t page, PageExtras* extras, ErrorRecord* record) {
+        if (extras->annotations != nullptr) return true;
+        ErrorRecord merge;
+        if (!MergeOutsideAnnotations(source, page, &handle_, &size_, &merge)) {
+            if (merge.code != kErrNotEnoughMemory) return true;
+            *record = merge;
+            return false;
+        }
+        if (handle_ == nullptr) return true;
+        bytes_ = static_cast<const uint8_t*>(platform::MemLock(handle_));
+        extras->annotations = bytes_;
+        extras->annotationsSize = size_;
+        return true;
+    }
+
+private:
+    HGLOBAL handle_ = nullptr;
+    const uint8_t* bytes_ = nullptr;
+    uint32_t size_ = 0;
+};
+
 }  // namespace
 
 bool DibPageKind(const BITMAPINFOHEADER* header, PageKind* kind) {
@@ -829,11 +868,17 @@ bool AppendTiffPage(TiffFile* tiff, TiffFile* source, uint32_t page, const PageW
     TiffPageInfo info;
     SetWanted(&info, kFieldImage);
     if (!ReadPageInfo(source, page, kReadStructure, &info, record)) return false;
+    PageWriteOptions withAnnotations = options;
+    MergedAnnotations merged;
+    if (info.hasAnnotations && !merged.Merge(source, page, &withAnnotations.extras, record)) {
+        FreePageInfo(&info);
+        return false;
+    }
     const bool keep = options.compression == kWriteDefault || options.compression == WriteCodeOf(info);
     bool done = false;
     ErrorRecord structure;
     if (keep && CheckImageStructure(source, &info, &structure) && CanCopyData(tiff, source, info)) {
-        done = CopyPage(tiff, source, page, info, options, record);
+        done = CopyPage(tiff, source, page, info, withAnnotations, record);
         FreePageInfo(&info);
         return done;
     }
@@ -842,7 +887,7 @@ bool AppendTiffPage(TiffFile* tiff, TiffFile* source, uint32_t page, const PageW
     if (dib == nullptr) return false;
     {
         ImageLock lock(dib);
-        done = WriteDib(tiff, dib, lock.header(), nullptr, options, source, page, record);
+        done = WriteDib(tiff, dib, lock.header(), nullptr, withAnnotations, source, page, record);
     }
     FreeImage(&dib);
     return done;

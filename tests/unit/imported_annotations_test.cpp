@@ -1,5 +1,5 @@
 // The foreign annotation blocks, built byte by byte after their published
-// layouts, and exemption code files.
+// layouts, pages carrying them copied, and exemption code files.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -8,12 +8,17 @@
 #include <string>
 #include <vector>
 
+#include "../support/memory_stream.h"
+#include "annotations/annotation_stream.h"
 #include "annotations/exemption_codes.h"
 #include "annotations/sheet_chunk_reader.h"
 #include "annotations/wang_reader.h"
 #include "frame/settings.h"
 #include "frame/settings_store.h"
 #include "temp_names.h"
+#include "tiff/tiff_file.h"
+#include "tiff_builder.h"
+#include "velmora/velmora.h"
 
 namespace velmora {
 namespace {
@@ -300,6 +305,70 @@ TEST(SheetChunkAnnotations, ItemsConvertWithTheResolution) {
         ASSERT_LE(partial.size(), list.size());
         for (size_t i = 0; i < partial.size(); ++i) ASSERT_EQ(partial.at(i)->family, list.at(i)->family);
     }
+}
+
+// The annotations of `page` through the export; empty for none.
+Bytes PageAnnotations(HGLOBAL tiff, DWORD page) {
+    HGLOBAL stream = nullptr;
+    DWORD size = 0;
+    EXPECT_EQ(GetVelmoraTIFFAnnotations(tiff, page, &stream, &size), 1);
+    Bytes bytes = testing_support::TakeBlock(stream);
+    bytes.resize(size);
+    return bytes;
+}
+
+// Copying a page never writes its outside blocks: their annotations go,
+// converted, into its own block, whether the image is copied or coded again.
+// An outside block that cannot be read leaves the own block as stored.
+TEST(OutsideAnnotations, CopiedPagesKeepThemInTheirOwnBlock) {
+    AnnotationList ownList;
+    uint32_t loadResult = 0, ownSize = 0;
+    ErrorRecord record;
+    const Bytes ownMark = WangBlock().Mark({6}).bytes;
+    ASSERT_TRUE(ReadWangAnnotations(ownMark.data(), ownMark.size(), &ownList, &loadResult, &record));
+    Bytes own = testing_support::TakeBlock(WriteAnnotationStream(ownList, false, &ownSize, &record));
+    own.resize(ownSize);
+    auto block = [](uint16_t tag, uint16_t type, const Bytes& b) {
+        return testing::Field{tag, type, b.size(), std::vector<uint64_t>(b.begin(), b.end())};
+    };
+    std::string paths[2];
+    for (int damaged = 0; damaged < 2; ++damaged) {
+        testing::Field wang = block(32932, 1, WangBlock().Mark({5}).Mark({504}).bytes);
+        wang.rawOffset = damaged ? 1u << 20 : 0;
+        testing::TiffBuilder b(false, false);
+        b.bytes().resize(24, 0x80);  // an 8 x 2 grey image
+        b.AddDirectory({testing::Long(256, {8}), testing::Long(257, {2}), testing::Short(258, {8}),
+                        testing::Short(262, {1}), testing::Long(273, {8}), testing::Long(279, {16}),
+                        testing::Rational(282, 200, 1), testing::Rational(283, 100, 1), wang,
+                        block(33581, 1, SheetChunk({{"Arw1", Words({0, 0, 1000, 1000, 0xFF, 0x00030003})}})),
+                        block(33938, 7, own)});
+        paths[damaged] = testing::WriteBytes(testing::TempPath("outside" + std::to_string(damaged)), b.bytes());
+    }
+    HGLOBAL source = OpenVelmoraTIFF(paths[0].c_str(), VELMORA_TIFF_READ, 0);
+    const Bytes merged = PageAnnotations(source, 1);
+    AnnotationList mergedList;  // own, Wang and sheet-chunk annotations
+    ASSERT_TRUE(ReadAnnotationStream(merged.data(), merged.size(), &mergedList, &loadResult, &record));
+    EXPECT_EQ(mergedList.size(), 4u);
+
+    // Page 1 copied as coded; page 2 from the damaged file (the copy rewritten
+    // with page 1 copied once more); page 3 coded again.
+    const std::string copy = testing::TempPath("outside-copy.tif");
+    ASSERT_EQ(AppendVelmoraTIFF(copy.c_str(), paths[0].c_str()), 1);
+    ASSERT_EQ(AppendVelmoraTIFF(copy.c_str(), paths[1].c_str()), 1);
+    VelmoraAppendTIFF recode = {.size = VELMORA_APPEND_TIFF_SIZE_V1,
+                                .sourceTIFF = source,
+                                .sourcePage = 1,
+                                .compression = VELMORA_COMPRESSION_LZW};
+    HGLOBAL copied = OpenVelmoraTIFF(copy.c_str(), VELMORA_TIFF_READ | VELMORA_TIFF_WRITE, 0);
+    ASSERT_EQ(AppendVelmoraOpenTIFFEx(copied, &recode), 1);
+    for (DWORD page = 1; page <= 3; ++page) {
+        EXPECT_TRUE(PageAnnotations(copied, page) == (page == 2 ? own : merged)) << page;
+        ASSERT_TRUE(LocatePage(TiffFromHandle(copied), page, 0, &record));
+        EXPECT_TRUE(!FindEntry(TiffFromHandle(copied), 32932) && !FindEntry(TiffFromHandle(copied), 33581)) << page;
+    }
+    CloseVelmoraTIFF(copied);
+    CloseVelmoraTIFF(source);
+    for (const std::string& path : {paths[0], paths[1], copy}) std::remove(path.c_str());
 }
 
 TEST(ExemptionCodes, GroupsCodesAndErrors) {
