@@ -12,7 +12,8 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--nm", required=True)
     parser.add_argument("--archive", required=True)
-    parser.add_argument("--table", required=True)
+    parser.add_argument("--table", required=True, action="append",
+                        help="a table of names and argument bytes; may be repeated")
     args = parser.parse_args()
 
     symbols = subprocess.run([args.nm, "-g", "--defined-only", args.archive],
@@ -23,16 +24,17 @@ def main():
 
     failures = 0
     checked = 0
-    with open(args.table, encoding="ascii") as table:
-        for line in table:
-            if not line.strip() or line.startswith("#"):
-                continue
-            name, expected = line.split()[:2]
-            checked += 1
-            actual = decorated.get(name)
-            if actual != int(expected):
-                print(f"{name}: expected {expected} argument bytes, found {actual}")
-                failures += 1
+    for path in args.table:
+        with open(path, encoding="ascii") as table:
+            for line in table:
+                if not line.strip() or line.startswith("#"):
+                    continue
+                name, expected = line.split()[:2]
+                checked += 1
+                actual = decorated.get(name)
+                if actual != int(expected):
+                    print(f"{name}: expected {expected} argument bytes, found {actual}")
+                    failures += 1
     print(f"stdcall sizes: {checked - failures} passed, {failures} failed")
     return 1 if failures or checked == 0 else 0
 
