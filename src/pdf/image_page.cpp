@@ -1,5 +1,7 @@
 #include "pdf/image_page.h"
 
+#include "pdf/jpeg_strip_join.h"
+
 #include <cstring>
 #include <utility>
 
@@ -14,6 +16,7 @@
 #include "frame/memory_handle.h"
 #include "io/stream.h"
 #include "pdf/indirect_object.h"
+#include "pdf/jpeg_strip_join.h"
 #include "pdf/number_format.h"
 #include "pdf/text_layer.h"
 #include "platform/platform.h"
@@ -237,8 +240,10 @@ bool Bilevel(const TiffPageInfo& info) {
 
 // Whether the page's one strip is what a PDF filter reads.
 bool Copyable(const TiffPageInfo& info, const ImagePageChoices& choices) {
-    if (info.tiled || info.stripCount != 1 || info.planarConfiguration != 1 || info.orientation != 1 ||
-        info.fillOrder != 1 || info.bitsPerSampleDiffer || info.extraSamples.count != 0) {
+    // JPEG strips may be joined into one stream (JoinJpegStrips).
+    const bool strips = info.stripCount != 1 && info.compression != 7;
+    if (info.tiled || strips || info.planarConfiguration != 1 || info.orientation != 1 || info.fillOrder != 1 ||
+        info.bitsPerSampleDiffer || info.extraSamples.count != 0) {
         return false;
     }
     const uint16_t bits = info.bitsPerSample;
@@ -312,11 +317,13 @@ bool JoinJpegTables(const TiffPageInfo& info, const uint8_t* strip, uint32_t siz
     return framed && record->ok();
 }
 
-// Writes the page's one strip as the image and returns the image's number.
-uint32_t CopyImage(PdfDocument* pdf, TiffFile* tiff, const TiffPageInfo& info, ErrorRecord* record) {
+// Writes the page's one strip, or its JPEG strips already joined, as the
+// image and returns the image's number.
+uint32_t CopyImage(PdfDocument* pdf, TiffFile* tiff, const TiffPageInfo& info, const CheckedArray<uint8_t>& strips,
+                   ErrorRecord* record) {
     TiffStripBuffer buffer;
-    uint32_t size = 0;
-    const uint8_t* strip = buffer.Read(tiff, &info, 0, &size, record);
+    uint32_t size = static_cast<uint32_t>(strips.size());
+    const uint8_t* strip = strips.empty() ? buffer.Read(tiff, &info, 0, &size, record) : strips.data();
     if (strip == nullptr) return 0;
     PageImage image;
     image.width = info.width;
@@ -353,7 +360,7 @@ uint32_t CopyImage(PdfDocument* pdf, TiffFile* tiff, const TiffPageInfo& info, E
         case 5: image.filter = "LZWDecode"; break;
         case 7:
             image.filter = "DCTDecode";
-            if (JoinJpegTables(info, strip, size, &joined, record)) {
+            if (strips.empty() && JoinJpegTables(info, strip, size, &joined, record)) {
                 image.data = joined.data();
                 image.size = static_cast<uint32_t>(joined.size());
             }
@@ -605,17 +612,18 @@ bool AppendTiffPage(PdfDocument* pdf, TiffDocument* tiff, uint32_t page, const I
         FreePageInfo(&info);
         return false;
     }
-    CheckedArray<uint8_t> text;
+    CheckedArray<uint8_t> text, joined;
     if (choices.textLayer) TextLayerOf(info, annotations, &text, record);
     if (!annotations.empty()) {
         RecompressPage(pdf, tiff->tiff, info, choices, &annotations, &text, record);
-    } else if (ShouldCopy(info, choices)) {
-        const uint32_t imageNumber = CopyImage(pdf, tiff->tiff, info, record);
+    } else if (ShouldCopy(info, choices) &&
+               (info.stripCount == 1 || JoinJpegStrips(tiff->tiff, info, &joined, record))) {
+        const uint32_t imageNumber = CopyImage(pdf, tiff->tiff, info, joined, record);
         double across = 1;
         double down = 1;
         PointsPerPixel(info, &across, &down);
         WritePage(pdf, imageNumber, info.width * across, info.length * down, 0, text, record);
-    } else {
+    } else if (record->ok()) {
         RecompressPage(pdf, tiff->tiff, info, choices, nullptr, &text, record);
     }
     FreePageInfo(&info);

@@ -2,7 +2,9 @@
 //
 // A page whose stored data a PDF filter reads as it is (CCITT Group 3 and 4,
 // LZW, JPEG, or no compression, in one strip, upright, most significant bit
-// first) is copied byte for byte. Any other page is decoded and coded again:
+// first) is copied byte for byte; JPEG strips that end on rows of MCUs are
+// joined into one stream without decoding. Any other page is decoded and
+// coded again:
 // bi-level pages as CCITT Group 4 (run-length data when the bi-level
 // compression asked for is PackBits), the others as run-length data (or LZW
 // for colour palettes re-coded to be smaller). A page whose annotations are

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <tiffio.h>
 
 #include "support/peers.h"
 #include "support/pictures.h"
@@ -86,6 +87,9 @@ const Case kCases[] = {
     {"rgb-jpeg", "rgb", "-c jpeg:95 -r 160", "jpeg rgb 3 8\n", 8, false},
     {"rgb-jpeg-raw", "rgb", "-c jpeg:r:95 -r 160", "jpeg rgb 3 8\n", 8, false},
     {"grey-jpeg", "grey", "-c jpeg:90 -r 160", "jpeg gray 1 8\n", 8, false},
+    // JPEG strips are joined into one stream when each ends on a row of MCUs.
+    {"rgb-jpeg-raw-strips", "rgb", "-c jpeg:r:95 -r 24", "jpeg rgb 3 8\n", 8, false},
+    {"grey-jpeg-strips", "grey", "-c jpeg:90 -r 8", "jpeg gray 1 8\n", 8, false},
     {"palette-smaller", "palette", "-c none -r 9999", "image index 1 8\n", 255, false, u"Enhanced Compress", u"1"},
     {"rgb-to-bw", "rgb", "-c lzw -r 9999", "ccitt gray 1 1\n", 255, false, u"To BW", u"1"},
     {"g4-as-runs", "bw", "-c g4 -r 9999", "image index 1 1\n", 0, false, u"BW Compression", u"32773"},
@@ -177,6 +181,38 @@ TEST_F(TiffToPdf, EachEncodingChecksListsAndRendersAsItsSource) {
         EXPECT_TRUE(stream.size() > 1000 &&
                     std::search(file.begin(), file.end(), stream.begin(), stream.end()) != file.end());
     }
+}
+
+// Joined JPEG strips hold the strips' blocks: decoded without smoothing
+// across blocks, the joined stream gives exactly the strips' pixels, one
+// strip after another.
+TEST_F(TiffToPdf, JpegStripsJoinIntoOneStreamOfTheSameBlocks) {
+    const Case c = {"ycbcr-strips", "rgb", "-c jpeg:80 -r 32", "jpeg rgb 3 8\n", 0, false};
+    const std::string tiff = Tiff(c), pdf = Convert(tiff);
+    EXPECT_TRUE(peers::Run("qpdf --check " + pdf));
+    ASSERT_TRUE(peers::Run("pdfimages -j " + pdf + " " + dir_.Path("joined")));
+    const auto blocky = [](jpeg_decompress_struct& info) { info.do_fancy_upsampling = FALSE; };
+    Picture joined, strips{0, 0, 3, {}};
+    ASSERT_TRUE(peers::LibjpegDecode(peers::ReadFile(dir_.Path("joined-000.jpg")), &joined, nullptr, blocky));
+
+    TIFF* tif = TIFFOpen(tiff.c_str(), "r");
+    ASSERT_NE(tif, nullptr);
+    uint32_t count = 0;
+    void* tableBytes = nullptr;
+    ASSERT_TRUE(TIFFGetField(tif, TIFFTAG_JPEGTABLES, &count, &tableBytes));
+    const std::vector<uint8_t> tables(static_cast<uint8_t*>(tableBytes), static_cast<uint8_t*>(tableBytes) + count);
+    ASSERT_GT(TIFFNumberOfStrips(tif), 1u);
+    for (tstrip_t i = 0; i < TIFFNumberOfStrips(tif); ++i) {
+        std::vector<uint8_t> coded(TIFFRawStripSize(tif, i));
+        ASSERT_GT(TIFFReadRawStrip(tif, i, coded.data(), static_cast<tmsize_t>(coded.size())), 0);
+        Picture strip;
+        ASSERT_TRUE(peers::LibjpegDecode(coded, &strip, nullptr, blocky, &tables));
+        strips.width = strip.width;
+        strips.height += strip.height;
+        strips.pixels.insert(strips.pixels.end(), strip.pixels.begin(), strip.pixels.end());
+    }
+    TIFFClose(tif);
+    EXPECT_EQ(peers::LargestDifference(joined, strips), 0);
 }
 
 TEST_F(TiffToPdf, PagesAppendedOneByOneKeepSizeTurnAndColours) {

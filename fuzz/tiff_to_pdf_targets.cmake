@@ -1,0 +1,1 @@
+velmora_fuzz_target(tiff_to_pdf_fuzz)
