@@ -1,5 +1,6 @@
 #include "pdf/buffered_writer.h"
 
+#include <cstdint>
 #include <cstring>
 
 #include "frame/formatter.h"
@@ -29,6 +30,13 @@ void BufferedWriter::Put(uint8_t byte, ErrorRecord* record) {
 
 void BufferedWriter::Write(const void* data, size_t size, ErrorRecord* record) {
     const uint8_t* bytes = static_cast<const uint8_t*>(data);
+    // A run longer than the buffer (image data) goes to the stream as it is.
+    if (stream_ != nullptr && size >= sizeof buffer_ && size <= UINT32_MAX && record->ok()) {
+        Flush(record);
+        StreamWrite(stream_, bytes, static_cast<uint32_t>(size), record);
+        if (record->ok()) position_ += size;
+        return;
+    }
     while (size > 0 && record->ok()) {
         if (used_ == sizeof buffer_) Flush(record);
         size_t run = sizeof buffer_ - used_ < size ? sizeof buffer_ - used_ : size;

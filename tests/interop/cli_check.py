@@ -9,6 +9,7 @@ every compression `convert` writes reads back in Pillow, and recognised text
 finds it."""
 import json
 import os
+import pty
 import random
 import re
 import shutil
@@ -255,6 +256,29 @@ def check_ocr(velmora, tmp):
     return failures
 
 
+def check_pdf_pages(velmora, tmp, pages):
+    """A PDF of the pages asked for, in that order; and on a terminal the
+    conversion draws its progress and writes every page."""
+    failures = 0
+    document, selected, shown = (os.path.join(tmp, name) for name in ("three.tif", "selected.pdf", "shown.pdf"))
+    run("tiffcp", *pages, document)
+    run(velmora, "convert", document, selected, "--pages", "3,1")
+    sizes = re.findall(r"Page +\d+ size: +([\d.]+) x ([\d.]+)", run("pdfinfo", "-f", "1", "-l", "9", selected))
+    expected = [Image.open(pages[2]).size, Image.open(pages[0]).size]
+    if [(round(float(w)), round(float(h))) for w, h in sizes] != expected:
+        print("pages 3,1 as a PDF:", sizes, "for", expected)
+        failures += 1
+    terminal, child = pty.openpty()
+    done = subprocess.run([velmora, "convert", document, shown], stderr=child, stdout=subprocess.DEVNULL)
+    os.close(child)
+    drawn = os.read(terminal, 65536).decode()
+    os.close(terminal)
+    if done.returncode != 0 or "100%" not in drawn or "Pages:           3" not in run("pdfinfo", shown):
+        print("conversion on a terminal:", done.returncode, repr(drawn[-80:]))
+        failures += 1
+    return failures
+
+
 def main():
     velmora = sys.argv[1]
     if not shutil.which("tiffcp") or not os.path.exists("/usr/bin/convert"):
@@ -401,7 +425,8 @@ def main():
         failures += check_annotations(velmora, tmp, document)
         if shutil.which("pdftotext"):
             failures += check_ocr(velmora, tmp)
-    print("%d passed, %d failed" % (27 - failures, failures))
+            failures += check_pdf_pages(velmora, tmp, (bilevel, grey, colour))
+    print("%d passed, %d failed" % (29 - failures, failures))
     return 1 if failures else 0
 
 

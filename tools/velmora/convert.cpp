@@ -1,5 +1,6 @@
 // velmora convert and velmora append: writing TIFF files page by page, and
 // single pages as bitmaps or JPEG files.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -154,10 +155,43 @@ DWORD CountPages(const Source& source) {
     return pages;
 }
 
+// Pages of a TIFF file (every page for an empty list) appended to a new PDF
+// one at a time, in the order asked for, with the library's conversion
+// defaults (a text layer, annotations burned in); the progress bar, when
+// there is one, after each page.
+int ConvertPageByPage(const char* in, const char* out, std::vector<DWORD> pages, VelmoraProgressProc progress) {
+    if (pages.empty()) {
+        HGLOBAL tiff = OpenVelmoraTIFF(in, 0x80000000u, 0);
+        if (tiff == nullptr) return Fail(in);
+        const DWORD count = CountTiffPages(tiff);
+        CloseVelmoraTIFF(tiff);
+        for (DWORD page = 1; page <= count; ++page) pages.push_back(page);
+    }
+    HGLOBAL pdf = CreateVelmoraPDF(out, nullptr);
+    if (pdf == nullptr) return Fail(out);
+    int result = 0;
+    for (size_t i = 0; i < pages.size() && result == 0; ++i) {
+        if (!AppendVelmoraPDFPage(pdf, in, pages[i])) {
+            ClearProgress(progress);
+            result = FailPage(in, pages[i]);
+        } else if (progress != nullptr) {
+            progress(static_cast<DWORD>((i + 1) * 100 / pages.size()), 0);
+        }
+    }
+    if (result == 0 && !SaveVelmoraPDF(pdf)) result = Fail(out);
+    ClearProgress(progress);
+    CloseVelmoraPDF(pdf);
+    if (result != 0) std::remove(out);
+    return result;
+}
+
 // Every page of a TIFF file as an image PDF: pages copied where their coding
 // allows, annotations burned in and the OCR text as a text layer unless
-// asked otherwise.
+// asked otherwise. On a terminal, a conversion with those defaults shows its
+// progress page by page.
 int ConvertToPdf(const char* in, const char* out, bool archive, bool textLayer, bool burn) {
+    const VelmoraProgressProc progress = TerminalProgress();
+    if (progress != nullptr && !archive && textLayer && burn) return ConvertPageByPage(in, out, {}, progress);
     VelmoraTIFFToPDFInfo info = {};
     info.size = VELMORA_TIFF_TO_PDF_INFO_SIZE_V2;
     info.flags =
@@ -185,6 +219,49 @@ int ConvertRecognised(const char* in, const char* out, bool archive, bool burn) 
     int result = RecogniseTiff(copy.c_str(), "eng", nullptr);
     if (result == 0) result = ConvertToPdf(copy.c_str(), out, archive, true, burn);
     std::remove(copy.c_str());
+    return result;
+}
+
+// The pages of the source as a new TIFF file, each copied (keeping its
+// coding unless another compression is asked for) or read and converted.
+int WriteTiffPages(const Source& source, const std::vector<DWORD>& pages, WORD compression, WORD quality,
+                   bool convertColor, LONG color, const char* in, const char* out) {
+    HGLOBAL target = OpenVelmoraTIFF(out, 0xC0000000u, 1);
+    if (target == nullptr) return Fail(out);
+    const VelmoraProgressProc progress = TerminalProgress();
+    int result = 0;
+    for (DWORD page : pages) {
+        VelmoraAppendTIFF append = {};
+        append.size = VELMORA_APPEND_TIFF_SIZE_V4;
+        append.compression = compression;
+        if (quality != 0) {
+            append.flags |= VELMORA_APPEND_JPEG_QUALITY;
+            append.extraData = &quality;
+        }
+        if (progress != nullptr) {
+            append.flags |= VELMORA_APPEND_PROGRESS;
+            append.progress = progress;
+        }
+        BOOL done = FALSE;
+        if (source.tiff != nullptr && !convertColor) {
+            // The page is copied, keeping its coding unless another is asked for.
+            append.sourceTIFF = source.tiff;
+            append.sourcePage = page;
+            done = AppendVelmoraOpenTIFFEx(target, &append);
+        } else if (HGLOBAL dib = ReadPage(source, page, convertColor, color, progress)) {
+            append.dib = dib;
+            done = AppendVelmoraOpenTIFFEx(target, &append);
+            GlobalFree(dib);
+        }
+        if (!done) {
+            ClearProgress(progress);
+            result = FailPage(in, page);
+            break;
+        }
+    }
+    ClearProgress(progress);
+    if (!CloseVelmoraTIFF(target) && result == 0) result = Fail(out);
+    if (result != 0) std::remove(out);
     return result;
 }
 
@@ -247,18 +324,22 @@ int RunConvert(int argc, char** argv) {
         std::fprintf(
             stderr,
             "usage: velmora convert IN OUT [--compression NAME] [--quality Q] [--pages LIST] "
-            "[--color TYPE]\n       velmora convert IN.tif OUT.pdf [--pdfa] [--no-text-layer] [--no-burn] [--ocr]\n");
+            "[--color TYPE]\n       velmora convert IN.tif OUT.pdf [--pdfa] [--no-text-layer] [--no-burn] [--ocr] "
+            "[--pages LIST]\n");
         return 2;
     }
-    if (OutputType(out) == VELMORA_DOCTYPE_PDF) {
-        if (pageList != nullptr || convertColor || compression != VELMORA_COMPRESSION_DEFAULT || quality != 0 ||
-            (recognise && !textLayer)) {
+    const bool pdf = OutputType(out) == VELMORA_DOCTYPE_PDF;
+    if (pdf) {
+        if (convertColor || compression != VELMORA_COMPRESSION_DEFAULT || quality != 0 || (recognise && !textLayer)) {
             std::fprintf(stderr,
-                         "velmora: a PDF takes every page as it is (--pdfa, --no-text-layer or --ocr, --no-burn)\n");
+                         "velmora: a PDF takes its pages as they are (--pages, --pdfa, --no-text-layer or "
+                         "--ocr, --no-burn)\n");
             return 2;
         }
-        if (recognise) return ConvertRecognised(in, out, archive, burn);
-        return ConvertToPdf(in, out, archive, textLayer, burn);
+        if (pageList == nullptr) {
+            return recognise ? ConvertRecognised(in, out, archive, burn)
+                             : ConvertToPdf(in, out, archive, textLayer, burn);
+        }
     }
     if (recognise) {
         std::fprintf(stderr, "velmora: --ocr makes a PDF (OUT.pdf); 'velmora ocr' recognises a TIFF file\n");
@@ -283,47 +364,29 @@ int RunConvert(int argc, char** argv) {
         return 2;
     }
     if (pages.empty()) return Fail(in);
+    if (pdf && !recognise && !archive && textLayer && burn) {
+        return ConvertPageByPage(in, out, pages, TerminalProgress());
+    }
+    if (pdf) {
+        // The pages asked for are gathered in a TIFF file of their own first;
+        // copied pages keep their page numbers, so they come in document order.
+        std::sort(pages.begin(), pages.end());
+        pages.erase(std::unique(pages.begin(), pages.end()), pages.end());
+        const std::string selected = std::string(out) + ".velmora-pages.tif";
+        std::remove(selected.c_str());
+        int result = WriteTiffPages(source, pages, VELMORA_COMPRESSION_DEFAULT, 0, false, 0, in, selected.c_str());
+        if (result == 0) {
+            result = recognise ? ConvertRecognised(selected.c_str(), out, archive, burn)
+                               : ConvertToPdf(selected.c_str(), out, archive, textLayer, burn);
+        }
+        std::remove(selected.c_str());
+        return result;
+    }
     if (OutputType(out) != VELMORA_DOCTYPE_TIFF) {
         // A bitmap or a JPEG file holds one page: the first one asked for.
         return SaveFile(source, pages.front(), convertColor, color, quality, out);
     }
-    HGLOBAL target = OpenVelmoraTIFF(out, 0xC0000000u, 1);
-    if (target == nullptr) return Fail(out);
-    const VelmoraProgressProc progress = TerminalProgress();
-    int result = 0;
-    for (DWORD page : pages) {
-        VelmoraAppendTIFF append = {};
-        append.size = VELMORA_APPEND_TIFF_SIZE_V4;
-        append.compression = compression;
-        if (quality != 0) {
-            append.flags |= VELMORA_APPEND_JPEG_QUALITY;
-            append.extraData = &quality;
-        }
-        if (progress != nullptr) {
-            append.flags |= VELMORA_APPEND_PROGRESS;
-            append.progress = progress;
-        }
-        BOOL done = FALSE;
-        if (source.tiff != nullptr && !convertColor) {
-            // The page is copied, keeping its coding unless another is asked for.
-            append.sourceTIFF = source.tiff;
-            append.sourcePage = page;
-            done = AppendVelmoraOpenTIFFEx(target, &append);
-        } else if (HGLOBAL dib = ReadPage(source, page, convertColor, color, progress)) {
-            append.dib = dib;
-            done = AppendVelmoraOpenTIFFEx(target, &append);
-            GlobalFree(dib);
-        }
-        if (!done) {
-            ClearProgress(progress);
-            result = FailPage(in, page);
-            break;
-        }
-    }
-    ClearProgress(progress);
-    if (!CloseVelmoraTIFF(target) && result == 0) result = Fail(out);
-    if (result != 0) std::remove(out);
-    return result;
+    return WriteTiffPages(source, pages, compression, quality, convertColor, color, in, out);
 }
 
 int RunAppend(int argc, char** argv) {

@@ -44,10 +44,12 @@ const Command kCommands[] = {
      "100, 75 by default). --color converts every page\n"
      "to bw, dither (dithered black and white), gray16, gray256, pal16, pal256 or rgb. Pages that\n"
      "are decoded to be coded again are stored upright. Shows progress on a terminal.\n"
-     "OUT.pdf makes an image PDF of every page of a TIFF file: pages copied where their\n"
+     "OUT.pdf makes an image PDF of the pages of a TIFF file (all, or --pages): pages copied where their\n"
      "coding allows, annotations burned in (not with --no-burn), OCR text as an invisible\n"
      "text layer (not with --no-text-layer); --pdfa makes a PDF/A-1b file with the system's\n"
-     "sRGB profile. --ocr recognises the pages with tesseract first (in a copy) for the text layer.",
+     "sRGB profile. --ocr recognises the pages with tesseract first (in a copy) for the text layer.\n"
+     "Without --pdfa, --no-burn, --no-text-layer and --ocr, pages come in the order --pages gives\n"
+     "and progress shows page by page on a terminal; with them, pages come in document order.",
      RunConvert},
     {"ocr", "velmora ocr FILE.tif [--lang eng] [--pages LIST]",
      "Recognise the text of every page of a TIFF file (or of a list such as 1,3-5) with\n"
