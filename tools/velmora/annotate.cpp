@@ -90,20 +90,13 @@ int RunAnnotate(int argc, char** argv) {
         DWORD size = 0;
         BOOL ok = GetVelmoraTIFFAnnotations(tiff, p, &stream, &size);
         if (ok && p == page) {
-            VelmoraInsertAnnotationInfo info = {};
-            info.size = VELMORA_INSERT_ANNOTATION_INFO_SIZE_V4;
-            info.borderStyle = border != VELMORA_COLOR_NONE ? 1 : 0;
-            info.borderWidth = border != VELMORA_COLOR_NONE ? 1 : 0;
-            info.borderColor = border;
-            info.textSize = 12;
-            info.textColor = text != nullptr ? 0 : VELMORA_COLOR_NONE;
-            info.fontName = "Arial";
-            info.rect = rect;
-            info.backColor = fill != VELMORA_COLOR_NONE && highlight ? fill | VELMORA_COLOR_HIGHLIGHTER : fill;
-            info.text = text;
-            info.backColor2 = VELMORA_COLOR_NONE;
-            info.thirdColor = VELMORA_COLOR_NONE;
-            ok = InsertVelmoraAnnotation(&stream, &size, VELMORA_INSERT_RECTANGLE, &info) >= 0;
+            RectangleMark mark;
+            mark.rect = rect;
+            mark.border = border;
+            mark.fill = fill;
+            mark.highlight = highlight;
+            mark.text = text;
+            ok = InsertRectangle(&stream, &size, mark);
         }
         VelmoraAppendTIFF append = {};
         append.size = VELMORA_APPEND_TIFF_SIZE_V1;

@@ -48,6 +48,22 @@ DWORD CountTiffPages(HGLOBAL tiff);
 // or a new image that replaced and freed it), or null after a failure with
 // `dib` still the caller's.
 HGLOBAL BurnPage(HGLOBAL tiff, DWORD page, HGLOBAL dib, bool redactionsOnly, HGLOBAL* rest, DWORD* restSize);
+// A rectangle annotation: a border (none when `border` is VELMORA_COLOR_NONE),
+// a fill (none when `fill` is VELMORA_COLOR_NONE; a highlighter's when
+// `highlight`) and a text (none when null) in Arial of `points`.
+struct RectangleMark {
+    RECT rect = {};
+    COLORREF border = VELMORA_COLOR_NONE;
+    WORD borderWidth = 1;
+    COLORREF fill = VELMORA_COLOR_NONE;
+    bool highlight = false;
+    const char* text = nullptr;
+    WORD points = 12;
+    COLORREF textColor = 0;
+};
+// Appends `mark` to an annotation stream (*stream may be null: a new one);
+// false with the library's error set.
+bool InsertRectangle(HGLOBAL* stream, DWORD* size, const RectangleMark& mark);
 // numerator / denominator, 0 for a zero denominator.
 double Value(DWORD numerator, DWORD denominator);
 

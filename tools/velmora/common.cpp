@@ -87,6 +87,25 @@ double Value(DWORD numerator, DWORD denominator) {
     return denominator == 0 ? 0.0 : static_cast<double>(numerator) / denominator;
 }
 
+bool InsertRectangle(HGLOBAL* stream, DWORD* size, const RectangleMark& mark) {
+    const bool border = mark.border != VELMORA_COLOR_NONE;
+    VelmoraInsertAnnotationInfo info = {};
+    info.size = VELMORA_INSERT_ANNOTATION_INFO_SIZE_V4;
+    info.borderStyle = border ? 1 : 0;
+    info.borderWidth = border ? mark.borderWidth : 0;
+    info.borderColor = mark.border;
+    info.textSize = mark.points;
+    info.textColor = mark.text != nullptr ? mark.textColor : VELMORA_COLOR_NONE;
+    info.fontName = "Arial";
+    info.rect = mark.rect;
+    info.backColor =
+        mark.fill != VELMORA_COLOR_NONE && mark.highlight ? mark.fill | VELMORA_COLOR_HIGHLIGHTER : mark.fill;
+    info.text = mark.text;
+    info.backColor2 = VELMORA_COLOR_NONE;
+    info.thirdColor = VELMORA_COLOR_NONE;
+    return InsertVelmoraAnnotation(stream, size, VELMORA_INSERT_RECTANGLE, &info) >= 0;
+}
+
 bool ParseFileAndJson(int argc, char** argv, const char** path, bool* json) {
     *path = nullptr;
     *json = false;
