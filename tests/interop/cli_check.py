@@ -4,19 +4,22 @@ every page as libtiff does (orientations as tiffinfo reports them), `render`
 writes a bitmap Pillow reads back with the page's pixels, `despeckle` writes
 a TIFF and a bitmap that agree, JPEG files (alone and in TIFF pages) decode
 as djpeg decodes them, BMP, PNG, GIF and PCX files as Pillow reads them, and
-every compression `convert` writes reads back in Pillow, and recognised text
+every compression `convert` writes reads back in Pillow, recognised text
 (tesseract's or attached words) reaches a PDF's text layer where pdftotext
-finds it."""
+finds it, and the sample document becomes a PDF/A file that qpdf accepts and
+poppler renders and searches as the TIFF reads."""
 import json
 import os
 import pty
 import random
 import re
 import shutil
+import struct
 import subprocess
 import sys
 import tempfile
 
+import numpy as np
 from PIL import Image, ImageChops, ImageStat
 
 
@@ -279,6 +282,68 @@ def check_pdf_pages(velmora, tmp, pages):
     return failures
 
 
+def check_sample(velmora, tmp):
+    """The sample document as a PDF/A file: qpdf accepts it and finds the
+    archive objects; every page has its TIFF page's paper size, the fax pages
+    keep their Group 4 data, and poppler renders each page as velmora renders
+    the TIFF page with its annotations burned in; the text layer holds the
+    words stored with each page but the redacted one, whose bar is black."""
+    failures = 0
+    tif, pdf = os.path.join(tmp, "sample.tif"), os.path.join(tmp, "sample.pdf")
+    run(velmora, "sample", tif)
+    run(velmora, "convert", tif, pdf, "--pdfa")
+    run("qpdf", "--check", pdf)
+    root = re.search(r"/Root (\d+) 0 R", run("qpdf", "--show-object=trailer", pdf)).group(1)
+    if "/GTS_PDFA1" not in run("qpdf", "--show-object=" + root, pdf) or \
+            "<pdfaid:part>1</pdfaid:part>" not in run("pdfinfo", "-meta", pdf):
+        print("the sample PDF lacks its PDF/A output intent or metadata")
+        failures += 1
+    pages = json.loads(run(velmora, "info", tif, "--json"))["pages"]
+    sizes = [(float(w), float(h)) for w, h in
+             re.findall(r"size:\s+([\d.]+) x ([\d.]+) pts", run("pdfinfo", "-f", "1", "-l", "99", pdf))]
+    paper = [(p["width"] / p["xResolution"] * 72, p["length"] / p["yResolution"] * 72) for p in pages]
+    codings = [line.split()[8] for line in run("pdfimages", "-list", pdf).splitlines()[2:]]
+    if len(sizes) != len(pages) or max(abs(a - b) for s, e in zip(sizes, paper) for a, b in zip(s, e)) > 0.01 or \
+            codings[:2] != ["ccitt", "ccitt"] or sizes[0] != sizes[1]:
+        print("sample PDF pages:", sizes, "for", paper, codings)
+        failures += 1
+    # At four times the image's resolution poppler repeats pixels: one sample
+    # from inside each is the image pixel.
+    rendered, wrong = {}, []
+    for p in pages:
+        n, stem = p["page"], os.path.join(tmp, "sample-%d" % p["page"])
+        run(velmora, "render", tif, "--page", str(n), "--burn", "-o", stem + ".bmp")
+        run("pdftoppm", "-aa", "no", "-aaVector", "no", "-singlefile", "-rx", str(4 * p["xResolution"]), "-ry",
+            str(4 * p["yResolution"]), "-f", str(n), "-l", str(n), pdf, stem)
+        ours = np.asarray(Image.open(stem + ".bmp").convert("RGB"), dtype=int)
+        rendered[n] = np.asarray(Image.open(stem + ".ppm"))[1::4, 1::4][:ours.shape[0], :ours.shape[1]]
+        if rendered[n].shape != ours.shape or \
+                np.abs(rendered[n] - ours).max() > (8 if p["compression"] == "JPEG" else 0):
+            wrong.append(n)
+    # The bar: what burning in turns from white to black on the last page.
+    plain = os.path.join(tmp, "sample-plain.bmp")
+    run(velmora, "render", tif, "--page", str(len(pages)), "-o", plain)
+    burned = np.asarray(Image.open(os.path.join(tmp, "sample-%d.bmp" % len(pages))).convert("L"))
+    ys, xs = np.nonzero((burned == 0) & (np.asarray(Image.open(plain).convert("L")) == 255))
+    if wrong or len(xs) == 0 or rendered[len(pages)][ys.min():ys.max() + 1, xs.min():xs.max() + 1].max() != 0:
+        print("sample pages rendered from the PDF differ:", wrong, "or no black bar:", len(xs))
+        failures += 1
+    missing, extra = set(), set()
+    document = Image.open(tif)
+    for p in pages:
+        document.seek(p["page"] - 1)
+        record, stored = document.tag_v2[33944], set()
+        for entry in range(struct.unpack_from("<I", record, 24)[0]):
+            at = struct.unpack_from("<I", record, 28 + 8 * entry)[0]
+            stored.update(record[at:].decode("utf-16-le", "ignore").split("\0")[0].split())
+        found = set(run("pdftotext", "-f", str(p["page"]), "-l", str(p["page"]), pdf, "-").split())
+        missing, extra = missing | (stored - found), extra | (found - stored)
+    if missing != {"4471-2290-8836"} or extra:  # the word the sample redacts
+        print("sample PDF text: missing", missing, "extra", extra)
+        failures += 1
+    return failures
+
+
 def main():
     velmora = sys.argv[1]
     if not shutil.which("tiffcp") or not os.path.exists("/usr/bin/convert"):
@@ -325,36 +390,37 @@ def main():
         if missing.returncode == 0 or "IFD not found." not in missing.stderr:
             print("render of a missing page:", missing.returncode, missing.stderr)
             failures += 1
-        sample = os.path.join(tmp, "sample.tif")
-        run(velmora, "sample", sample)
-        info = json.loads(run(velmora, "info", sample, "--json"))
-        out = os.path.join(tmp, "sample.bmp")
-        run(velmora, "render", sample, "--page", "2", "-o", out)
-        theirs = Image.open(sample)
+        # A black and white and a colour page, uncompressed, at 200 dpi.
+        pair = os.path.join(tmp, "pair.tif")
+        pictures = [Image.open(grey).resize((320, 200)).convert("1"), Image.open(colour).resize((320, 200))]
+        pictures[0].save(pair, save_all=True, append_images=pictures[1:], dpi=(200, 200))
+        info = json.loads(run(velmora, "info", pair, "--json"))
+        out = os.path.join(tmp, "pair.bmp")
+        run(velmora, "render", pair, "--page", "2", "-o", out)
+        theirs = Image.open(pair)
         theirs.seek(1)
         if [(p["width"], p["length"], p["bits"]) for p in info["pages"]] != [(320, 200, 1), (320, 200, 24)] or \
                 ImageChops.difference(Image.open(out).convert("RGB"), theirs.convert("RGB")).getbbox() is not None:
-            print("the sample document:", info)
+            print("the two-page document:", info)
             failures += 1
-        # The main job's conversion: the black and white page to Group 4, the
-        # colour page to a palette page, appended into one file that Pillow
-        # reads as we do.
+        # The black and white page to Group 4, the colour page to a palette
+        # page, appended into one file that Pillow reads as we do.
         g4, palette, joined = (os.path.join(tmp, name) for name in ("g4.tif", "palette.tif", "joined.tif"))
-        run(velmora, "convert", sample, g4, "--pages", "1", "--compression", "g4")
-        run(velmora, "convert", sample, palette, "--pages", "2", "--color", "pal256")
+        run(velmora, "convert", pair, g4, "--pages", "1", "--compression", "g4")
+        run(velmora, "convert", pair, palette, "--pages", "2", "--color", "pal256")
         run(velmora, "append", joined, g4, palette)
         ours = Image.open(joined)
-        original = Image.open(sample)
+        original = Image.open(pair)
         rendered = os.path.join(tmp, "joined2.bmp")
         run(velmora, "render", joined, "--page", "2", "-o", rendered)
         ours.seek(1)
         if ImageChops.difference(ours.convert("RGB"), Image.open(rendered).convert("RGB")).getbbox() is not None or \
                 ours.mode != "P":
-            print("the palette page of the converted sample differs in Pillow")
+            print("the palette page of the converted pair differs in Pillow")
             failures += 1
         ours.seek(0)
         if ImageChops.difference(ours.convert("L"), original.convert("L")).getbbox() is not None:
-            print("the Group 4 page of the converted sample differs in Pillow")
+            print("the Group 4 page of the converted pair differs in Pillow")
             failures += 1
         # A thumbnail: a reduced image of page 1 after the pages, 64 x 40 (the
         # page is 320 x 200), with the page's physical size.
@@ -370,13 +436,13 @@ def main():
         # Resizing page 1: doubled by nearest pixel as Pillow doubles it; halved
         # smoothly into a grey bitmap of the page's physical size.
         doubled, halved = os.path.join(tmp, "doubled.tif"), os.path.join(tmp, "halved.bmp")
-        run(velmora, "resize", sample, doubled, "--size", "640x400", "--nearest")
-        run(velmora, "resize", sample, halved, "--size", "160x100")
+        run(velmora, "resize", pair, doubled, "--size", "640x400", "--nearest")
+        run(velmora, "resize", pair, halved, "--size", "160x100")
         expected = original.convert("L").resize((640, 400), Image.NEAREST)
         small = Image.open(halved)
         if ImageChops.difference(Image.open(doubled).convert("L"), expected).getbbox() is not None or \
                 small.size != (160, 100) or round(small.info["dpi"][0]) != round(original.info["dpi"][0] / 2):
-            print("the resized sample:", Image.open(doubled).size, small.size, small.info)
+            print("the resized page:", Image.open(doubled).size, small.size, small.info)
             failures += 1
         # Every compression velmora convert writes reads in Pillow as the page
         # it came from; JPEG pages (quality 95, colour with 2 x 2 chroma) read
@@ -426,7 +492,9 @@ def main():
         if shutil.which("pdftotext"):
             failures += check_ocr(velmora, tmp)
             failures += check_pdf_pages(velmora, tmp, (bilevel, grey, colour))
-    print("%d passed, %d failed" % (29 - failures, failures))
+        if shutil.which("qpdf") and shutil.which("pdftoppm"):
+            failures += check_sample(velmora, tmp)
+    print("%d passed, %d failed" % (33 - failures, failures))
     return 1 if failures else 0
 
 
