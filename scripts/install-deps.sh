@@ -6,13 +6,13 @@
 set -euo pipefail
 
 packages=(cmake make g++ python3 pkg-config libssl-dev libexpat1-dev libfreetype-dev libfontconfig-dev
-          fonts-liberation2 fonts-dejavu-core icc-profiles-free)
+          fonts-liberation2 fonts-dejavu-core icc-profiles-free qpdf poppler-utils)
 if [[ "${1:-main}" == "test" ]]; then
   packages+=(googletest clang-14 libclang-rt-14-dev pkg-config libtiff-tools libtiff-dev zlib1g-dev
              imagemagick python3-pil python3-numpy libbenchmark-dev
              libjpeg-turbo-progs libjpeg62-turbo-dev libpng-dev time
              g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix binutils-mingw-w64-x86-64
-             binutils-mingw-w64-i686 wine wine64 qpdf poppler-utils tesseract-ocr tesseract-ocr-eng)
+             binutils-mingw-w64-i686 wine wine64 tesseract-ocr tesseract-ocr-eng)
 fi
 
 missing=()
