@@ -510,6 +510,31 @@ VELMORA_EXPORT LONG VELMORA_API GetVelmoraTIFFIFDSize(HGLOBAL tiff, DWORD page);
  */
 VELMORA_EXPORT BOOL VELMORA_API GetVelmoraTIFFAnnotations(HGLOBAL tiff, DWORD page, HGLOBAL *annotations, DWORD *size);
 
+/* Annotation sources of a page (GetVelmoraTIFFAnnotationsEx), in the order
+   their annotations follow each other in the collected stream. */
+#define VELMORA_ANNOTATION_SOURCE_OWN 0x1u          /* the library's own block (tag 33938) */
+#define VELMORA_ANNOTATION_SOURCE_WANG 0x2u         /* the Wang / Eastman imaging block (tag 32932) */
+#define VELMORA_ANNOTATION_SOURCE_SHEET_CHUNKS 0x4u /* the sheet-chunk block (tag 33581) */
+#define VELMORA_ANNOTATION_SOURCE_COMPANION 0x8u    /* the document's companion ".art" file */
+#define VELMORA_ANNOTATION_SOURCES_ALL 0xFu
+
+/*
+ * GetVelmoraTIFFAnnotationsEx — GetVelmoraTIFFAnnotations limited to the
+ * sources whose VELMORA_ANNOTATION_SOURCE_... bits are set in `sources`.
+ * Which sources a page uses is decided first, as GetVelmoraTIFFAnnotations
+ * decides it (a companion's mode still says whether the page's own blocks
+ * count); the bits then only leave sources out. With every bit set the
+ * result is that of GetVelmoraTIFFAnnotations; a page whose own block is
+ * the only source asked for and used gets that block as stored. Calling it
+ * once per source gives the page's annotations source by source, in the
+ * order of the collected stream. A page with no annotations in the sources
+ * asked for gives 1 with NULL and 0. Returns 1 or 0: the errors of
+ * GetVelmoraTIFFAnnotations, and VELMORA_ERROR_INVALID_PARAMETER for
+ * sources 0 or with any bit beyond VELMORA_ANNOTATION_SOURCES_ALL.
+ */
+VELMORA_EXPORT BOOL VELMORA_API GetVelmoraTIFFAnnotationsEx(HGLOBAL tiff, DWORD page, DWORD sources,
+                                                            HGLOBAL *annotations, DWORD *size);
+
 /*
  * Reading a page's OCR text is not available in this edition: after
  * checking the arguments and setting *text to NULL the call returns 0 with

@@ -735,20 +735,26 @@ HGLOBAL VELMORA_API BurnInVelmoraAnnotations(HGLOBAL annotations, UINT_PTR size,
     return result;
 }
 
-BOOL VELMORA_API GetVelmoraTIFFAnnotations(HGLOBAL handle, DWORD page, HGLOBAL* annotations, DWORD* size) {
+BOOL VELMORA_API GetVelmoraTIFFAnnotationsEx(HGLOBAL handle, DWORD page, DWORD sources, HGLOBAL* annotations,
+                                             DWORD* size) {
     ExportCall call;
     TiffFile* tiff;
     if (!call.Gate() || (tiff = call.Object(handle, velmora::TiffFromHandle)) == nullptr || !call.Value(page != 0) ||
+        !call.Value(sources != 0 && (sources & ~DWORD{VELMORA_ANNOTATION_SOURCES_ALL}) == 0) ||
         !call.Out(annotations) || !call.Out(size)) {
         return 0;
     }
     HGLOBAL stream = nullptr;
     uint32_t streamSize = 0;
-    if (velmora::PageAnnotationStream(tiff, page, &stream, &streamSize, &call.record)) {
+    if (velmora::PageAnnotationStream(tiff, page, sources, &stream, &streamSize, &call.record)) {
         *annotations = stream;
         *size = streamSize;
     }
     return call.Finish();
+}
+
+BOOL VELMORA_API GetVelmoraTIFFAnnotations(HGLOBAL handle, DWORD page, HGLOBAL* annotations, DWORD* size) {
+    return GetVelmoraTIFFAnnotationsEx(handle, page, VELMORA_ANNOTATION_SOURCES_ALL, annotations, size);
 }
 
 HGLOBAL VELMORA_API ReadVelmoraOpenTIFFDIBEx(const VelmoraReadTIFFDIB* request) {

@@ -64,6 +64,12 @@ struct Plan {
     bool consultCompanion = false;
     const uint8_t* companion = nullptr;
     size_t companionSize = 0;
+    uint32_t wanted = kAllAnnotationSources;  // the sources the caller asks for
+
+    bool Reads(AnnotationSource source, const TiffBlock& block) const {
+        return useOwn && block.handle != nullptr && (wanted & SourceBit(source)) != 0;
+    }
+    bool ReadsCompanion() const { return consultCompanion && (wanted & SourceBit(AnnotationSource::Companion)) != 0; }
 };
 
 Plan PlanSources(const TiffFile* tiff, const TiffPageInfo& info, const uint8_t* companionBytes) {
@@ -106,35 +112,33 @@ private:
 
 bool ReadSources(TiffFile* tiff, uint32_t page, const TiffPageInfo& info, const Plan& plan, AnnotationList* list,
                  CheckedArray<AnnotationSource>* sources, uint32_t* loadResult, ErrorRecord* record) {
-    if (plan.useOwn) {
-        if (info.annotations.handle != nullptr) {
-            BlockBytes own(info.annotations);
-            const size_t before = list->size();
-            if (!ReadAnnotationStream(own.bytes(), own.size(), list, loadResult, record) ||
-                !NoteSources(*list, before, AnnotationSource::Own, sources, record)) {
-                return false;
-            }
-        }
-        if (info.wangAnnotations.handle != nullptr) {
-            BlockBytes wang(info.wangAnnotations);
-            const size_t before = list->size();
-            if (!ReadWangAnnotations(wang.bytes(), wang.size(), list, loadResult, record) ||
-                !NoteSources(*list, before, AnnotationSource::Wang, sources, record)) {
-                return false;
-            }
-        }
-        if (info.secondAnnotations.handle != nullptr) {
-            BlockBytes chunks(info.secondAnnotations);
-            const size_t before = list->size();
-            if (!ReadSheetChunkAnnotations(chunks.bytes(), chunks.size(),
-                                           Resolution(info, kFieldXResolution, info.xResolution),
-                                           Resolution(info, kFieldYResolution, info.yResolution), list, record) ||
-                !NoteSources(*list, before, AnnotationSource::SheetChunks, sources, record)) {
-                return false;
-            }
+    if (plan.Reads(AnnotationSource::Own, info.annotations)) {
+        BlockBytes own(info.annotations);
+        const size_t before = list->size();
+        if (!ReadAnnotationStream(own.bytes(), own.size(), list, loadResult, record) ||
+            !NoteSources(*list, before, AnnotationSource::Own, sources, record)) {
+            return false;
         }
     }
-    if (plan.consultCompanion) {
+    if (plan.Reads(AnnotationSource::Wang, info.wangAnnotations)) {
+        BlockBytes wang(info.wangAnnotations);
+        const size_t before = list->size();
+        if (!ReadWangAnnotations(wang.bytes(), wang.size(), list, loadResult, record) ||
+            !NoteSources(*list, before, AnnotationSource::Wang, sources, record)) {
+            return false;
+        }
+    }
+    if (plan.Reads(AnnotationSource::SheetChunks, info.secondAnnotations)) {
+        BlockBytes chunks(info.secondAnnotations);
+        const size_t before = list->size();
+        if (!ReadSheetChunkAnnotations(chunks.bytes(), chunks.size(),
+                                       Resolution(info, kFieldXResolution, info.xResolution),
+                                       Resolution(info, kFieldYResolution, info.yResolution), list, record) ||
+            !NoteSources(*list, before, AnnotationSource::SheetChunks, sources, record)) {
+            return false;
+        }
+    }
+    if (plan.ReadsCompanion()) {
         const uint8_t* stream;
         uint32_t streamSize;
         if (!CompanionPageStream(plan.companion, plan.companionSize, page, &stream, &streamSize, record)) return false;
@@ -160,7 +164,7 @@ bool MergedStream(TiffFile* tiff, uint32_t page, const TiffPageInfo& info, const
     AnnotationList list;
     uint32_t loadResult = 0;
     if (!ReadSources(tiff, page, info, plan, &list, nullptr, &loadResult, record)) return false;
-    const bool any = !list.empty() || (plan.useOwn && info.annotations.handle != nullptr);
+    const bool any = !list.empty() || plan.Reads(AnnotationSource::Own, info.annotations);
     if (!any) return true;
     *stream = WriteAnnotationStream(list, false, size, record);
     return *stream != nullptr;
@@ -178,17 +182,21 @@ bool ReadPageAnnotations(TiffFile* tiff, uint32_t page, AnnotationList* list, Ch
     return ReadSources(tiff, page, guard.info, plan, list, sources, loadResult, record);
 }
 
-bool PageAnnotationStream(TiffFile* tiff, uint32_t page, HGLOBAL* stream, uint32_t* size, ErrorRecord* record) {
+bool PageAnnotationStream(TiffFile* tiff, uint32_t page, uint32_t sources, HGLOBAL* stream, uint32_t* size,
+                          ErrorRecord* record) {
     *stream = nullptr;
     *size = 0;
     if (record->failed()) return false;
     PageInfoGuard guard;
     if (!ReadInfo(tiff, page, &guard.info, record)) return false;
     CompanionBytes companion(tiff);
-    const Plan plan = PlanSources(tiff, guard.info, companion.bytes());
+    Plan plan = PlanSources(tiff, guard.info, companion.bytes());
+    plan.wanted = sources;
     const TiffPageInfo& info = guard.info;
-    const bool ownOnly = plan.useOwn && !plan.consultCompanion && info.wangAnnotations.handle == nullptr &&
-                         info.secondAnnotations.handle == nullptr;
+    const bool readsOwn = plan.Reads(AnnotationSource::Own, info.annotations);
+    const bool ownOnly = readsOwn && !plan.ReadsCompanion() &&
+                         !plan.Reads(AnnotationSource::Wang, info.wangAnnotations) &&
+                         !plan.Reads(AnnotationSource::SheetChunks, info.secondAnnotations);
     if (ownOnly) {
         // The page's own block is handed over as it is stored, in a block of
         // exactly its size (hosts measure blocks with GlobalSize).

@@ -14,6 +14,10 @@ namespace velmora {
 // Where an annotation came from (for tools that report it).
 enum class AnnotationSource : uint8_t { Own = 0, Wang = 1, SheetChunks = 2, Companion = 3 };
 
+// A set of sources: bit 1 << source for each.
+constexpr uint32_t SourceBit(AnnotationSource source) { return 1u << static_cast<uint32_t>(source); }
+constexpr uint32_t kAllAnnotationSources = 0xF;
+
 // Appends the annotations of `page` (1-based) to `list` in the order own
 // block, Wang block, sheet-chunk block (converted with the page's
 // resolution, 0 when absent), companion file. With a companion, its mode
@@ -24,9 +28,13 @@ enum class AnnotationSource : uint8_t { Own = 0, Wang = 1, SheetChunks = 2, Comp
 bool ReadPageAnnotations(TiffFile* tiff, uint32_t page, AnnotationList* list, CheckedArray<AnnotationSource>* sources,
                          uint32_t* loadResult, ErrorRecord* record);
 
-// The page's annotations as one annotation stream: the page's own block as
-// stored when it is the only source, else every source merged and written
-// anew. *stream is null and *size 0 for a page without annotations.
-bool PageAnnotationStream(TiffFile* tiff, uint32_t page, HGLOBAL* stream, uint32_t* size, ErrorRecord* record);
+// The page's annotations from the sources in `sources` (a set of SourceBit)
+// as one annotation stream: which sources the page uses is decided first, as
+// for ReadPageAnnotations, and `sources` then leaves some out. The page's own
+// block as stored when it is the only source left, else the sources left
+// merged and written anew. *stream is null and *size 0 when they hold no
+// annotations.
+bool PageAnnotationStream(TiffFile* tiff, uint32_t page, uint32_t sources, HGLOBAL* stream, uint32_t* size,
+                          ErrorRecord* record);
 
 }  // namespace velmora

@@ -90,12 +90,13 @@ void WriteDocument(const std::string& path, const std::vector<uint8_t>& annotati
     ASSERT_EQ(CloseVelmoraTIFF(tiff), 1);
 }
 
-// The number of annotations of `page`, or -1 after a failure (its error
-// then in *error).
-long PageCount(HGLOBAL tiff, DWORD page, uint32_t* error = nullptr) {
+// The number of annotations of `page` from `sources`, or -1 after a
+// failure (its error then in *error).
+long PageCount(HGLOBAL tiff, DWORD page, uint32_t* error = nullptr, DWORD sources = VELMORA_ANNOTATION_SOURCES_ALL) {
     HGLOBAL stream = nullptr;
     DWORD size = 0;
-    if (!GetVelmoraTIFFAnnotations(tiff, page, &stream, &size)) {
+    if (sources == VELMORA_ANNOTATION_SOURCES_ALL ? !GetVelmoraTIFFAnnotations(tiff, page, &stream, &size)
+                                                  : !GetVelmoraTIFFAnnotationsEx(tiff, page, sources, &stream, &size)) {
         if (error != nullptr) *error = GetLastVelmoraErrorCode();
         return -1;
     }
@@ -114,11 +115,14 @@ TEST(PageAnnotations, CompanionModesMergeWithThePagesOwn) {
     EXPECT_EQ(PageCount(plain, 2), 0);
     CloseVelmoraTIFF(plain);
 
+    // Page 1 source by source: the mode decides first whether the page's own
+    // block counts, the sources asked for then only leave some out.
     struct Mode {
         WORD flags;
-        long page1, page2;
-    } const modes[] = {
-        {0, 1, 3}, {VELMORA_TIFF_DOCUMENT_COMPANION_REPLACE, 2, 3}, {VELMORA_TIFF_DOCUMENT_COMPANION_ADD, 3, 3}};
+        long page1, page2, own1;
+    } const modes[] = {{0, 1, 3, 1},
+                       {VELMORA_TIFF_DOCUMENT_COMPANION_REPLACE, 2, 3, 0},
+                       {VELMORA_TIFF_DOCUMENT_COMPANION_ADD, 3, 3, 1}};
     for (const Mode& mode : modes) {
         const VelmoraOpenTIFFDocument open = {VELMORA_OPEN_TIFF_DOCUMENT_SIZE_V1, mode.flags, path.c_str()};
         HGLOBAL document = OpenVelmoraTIFFDocumentEx(&open);
@@ -126,8 +130,18 @@ TEST(PageAnnotations, CompanionModesMergeWithThePagesOwn) {
         HGLOBAL tiff = GetVelmoraTIFFDocumentTIFF(document);
         EXPECT_EQ(PageCount(tiff, 1), mode.page1) << mode.flags;
         EXPECT_EQ(PageCount(tiff, 2), mode.page2) << mode.flags;
+        EXPECT_EQ(PageCount(tiff, 1, nullptr, VELMORA_ANNOTATION_SOURCE_OWN), mode.own1) << mode.flags;
+        EXPECT_EQ(PageCount(tiff, 1, nullptr, VELMORA_ANNOTATION_SOURCE_COMPANION), mode.page1 - mode.own1);
+        EXPECT_EQ(PageCount(tiff, 1, nullptr, VELMORA_ANNOTATION_SOURCE_WANG), 0) << mode.flags;
         CloseVelmoraTIFFDocument(document);
     }
+    HGLOBAL some = OpenVelmoraTIFF(path.c_str(), VELMORA_TIFF_READ, 0);
+    for (DWORD sources : {0x0u, 0x10u, 0x11u}) {
+        uint32_t error = 0;
+        EXPECT_EQ(PageCount(some, 1, &error, sources), -1) << sources;
+        EXPECT_EQ(error, VELMORA_ERROR_INVALID_PARAMETER) << sources;
+    }
+    CloseVelmoraTIFF(some);
 
     // A companion that knows fewer pages than the document.
     testing::WriteBytes(art, Companion({Stream(2)}));
