@@ -1698,6 +1698,86 @@ VELMORA_EXPORT HGLOBAL VELMORA_API GetVelmoraAnnotationData(HGLOBAL annotations,
 VELMORA_EXPORT BOOL VELMORA_API GetVelmoraAnnotationProperty(HGLOBAL annotations, DWORD size, DWORD index,
                                                              LPCSTR name, VARIANT *value);
 
+/* Annotation families (VelmoraAnnotationInfo.family). */
+#define VELMORA_ANNOTATION_FAMILY_RECTANGLE 1 /* rectangles, text boxes, notes, redaction rectangles */
+#define VELMORA_ANNOTATION_FAMILY_LINE 2      /* straight lines, arrows, lines with a text */
+#define VELMORA_ANNOTATION_FAMILY_FREEHAND 3  /* freehand lines and polylines */
+#define VELMORA_ANNOTATION_FAMILY_IMAGE 4     /* pictures */
+#define VELMORA_ANNOTATION_FAMILY_ELLIPSE 5
+
+/* Annotation flags (VelmoraAnnotationInfo.flags). An annotation is a pending
+   redaction, one that burning in blacks out, when it has
+   VELMORA_ANNOTATION_REDACTION or _REDACTION2 and neither _APPLIED nor
+   _LABEL. Other bits are kept for the viewer. */
+#define VELMORA_ANNOTATION_REDACTION 0x01u  /* a redaction */
+#define VELMORA_ANNOTATION_LABEL 0x02u      /* the label (exemption code) of a redaction */
+#define VELMORA_ANNOTATION_APPLIED 0x04u    /* a redaction already burned in, kept as a mark */
+#define VELMORA_ANNOTATION_MARKER 0x10u     /* the viewer's text-less marker */
+#define VELMORA_ANNOTATION_REDACTION2 0x20u /* a redaction of the second kind */
+#define VELMORA_ANNOTATION_SELECTED 0x80u
+
+/* Object flags (VelmoraAnnotationInfo.objectFlags). */
+#define VELMORA_ANNOTATION_PROTECTED1 0x1u /* the first protection bit */
+#define VELMORA_ANNOTATION_PROTECTED2 0x2u /* the second protection bit */
+#define VELMORA_ANNOTATION_HIDDEN 0x4u     /* not drawn unless asked for */
+
+/* What GetVelmoraAnnotationInfo tells of one annotation. The host sets
+   `size` and the two buffers (text, groups with their capacities); the call
+   fills the rest. Fields that a family does not have hold 0, or
+   VELMORA_COLOR_NONE for colours. */
+typedef struct VelmoraAnnotationInfo {
+    DWORD size;            /* VELMORA_ANNOTATION_INFO_SIZE_V1 */
+    DWORD family;          /* VELMORA_ANNOTATION_FAMILY_... */
+    DWORD type;            /* the "Type" code: VELMORA_ANNOTATION_TYPE_... */
+    DWORD flags;           /* VELMORA_ANNOTATION_REDACTION ... */
+    DWORD objectFlags;     /* VELMORA_ANNOTATION_PROTECTED1 ... */
+    RECT rect;             /* bounds in page pixels, right and bottom exclusive (a line's: its end points') */
+    POINT lineStart;       /* a line's first end point */
+    POINT lineEnd;         /* a line's second end point */
+    COLORREF borderColor;  /* border, outline, line or stroke colour */
+    WORD borderStyle;      /* rectangle border or ellipse outline style, 0 none */
+    WORD borderWidth;      /* border, outline, line or stroke width in pixels */
+    COLORREF fillColor;    /* background (rectangle) or fill (freehand, ellipse) */
+    COLORREF fillColor2;   /* a rectangle's second background colour */
+    COLORREF textColor;    /* a rectangle's (or a picture's attached text's) text colour */
+    WORD textSize;         /* the text's font size in points */
+    WORD rotation;         /* clockwise degrees: a rectangle's text, a picture, an ellipse */
+    WCHAR fontFace[32];    /* the text's font face, NUL-terminated */
+    WORD backStyle;        /* a rectangle's back style, 0 to 4 */
+    WORD lineEnds;         /* a line's line ends: bit 0 and bit 1, one for each end */
+    SYSTEMTIME created;    /* creation time (UTC); all zero when the annotation carries none */
+    SYSTEMTIME changed;    /* time of the last change (UTC); all zero when none */
+    LPWSTR text;           /* in: buffer for the text, or NULL */
+    DWORD textCapacity;    /* in: its size in WCHARs */
+    DWORD textLength;      /* out: the text's length in WCHARs, without the terminator */
+    LPWSTR groups;         /* in: buffer for the group names, or NULL */
+    DWORD groupsCapacity;  /* in: its size in WCHARs */
+    DWORD groupsLength;    /* out: the names' length in WCHARs, each terminator counted, not the last */
+    /* -- end of version 1 */
+} VelmoraAnnotationInfo;
+
+#define VELMORA_ANNOTATION_INFO_SIZE_V1 VELMORA_SIZE_THROUGH(VelmoraAnnotationInfo, groupsLength)
+
+/*
+ * GetVelmoraAnnotationInfo — describes annotation `index` (0-based, counted
+ * as GetVelmoraAnnotationProperty counts) of a stream: family, type code,
+ * rectangle, colours, font, flags, times, and copies its text and group
+ * names into the host's buffers. The text is a rectangle's text, a line's
+ * text or the text attached to a picture. The group names follow each other,
+ * each NUL-terminated, and an empty name ends the list. A buffer receives its
+ * whole text when it holds textLength + 1 (groupsLength + 1) WCHARs, and
+ * otherwise an empty text (no groups), its first WCHAR 0 when its capacity is
+ * not 0; the length is written in either case, so that a call with NULL and 0
+ * asks for the size. info->size must be VELMORA_ANNOTATION_INFO_SIZE_V1.
+ * Returns 1, or 0 on failure: 6 a dead stream handle, 87 another record
+ * size, 998 a NULL or unreadable record, a record that is not writable or a
+ * buffer not writable for its capacity (a NULL buffer with a non-zero
+ * capacity), 2 an index beyond the last annotation, and the stream errors
+ * (0x02000025, 0x02000026). On failure the record is left as it was.
+ */
+VELMORA_EXPORT BOOL VELMORA_API GetVelmoraAnnotationInfo(HGLOBAL annotations, DWORD size, DWORD index,
+                                                         VelmoraAnnotationInfo *info);
+
 /*
  * SetVelmoraAnnotationProperty — changes one property of rectangle-and-text
  * annotation `index` and replaces the stream: the old handle in *annotations

@@ -9,10 +9,12 @@
 // annotations from all their sources, and reading a page with its
 // annotations burned in.
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <string>
 
 #include "annotations/annotation.h"
+#include "annotations/annotation_info.h"
 #include "annotations/annotation_stream.h"
 #include "annotations/burn_in.h"
 #include "annotations/page_annotations.h"
@@ -232,6 +234,28 @@ bool SetProperty(Annotation* a, const char* name, const VARIANT& value, bool* ch
     }
     *changed = !before.Same(ChangeableFields::Of(r));
     return true;
+}
+
+// A host's text buffer of `capacity` units: none, or writable for all of
+// them (998).
+bool HostBuffer(ExportCall& call, WCHAR* buffer, DWORD capacity) {
+    if (capacity == 0) return true;
+    if (capacity > SIZE_MAX / sizeof(WCHAR)) return ExportCall::Fail(velmora::kErrNoAccess);
+    return call.Writable(buffer, size_t{capacity} * sizeof(WCHAR));
+}
+
+// Copies `length` units and a terminator into a host's buffer of `capacity`
+// units when they fit, else leaves it empty; returns `length`. A list of
+// NUL-terminated names gets the empty name that ends it this way.
+DWORD CopyToHost(const char16_t* units, size_t length, WCHAR* buffer, DWORD capacity) {
+    if (capacity == 0) return static_cast<DWORD>(length);
+    if (length >= capacity) {
+        buffer[0] = 0;
+    } else {
+        if (length != 0) std::memcpy(buffer, units, length * sizeof(WCHAR));
+        buffer[length] = 0;
+    }
+    return static_cast<DWORD>(length);
 }
 
 // ---- Inserting -------------------------------------------------------------------
@@ -554,6 +578,31 @@ BOOL VELMORA_API GetVelmoraAnnotationProperty(HGLOBAL annotations, DWORD size, D
             Refuse(&call.record, velmora::kErrFileNotFound);
         } else {
             GetProperty(*a, name, value, &call.record);
+        }
+    }
+    return call.Finish();
+}
+
+BOOL VELMORA_API GetVelmoraAnnotationInfo(HGLOBAL annotations, DWORD size, DWORD index, VelmoraAnnotationInfo* info) {
+    ExportCall call;
+    if (!call.Gate() || !call.Handle(annotations) || call.Sized(info, {DWORD{VELMORA_ANNOTATION_INFO_SIZE_V1}}) == 0 ||
+        !call.Writable(info, VELMORA_ANNOTATION_INFO_SIZE_V1) || !HostBuffer(call, info->text, info->textCapacity) ||
+        !HostBuffer(call, info->groups, info->groupsCapacity)) {
+        return 0;
+    }
+    AnnotationList list;
+    if (Load(annotations, size, &list, &call.record)) {
+        const Annotation* a = index < list.size() ? list.at(index) : nullptr;
+        if (a == nullptr) {
+            Refuse(&call.record, velmora::kErrFileNotFound);
+        } else {
+            VelmoraAnnotationInfo described = *info;
+            velmora::DescribeAnnotation(*a, &described);
+            const velmora::AnnotationText* text = velmora::AnnotationShownText(*a);
+            described.textLength = CopyToHost(text != nullptr ? text->c_str() : u"",
+                                              text != nullptr ? text->length() : 0, info->text, info->textCapacity);
+            described.groupsLength = CopyToHost(a->groups.data(), a->groups.size(), info->groups, info->groupsCapacity);
+            *info = described;
         }
     }
     return call.Finish();

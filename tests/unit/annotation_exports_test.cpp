@@ -77,6 +77,11 @@ TEST(AnnotationExports, RefusalsReportTheirErrorsAndLeaveTheStream) {
     DWORD tooSmall = 31;
     const RECT area = {5, 5, 50, 40}, empty = {5, 5, 5, 40};
     HGLOBAL none = nullptr;
+    VelmoraAnnotationInfo info{}, oddInfo{}, noBuffer{};
+    info.size = noBuffer.size = VELMORA_ANNOTATION_INFO_SIZE_V1;
+    oddInfo.size = VELMORA_ANNOTATION_INFO_SIZE_V1 - 4;
+    noBuffer.textCapacity = 8;
+    DWORD pageSize = 0;
 
     constexpr uint32_t kBad = kErrBadAnnotationData;
     struct Row {
@@ -123,6 +128,13 @@ TEST(AnnotationExports, RefusalsReportTheirErrorsAndLeaveTheStream) {
         {"redactions long", [&] { return VelmoraAnnotationsHaveRedactions(stream, size + 4); }, 0, kBad},
         {"destroy dead", [&] { return DestroyVelmoraAnnotations(dead); }, 0, 6},
         {"count none", [&] { return GetVelmoraAnnotationsCount(none, 0); }, 0, 0},
+        {"info dead", [&] { return GetVelmoraAnnotationInfo(dead, 32, 0, &info); }, 0, 6},
+        {"info index", [&] { return GetVelmoraAnnotationInfo(stream, size, 1, &info); }, 0, 2},
+        {"info size", [&] { return GetVelmoraAnnotationInfo(stream, size, 0, &oddInfo); }, 0, 87},
+        {"info no record", [&] { return GetVelmoraAnnotationInfo(stream, size, 0, nullptr); }, 0, 998},
+        {"info no buffer", [&] { return GetVelmoraAnnotationInfo(stream, size, 0, &noBuffer); }, 0, 998},
+        {"info 31", [&] { return GetVelmoraAnnotationInfo(stream, 31, 0, &info); }, 0, kBad},
+        {"page dead", [&] { return GetVelmoraTIFFAnnotationsEx(dead, 1, 1, &none, &pageSize); }, 0, 6},
     };
     for (const Row& row : rows) {
         SetErrorCode(0);
@@ -132,6 +144,19 @@ TEST(AnnotationExports, RefusalsReportTheirErrorsAndLeaveTheStream) {
         EXPECT_EQ(size, keptSize) << row.what;
     }
     EXPECT_EQ(GetVelmoraAnnotationsCount(stream, size), 1);
+    EXPECT_EQ(info.family, 0u);  // a failed call leaves the record alone
+
+    // A buffer too small for the text stays empty; the length tells what
+    // would fit, with or without a buffer.
+    WCHAR small[4] = {u'x'};
+    info.text = small, info.textCapacity = 4;
+    ASSERT_EQ(GetVelmoraAnnotationInfo(stream, size, 0, &info), 1);
+    EXPECT_EQ(info.textLength, 4u);
+    EXPECT_EQ(small[0], 0);
+    info.text = nullptr, info.textCapacity = 0;
+    ASSERT_EQ(GetVelmoraAnnotationInfo(stream, size, 0, &info), 1);
+    EXPECT_EQ(info.textLength, 4u);
+    EXPECT_EQ(info.groupsLength, 0u);
     DestroyVelmoraAnnotations(stream);
     DestroyVelmoraAnnotations(wrongVersion);
 }
