@@ -19,9 +19,20 @@ HGLOBAL BurnPage(HGLOBAL tiff, DWORD page, HGLOBAL dib, bool redactionsOnly, HGL
     auto* header = static_cast<LPBITMAPINFOHEADER>(GlobalLock(dib));
     const DWORD flags = redactionsOnly ? VELMORA_BURN_IN_KEEP_IMAGE | VELMORA_BURN_IN_REDACTIONS_ONLY
                                        : VELMORA_BURN_IN_CHOOSE_FORMAT | VELMORA_BURN_IN_KEEP_IMAGE;
-    HGLOBAL burned = BurnInVelmoraAnnotations(stream, redactionsOnly ? reinterpret_cast<UINT_PTR>(&size) : size, dib,
-                                              header, flags);
+    HGLOBAL burned =
+        BurnInVelmoraAnnotations(stream, redactionsOnly ? reinterpret_cast<UINT_PTR>(&size) : size, dib, header, flags);
     GlobalUnlock(dib);
+    if (burned != nullptr && redactionsOnly && size != 0 && size < GlobalSize(stream)) {
+        // What is left was rewritten at the start of the block, and a page
+        // stores its annotation block whole: cut the block to the stream.
+        HGLOBAL exact = GlobalReAlloc(stream, size, GMEM_MOVEABLE);
+        if (exact == nullptr) {
+            if (burned != VELMORA_BURNED_IN_PLACE) GlobalFree(burned);
+            burned = nullptr;
+        } else {
+            stream = exact;
+        }
+    }
     if (burned == nullptr || !redactionsOnly || size == 0) {
         DestroyVelmoraAnnotations(stream);
     } else {
