@@ -6,8 +6,10 @@ a TIFF and a bitmap that agree, JPEG files (alone and in TIFF pages) decode
 as djpeg decodes them, BMP, PNG, GIF and PCX files as Pillow reads them, and
 every compression `convert` writes reads back in Pillow, recognised text
 (tesseract's or attached words) reaches a PDF's text layer where pdftotext
-finds it, and the sample document becomes a PDF/A file that qpdf accepts and
-poppler renders and searches as the TIFF reads."""
+finds it, the sample document becomes a PDF/A file that qpdf accepts and
+poppler renders and searches as the TIFF reads, and `annotations --json`
+reports every annotation of a page with its source."""
+import calendar
 import json
 import os
 import pty
@@ -18,9 +20,10 @@ import struct
 import subprocess
 import sys
 import tempfile
+import time
 
 import numpy as np
-from PIL import Image, ImageChops, ImageStat
+from PIL import Image, ImageChops, ImageStat, TiffImagePlugin
 
 
 def run(*args):
@@ -169,7 +172,7 @@ def check_annotations(velmora, tmp, document):
     pages = json.loads(run(velmora, "annotations", annotated, "--json"))["pages"]
     marks = [len(p["annotations"]) for p in pages]
     box = pages[1]["annotations"][0] if marks == [0, 1] else {}
-    if box.get("family") != "rectangle" or not box.get("highlighter") or box.get("border_style") != 1:
+    if box.get("family") != "rectangle" or not box.get("highlighter") or box.get("border", {}).get("style") != 1:
         print("annotations of the annotated file:", pages)
         failures += 1
     run(velmora, "burn", annotated, kept, "--redactions-only")
@@ -201,6 +204,70 @@ def check_annotations(velmora, tmp, document):
         if Image.open(page + ".ppm").size != after.size:
             print("PDF page size:", Image.open(page + ".ppm").size, "for", after.size)
             failures += 1
+    return failures
+
+
+def wang_block(marks):
+    """A Wang/Eastman annotation block (32-bit Intel layout) of marks given as
+    (type, inclusive bounds, colour 0xRRGGBB, line size, creation time,
+    named blocks {name: bytes})."""
+    out = struct.pack("<II", 0, 1)
+    for kind, bounds, rgb, size, created, named in marks:
+        mark = bytearray(164)
+        struct.pack_into("<I4iBBBx4xIII", mark, 0, kind, *bounds, rgb & 0xFF, rgb >> 8 & 0xFF, rgb >> 16, 0, 0, size)
+        struct.pack_into("<i12xi", mark, 48, -12, 400)  # LOGFONT height and weight
+        mark[76:81] = b"Arial"
+        struct.pack_into("<II", mark, 112, created, 1)
+        out += struct.pack("<II", 5, 164) + mark
+        for name, data in named.items():
+            out += struct.pack("<II8sI", 6, 12, name, len(data)) + data
+    return out
+
+
+def check_annotation_listing(velmora, tmp):
+    """A page holding the library's own block (a box made by `annotate`) and a
+    Wang block (a filled rectangle in a group, a text, a line) is listed with
+    --json field by field, each annotation with its source."""
+    failures = 0
+    blank, boxed, mixed = (os.path.join(tmp, n) for n in ("blank.tif", "boxed.tif", "mixed.tif"))
+    Image.new("L", (200, 100), 255).save(blank)
+    run(velmora, "annotate", blank, boxed, "--page", "1", "--rect", "20,10,120,60", "--text", "Velmora",
+        "--border", "FF0000", "--fill", "FFFF00", "--highlight")
+    own = bytes(Image.open(boxed).tag_v2[33938])
+    text = struct.pack("<IIII", 0, 0, 0, 11) + b"Hello Wang\0"
+    wang = wang_block([(6, (30, 40, 69, 59), 0x112233, 1, 1600000000, {b"OiGroup": b"Reviewers\0"}),
+                       (7, (5, 70, 99, 89), 0x445566, 1, 1700000000, {b"OiAnText": text}),
+                       (3, (100, 5, 120, 15), 0x0000FF, 3, 1000000000,
+                        {b"OiAnoDat": struct.pack("<6I", 0, 2, 0, 0, 20, 10)})])
+    tags = TiffImagePlugin.ImageFileDirectory_v2()
+    tags[32932], tags.tagtype[32932] = wang, 1
+    tags[33938], tags.tagtype[33938] = own, 7
+    Image.new("L", (200, 100), 255).save(mixed, tiffinfo=tags)
+    listed = json.loads(run(velmora, "annotations", mixed, "--json"))["pages"][0]["annotations"]
+    fields = ("index", "source", "family", "type", "rect", "border", "fill", "fill2", "highlighter", "textColor",
+              "font", "text", "flags", "groups", "created")
+    none = {"style": 0, "width": 0, "color": None}
+    no_font = {"face": "", "size": 0}
+    expected = [
+        (0, "own", "rectangle", 6, [20, 10, 120, 60], {"style": 1, "width": 1, "color": "#FF0000"}, "#FFFF00", None,
+         True, "#000000", {"face": "Arial", "size": 12}, "Velmora", [], []),
+        (1, "wang", "rectangle", 6, [30, 40, 70, 60], none, "#112233", None, False, None, no_font, "", [],
+         ["Reviewers"], "2020-09-13T12:26:40Z"),
+        (2, "wang", "rectangle", 6, [5, 70, 100, 90], none, None, None, False, "#445566",
+         {"face": "Arial", "size": 12}, "Hello Wang", [], [], "2023-11-14T22:13:20Z"),
+        (3, "wang", "line", 3, [100, 5, 121, 16], {"style": 0, "width": 3, "color": "#0000FF"}, None, None, False,
+         None, no_font, "", [], [], "2001-09-09T01:46:40Z"),
+    ]
+    got = [tuple(a.get(k) for k in fields) for a in listed]
+    # The box made just now carries its creation time (UTC, to the second).
+    created = listed[0]["created"] if listed else None
+    recent = created is not None and \
+        abs(calendar.timegm(time.strptime(created, "%Y-%m-%dT%H:%M:%SZ")) - time.time()) < 600
+    if got[:1]:
+        got[0] = got[0][:-1]
+    if got != expected or not recent or listed[3].get("points") != [[100, 5], [120, 15]]:
+        print("annotations of own and Wang blocks:", got, created, "expected", expected)
+        failures += 1
     return failures
 
 
@@ -490,12 +557,13 @@ def main():
         if os.path.exists("/usr/bin/convert"):
             failures += check_image_files(velmora, tmp, colour)
         failures += check_annotations(velmora, tmp, document)
+        failures += check_annotation_listing(velmora, tmp)
         if shutil.which("pdftotext"):
             failures += check_ocr(velmora, tmp)
             failures += check_pdf_pages(velmora, tmp, (bilevel, grey, colour))
         if shutil.which("qpdf") and shutil.which("pdftoppm"):
             failures += check_sample(velmora, tmp)
-    print("%d passed, %d failed" % (33 - failures, failures))
+    print("%d passed, %d failed" % (34 - failures, failures))
     return 1 if failures else 0
 
 

@@ -92,8 +92,9 @@ const Command kCommands[] = {
     {"annotations", "velmora annotations FILE [--page N] [--json]",
      "List the annotations of each page of a TIFF file (or of page N): the page's own, those\n"
      "of Wang/Eastman and sheet-chunk blocks, and those of a companion FILE.art for pages\n"
-     "without any; per annotation its family and type code, and for rectangles their\n"
-     "border style and background.",
+     "without any; per annotation where it came from, its family and type code, rectangle,\n"
+     "border, fill colours, text with its font and colour, flags (pending redactions among\n"
+     "them), groups and creation time. --json prints one JSON object.",
      RunAnnotations},
     {"annotate",
      "velmora annotate IN.tif OUT.tif --page N --rect L,T,R,B [--text TEXT] [--border RRGGBB] [--fill RRGGBB] "
