@@ -227,9 +227,12 @@ def wang_block(marks):
 def check_annotation_listing(velmora, tmp):
     """A page holding the library's own block (a box made by `annotate`) and a
     Wang block (a filled rectangle in a group, a text, a line) is listed with
-    --json field by field, each annotation with its source."""
+    --json field by field, each annotation with its source; a redaction added
+    by `annotate --redact` is then burned by `burn --redactions-only` into
+    exactly its rectangle, and leaves the listing."""
     failures = 0
-    blank, boxed, mixed = (os.path.join(tmp, n) for n in ("blank.tif", "boxed.tif", "mixed.tif"))
+    blank, boxed, mixed, redacted, burned = (os.path.join(tmp, n) for n in (
+        "blank.tif", "boxed.tif", "mixed.tif", "redacted.tif", "redacted-burned.tif"))
     Image.new("L", (200, 100), 255).save(blank)
     run(velmora, "annotate", blank, boxed, "--page", "1", "--rect", "20,10,120,60", "--text", "Velmora",
         "--border", "FF0000", "--fill", "FFFF00", "--highlight")
@@ -267,6 +270,17 @@ def check_annotation_listing(velmora, tmp):
         got[0] = got[0][:-1]
     if got != expected or not recent or listed[3].get("points") != [[100, 5], [120, 15]]:
         print("annotations of own and Wang blocks:", got, created, "expected", expected)
+        failures += 1
+    run(velmora, "annotate", mixed, redacted, "--page", "1", "--rect", "50,20,90,50", "--redact")
+    last = json.loads(run(velmora, "annotations", redacted, "--json"))["pages"][0]
+    run(velmora, "burn", redacted, burned, "--redactions-only")
+    left = json.loads(run(velmora, "annotations", burned, "--json"))["pages"][0]
+    expected_page = Image.new("L", (200, 100), 255)
+    expected_page.paste(0, (50, 20, 90, 50))
+    if [a["flags"] for a in last["annotations"]][-1:] != [["pending", "redaction"]] or not last["redactions"] or \
+            last["annotations"][-1]["rect"] != [50, 20, 90, 50] or len(left["annotations"]) != 4 or \
+            left["redactions"] or ImageChops.difference(Image.open(burned).convert("L"), expected_page).getbbox():
+        print("redaction:", last, left)
         failures += 1
     return failures
 
@@ -563,7 +577,7 @@ def main():
             failures += check_pdf_pages(velmora, tmp, (bilevel, grey, colour))
         if shutil.which("qpdf") and shutil.which("pdftoppm"):
             failures += check_sample(velmora, tmp)
-    print("%d passed, %d failed" % (34 - failures, failures))
+    print("%d passed, %d failed" % (35 - failures, failures))
     return 1 if failures else 0
 
 

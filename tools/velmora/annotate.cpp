@@ -1,7 +1,8 @@
 // velmora annotate: a copy of a TIFF file with a rectangle annotation (a box,
-// a filled or highlighted area, a text box) added to one page. Every page is
-// copied with its annotations gathered into the file's own annotation block,
-// so annotations of other programs' formats are kept in that form.
+// a filled or highlighted area, a text box) or a redaction added to one page.
+// Every page is copied with its annotations gathered into the file's own
+// annotation block, so annotations of other programs' formats are kept in
+// that form.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -39,7 +40,7 @@ int RunAnnotate(int argc, char** argv) {
     const char* text = nullptr;
     unsigned long page = 0;
     RECT rect = {};
-    bool hasRect = false, highlight = false;
+    bool hasRect = false, highlight = false, redact = false;
     COLORREF border = VELMORA_COLOR_NONE, fill = VELMORA_COLOR_NONE;
     for (int i = 0; i < argc; ++i) {
         const bool more = i + 1 < argc;
@@ -55,6 +56,8 @@ int RunAnnotate(int argc, char** argv) {
             if (!ParseColor(argv[++i], &fill)) fill = VELMORA_COLOR_NONE, hasRect = false;
         } else if (std::strcmp(argv[i], "--highlight") == 0) {
             highlight = true;
+        } else if (std::strcmp(argv[i], "--redact") == 0) {
+            redact = true;
         } else if (in == nullptr) {
             in = argv[i];
         } else if (out == nullptr) {
@@ -64,10 +67,13 @@ int RunAnnotate(int argc, char** argv) {
             break;
         }
     }
-    if (in == nullptr || out == nullptr || page == 0 || !hasRect) {
+    // A redaction is a black area of its own: it takes no text, border or fill.
+    const bool styled = text != nullptr || border != VELMORA_COLOR_NONE || fill != VELMORA_COLOR_NONE || highlight;
+    if (in == nullptr || out == nullptr || page == 0 || !hasRect || (redact && styled)) {
         std::fprintf(stderr,
                      "usage: velmora annotate IN.tif OUT.tif --page N --rect L,T,R,B [--text TEXT] [--border RRGGBB] "
-                     "[--fill RRGGBB] [--highlight]\n");
+                     "[--fill RRGGBB] [--highlight]\n"
+                     "       velmora annotate IN.tif OUT.tif --page N --rect L,T,R,B --redact\n");
         return 2;
     }
     HGLOBAL document = OpenVelmoraTIFFDocument(in);
@@ -89,7 +95,9 @@ int RunAnnotate(int argc, char** argv) {
         HGLOBAL stream = nullptr;
         DWORD size = 0;
         BOOL ok = GetVelmoraTIFFAnnotations(tiff, p, &stream, &size);
-        if (ok && p == page) {
+        if (ok && p == page && redact) {
+            ok = InsertVelmoraRedaction(&stream, &size, &rect, 0) >= 0;
+        } else if (ok && p == page) {
             RectangleMark mark;
             mark.rect = rect;
             mark.border = border;

@@ -98,10 +98,11 @@ const Command kCommands[] = {
      RunAnnotations},
     {"annotate",
      "velmora annotate IN.tif OUT.tif --page N --rect L,T,R,B [--text TEXT] [--border RRGGBB] [--fill RRGGBB] "
-     "[--highlight]",
+     "[--highlight] [--redact]",
      "Copy a TIFF file, adding to page N a rectangle annotation: a border, a fill (a\n"
-     "transparent highlighter with --highlight), a text in 12-point Arial. Every page's\n"
-     "annotations are stored in the library's own block of the copy.",
+     "transparent highlighter with --highlight), a text in 12-point Arial; or, with --redact\n"
+     "(alone), a pending redaction that burning in blackens. Every page's annotations are\n"
+     "stored in the library's own block of the copy.",
      RunAnnotate},
     {"burn", "velmora burn IN.tif OUT.tif [--redactions-only]",
      "Write every page of a TIFF file with its annotations drawn into its pixels, the page\n"
