@@ -2115,7 +2115,8 @@ typedef struct VelmoraPDFPageImage {
 /*
  * ConvertVelmoraTIFFToPDF — writes every page of a TIFF file as a new image
  * PDF, with the library's conversion defaults (text layer and burned-in
- * annotations as configured). Paths are code-page strings.
+ * annotations as configured); a page stored with a reduced-resolution image
+ * gets that image as its thumbnail. Paths are code-page strings.
  * Returns 1, or 0 on failure (998 NULL path, 0x02000007 a page directory
  * missing, 0x02000005 an unsupported page, file errors).
  */

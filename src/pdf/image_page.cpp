@@ -125,11 +125,44 @@ PdfObject* MakeRealArray(const double* values, size_t count, ErrorRecord* record
     return array;
 }
 
+// What a page carries besides its image: the bytes of its text layer (empty
+// for none) and the number of its thumbnail image (0 for none).
+struct PageParts {
+    CheckedArray<uint8_t> text;
+    uint32_t thumbnail = 0;
+};
+
+// Writes the text layer's content stream, LZW-coded when the document asks
+// for coded content and neither PDF/A nor encryption rules LZW out.
+uint32_t WriteTextStream(PdfDocument* pdf, const CheckedArray<uint8_t>& text, ErrorRecord* record) {
+    const uint32_t number = NewPdfObjectNumber(pdf, record);
+    PdfObject* stream = PdfMakeStream(record);
+    const uint8_t* data = text.data();
+    auto size = static_cast<uint32_t>(text.size());
+    ByteBlock coded;
+    if (pdf->contentCompression == kPdfContentLzw && pdf->pdfaMode == kPdfaPlain && pdf->encrypted == 0) {
+        EncoderStrip strip;
+        strip.topRow = text.data();
+        strip.rows = 1;
+        strip.rowBytes = size;
+        strip.out = OpenMemoryStream(false, record);
+        if (strip.out != nullptr) EncodeLzwStrip(strip, record);
+        if (strip.out != nullptr && coded.Take(strip.out, record)) {
+            data = coded.bytes;
+            size = coded.size();
+            PdfDictionarySetName(stream, "Filter", "LZWDecode", record);
+        }
+    }
+    if (stream != nullptr) WriteStreamObject(pdf, stream, number, data, size, record);
+    PdfFreeObject(stream);
+    return number;
+}
+
 // Writes the content stream and the page of an image of `width` x `height`
-// points, with the text layer's content stream after it when `text` holds
-// one, and lists the page last in the page tree.
+// points, with the text layer's content stream after it and the thumbnail
+// when `parts` has them, and lists the page last in the page tree.
 void WritePage(PdfDocument* pdf, uint32_t imageNumber, double width, double height, uint16_t rotate,
-               const CheckedArray<uint8_t>& text, ErrorRecord* record) {
+               const PageParts& parts, ErrorRecord* record) {
     char w[kNumberTextSize];
     char h[kNumberTextSize];
     FormatReal(width, w);
@@ -146,15 +179,7 @@ void WritePage(PdfDocument* pdf, uint32_t imageNumber, double width, double heig
         WriteStreamObject(pdf, stream, contentNumber, content, static_cast<uint32_t>(std::strlen(content)), record);
     }
     PdfFreeObject(stream);
-    uint32_t textNumber = 0;
-    if (!text.empty() && record->ok()) {
-        textNumber = NewPdfObjectNumber(pdf, record);
-        PdfObject* textStream = PdfMakeStream(record);
-        if (textStream != nullptr) {
-            WriteStreamObject(pdf, textStream, textNumber, text.data(), static_cast<uint32_t>(text.size()), record);
-        }
-        PdfFreeObject(textStream);
-    }
+    const uint32_t textNumber = parts.text.empty() || record->failed() ? 0 : WriteTextStream(pdf, parts.text, record);
 
     PdfObject* catalog = PdfLoadedObject(pdf, pdf->root.number);
     PdfObject* pagesReference = catalog == nullptr ? nullptr : PdfDictionaryGet(catalog, "Pages");
@@ -193,6 +218,7 @@ void WritePage(PdfDocument* pdf, uint32_t imageNumber, double width, double heig
         PdfDictionarySetReference(page, "Contents", contentNumber, 0, record);
     }
     if (rotate != 0) PdfDictionarySetInteger(page, "Rotate", rotate, record);
+    if (parts.thumbnail != 0) PdfDictionarySetReference(page, "Thumb", parts.thumbnail, 0, record);
     if (page != nullptr) WriteIndirectObject(pdf, page, pageNumber, 0, record);
     PdfFreeObject(page);
 
@@ -486,7 +512,7 @@ bool BurnIn(AnnotationList* list, uint16_t rotation, HGLOBAL* dib, ErrorRecord* 
 // Decodes the page, draws `annotations` (when not null) into it and codes it
 // again.
 bool RecompressPage(PdfDocument* pdf, TiffFile* tiff, const TiffPageInfo& info, const ImagePageChoices& choices,
-                    AnnotationList* annotations, CheckedArray<uint8_t>* text, ErrorRecord* record) {
+                    AnnotationList* annotations, PageParts* parts, ErrorRecord* record) {
     uint16_t rotation = 0;
     HGLOBAL dib = DecodePage(tiff, info, nullptr, &rotation, record);
     if (dib == nullptr) return false;
@@ -526,9 +552,9 @@ bool RecompressPage(PdfDocument* pdf, TiffFile* tiff, const TiffPageInfo& info, 
         // boxes of its text no longer fit it.
         if (image.width != info.width) {
             std::swap(across, down);
-            text->Clear();
+            parts->text.Clear();
         }
-        WritePage(pdf, number, image.width * across, image.height * down, rotation, *text, record);
+        WritePage(pdf, number, image.width * across, image.height * down, rotation, *parts, record);
     }
     PdfFreeObject(image.decodeParms);
     UnlockImage(dib);
@@ -536,16 +562,46 @@ bool RecompressPage(PdfDocument* pdf, TiffFile* tiff, const TiffPageInfo& info, 
     return record->ok();
 }
 
-// The IFD that holds page `page`'s full image.
-uint32_t PageIfd(const TiffDocument* document, uint32_t page) {
-    uint32_t found = 0;
+// The reduced-resolution image stored for page `page` besides its full
+// image in IFD `pageIfd`; 0 when there is none.
+uint32_t ThumbnailIfd(const TiffDocument* document, uint32_t page, uint32_t pageIfd) {
     for (uint32_t i = 0; i < document->rowCount; ++i) {
         const TiffIfdRow& row = document->rows[i];
-        if (row.page != page) continue;
-        if ((row.subfileType & (kSubfileReduced | kSubfileMask)) == 0) return row.ifd;
-        if (found == 0) found = row.ifd;
+        if (row.page == page && row.ifd != pageIfd &&
+            (row.subfileType & (kSubfileReduced | kSubfileMask)) == kSubfileReduced) {
+            return row.ifd;
+        }
     }
-    return found;
+    return 0;
+}
+
+// Writes the thumbnail in IFD `ifd` as an image, decoded and coded again as
+// a re-coded page is (never as LZW data), and returns its number. A
+// thumbnail that cannot be read or coded leaves the page without one; only
+// a lack of memory fails the page.
+uint32_t WriteThumbnail(PdfDocument* pdf, TiffFile* tiff, uint32_t ifd, ErrorRecord* record) {
+    if (ifd == 0 || record->failed()) return 0;
+    ErrorRecord local;
+    HGLOBAL dib = ReadUprightPage(tiff, ifd, 0, nullptr, &local);
+    uint32_t number = 0;
+    if (dib != nullptr) {
+        BITMAPINFOHEADER* header = LockImage(dib);
+        PageImage image;
+        image.width = static_cast<uint32_t>(header->biWidth);
+        image.height = static_cast<uint32_t>(header->biHeight < 0 ? -header->biHeight : header->biHeight);
+        ByteBlock coded;
+        if (header->biBitCount == 1 ? EncodeBilevel(header, 4, &image, &coded, &local)
+                                    : EncodeSamples(header, false, &image, &coded, &local)) {
+            image.data = coded.bytes;
+            image.size = coded.size();
+            number = WriteImage(pdf, &image, record);
+        }
+        PdfFreeObject(image.decodeParms);
+        UnlockImage(dib);
+        FreeImage(&dib);
+    }
+    if (local.code == kErrNotEnoughMemory) SetRecordError(record, kErrNotEnoughMemory, 0);
+    return record->ok() ? number : 0;
 }
 
 // The text layer of a page that carries an OCR text record, without the
@@ -581,6 +637,17 @@ void TextLayerOf(const TiffPageInfo& info, const AnnotationList& burned, Checked
 
 }  // namespace
 
+uint32_t PageImageIfd(const TiffDocument* document, uint32_t page) {
+    uint32_t found = 0;
+    for (uint32_t i = 0; i < document->rowCount; ++i) {
+        const TiffIfdRow& row = document->rows[i];
+        if (row.page != page) continue;
+        if ((row.subfileType & (kSubfileReduced | kSubfileMask)) == 0) return row.ifd;
+        if (found == 0) found = row.ifd;
+    }
+    return found;
+}
+
 bool AppendTiffPage(PdfDocument* pdf, TiffDocument* tiff, uint32_t page, const ImagePageChoices& choices,
                     ErrorRecord* record) {
     if (record->failed()) return false;
@@ -588,7 +655,7 @@ bool AppendTiffPage(PdfDocument* pdf, TiffDocument* tiff, uint32_t page, const I
         SetRecordError(record, kErrInvalidParameter, 0);
         return false;
     }
-    const uint32_t ifd = PageIfd(tiff, page);
+    const uint32_t ifd = PageImageIfd(tiff, page);
     if (ifd == 0) {
         SetRecordError(record, kErrPageDirectoryMissing, 0);
         return false;
@@ -612,19 +679,21 @@ bool AppendTiffPage(PdfDocument* pdf, TiffDocument* tiff, uint32_t page, const I
         FreePageInfo(&info);
         return false;
     }
-    CheckedArray<uint8_t> text, joined;
-    if (choices.textLayer) TextLayerOf(info, annotations, &text, record);
+    PageParts parts;
+    CheckedArray<uint8_t> joined;
+    if (choices.textLayer) TextLayerOf(info, annotations, &parts.text, record);
+    parts.thumbnail = WriteThumbnail(pdf, tiff->tiff, ThumbnailIfd(tiff, page, ifd), record);
     if (!annotations.empty()) {
-        RecompressPage(pdf, tiff->tiff, info, choices, &annotations, &text, record);
+        RecompressPage(pdf, tiff->tiff, info, choices, &annotations, &parts, record);
     } else if (ShouldCopy(info, choices) &&
                (info.stripCount == 1 || JoinJpegStrips(tiff->tiff, info, &joined, record))) {
         const uint32_t imageNumber = CopyImage(pdf, tiff->tiff, info, joined, record);
         double across = 1;
         double down = 1;
         PointsPerPixel(info, &across, &down);
-        WritePage(pdf, imageNumber, info.width * across, info.length * down, 0, text, record);
+        WritePage(pdf, imageNumber, info.width * across, info.length * down, 0, parts, record);
     } else if (record->ok()) {
-        RecompressPage(pdf, tiff->tiff, info, choices, nullptr, &text, record);
+        RecompressPage(pdf, tiff->tiff, info, choices, nullptr, &parts, record);
     }
     FreePageInfo(&info);
     return record->ok();

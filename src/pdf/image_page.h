@@ -9,6 +9,11 @@
 // compression asked for is PackBits), the others as run-length data (or LZW
 // for colour palettes re-coded to be smaller). A page whose annotations are
 // burned in is always decoded.
+//
+// A page with a reduced-resolution image stored beside it gets that image,
+// decoded and coded again, as its thumbnail. Its text layer is LZW-coded when
+// the document's content compression asks for it, outside PDF/A and
+// encryption.
 #pragma once
 
 #include <cstdint>
@@ -29,6 +34,11 @@ struct ImagePageChoices {
     bool burnAnnotations = false;     // draw the page's annotations into its image
     bool textLayer = false;           // the page's OCR text as an invisible text layer
 };
+
+// The IFD (1-based) that holds the full image of page `page`: the first of
+// the page's IFDs that is neither reduced nor a mask, else its first IFD;
+// 0 when the page has none.
+uint32_t PageImageIfd(const TiffDocument* document, uint32_t page);
 
 // Appends page `page` (1-based) of `tiff` to `pdf`: the image, its colour
 // table, the content stream and the page, listed last in the page tree.

@@ -40,6 +40,10 @@ constexpr uint8_t kXrefOffsetKnown = 0x10;
 // PdfXrefEntry::marker of objects written since the document was opened.
 constexpr uint16_t kXrefMarkerWritten = 0xFFFF;
 
+// PdfDocument::contentCompression.
+constexpr uint8_t kPdfContentPlain = 0;
+constexpr uint8_t kPdfContentLzw = 5;  // text layers LZW-coded, outside PDF/A and encryption
+
 // Object numbers of a new file.
 constexpr uint32_t kPdfInfoNumber = 1;
 constexpr uint32_t kPdfCatalogNumber = 2;
@@ -65,6 +69,7 @@ struct PdfDocument {
     uint32_t flags = 0;
     uint8_t pdfaMode = kPdfaPlain;
     uint8_t lineEndChar = 0;  // 0: CR LF before an update, else this byte
+    uint8_t contentCompression = kPdfContentPlain;
     Stream* file = nullptr;
     BufferedWriter out;  // its position is the end of the file
     uint32_t maxObjectNumber = 0;

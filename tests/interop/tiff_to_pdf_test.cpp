@@ -23,7 +23,10 @@
 #include "annotations/annotation_stream.h"
 #include "frame/settings.h"
 #include "frame/settings_store.h"
+#include "pdf/cross_reference.h"
+#include "pdf/image_page.h"
 #include "pdf/ocr_text.h"
+#include "pdf/pdfa.h"
 #include "platform/platform.h"
 #include "tiff/image_file_reader.h"
 #include "velmora/velmora.h"
@@ -313,6 +316,13 @@ std::vector<uint8_t> OcrLine(const std::vector<std::string>& words) {
     return std::vector<uint8_t>(out.begin(), out.end());
 }
 
+// Each word pdftotext finds, with its box in points: left, top, right, bottom.
+std::string WordBoxes(const std::string& pdf) {
+    return peers::Output("pdftotext -bbox " + pdf +
+                         " - | awk -F'[\"<>]' '/<word/ { printf \"%.1f %.1f %.1f %.1f %s\\n\", "
+                         "$3, $5, $7, $9, $11 }'");
+}
+
 TEST_F(TiffToPdf, TheTextLayerPlacesEachWordOverItsBoxAndDropsRedactedOnes) {
     REQUIRE_PEER(peers::Have("/usr/bin/pdftotext"), "pdftotext");
     // "alpha" spans pixels 10-59, "beta" 70-109 (under a redaction), "gamma" 120-169.
@@ -345,27 +355,54 @@ TEST_F(TiffToPdf, TheTextLayerPlacesEachWordOverItsBoxAndDropsRedactedOnes) {
     platform::MemFree(stream);
 
     const std::string pdf = Convert(tiff);
-    EXPECT_TRUE(peers::Run("qpdf --check " + pdf + " > /dev/null"));
-    const std::string boxes = dir_.Path("ocr.html");
-    ASSERT_TRUE(peers::Run("pdftotext -bbox " + pdf + " " + boxes));
-    std::ifstream in(boxes);
-    const std::string html((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    EXPECT_EQ(html.find(">beta<"), std::string::npos) << html;
+    EXPECT_TRUE(peers::Run("qpdf --check " + pdf));
     // At 200 dpi a pixel is 0.36 point; the words lie on pixel rows 20-39.
-    for (const auto& [word, left, right] : {std::tuple<const char*, double, double>{"alpha", 10, 60},
-                                            std::tuple<const char*, double, double>{"gamma", 120, 170}}) {
-        const size_t end = html.find(std::string(">") + word + "<");
-        ASSERT_NE(end, std::string::npos) << word << html;
-        const std::string tag = html.substr(html.rfind("<word", end), end - html.rfind("<word", end));
-        double xMin, yMin, xMax, yMax;
-        ASSERT_EQ(std::sscanf(tag.c_str(), "<word xMin=\"%lf\" yMin=\"%lf\" xMax=\"%lf\" yMax=\"%lf\"", &xMin,
-                              &yMin, &xMax, &yMax),
-                  4)
-            << tag;
-        EXPECT_NEAR(xMin, left * 0.36, 1) << word;
-        EXPECT_NEAR(xMax, right * 0.36, 1) << word;
-        EXPECT_NEAR(yMin, 20 * 0.36, 1) << word;
-        EXPECT_NEAR(yMax, 40 * 0.36, 1) << word;
+    EXPECT_EQ(WordBoxes(pdf), "3.6 7.2 21.6 14.4 alpha\n43.2 7.2 61.2 14.4 gamma\n");
+
+    // Written as LZW data when asked, the layer keeps its words and places;
+    // an archive file keeps it plain.
+    TiffDocument* document = OpenTiffDocumentFile(std::u16string(tiff.begin(), tiff.end()).c_str(), 0, &record);
+    for (const bool archive : {false, true}) {
+        const std::string coded = dir_.Path(archive ? "lzw-archive.pdf" : "lzw.pdf");
+        PdfDocument* out = CreatePdfDocument(std::u16string(coded.begin(), coded.end()).c_str(), archive, &record);
+        if (archive) AddPdfaObjects(out, 0, false, &record);
+        out->contentCompression = kPdfContentLzw;
+        ImagePageChoices choices;
+        choices.archive = archive;
+        choices.textLayer = true;
+        EXPECT_TRUE(AppendTiffPage(out, document, 1, choices, &record)) << record.code;
+        SaveDocument(out, &record);
+        ClosePdfDocument(out);
+        EXPECT_TRUE(peers::Run("qpdf --check " + coded));
+        EXPECT_EQ(peers::Output("grep -a -o LZWDecode " + coded + " | wc -l"), archive ? "0\n" : "1\n");
+        EXPECT_EQ(WordBoxes(coded), "3.6 7.2 21.6 14.4 alpha\n25.2 7.2 39.6 14.4 beta\n43.2 7.2 61.2 14.4 gamma\n");
+    }
+    CloseTiffDocument(document, nullptr);
+}
+
+// The width and height of each page's thumbnail image, "none" for a page
+// without one, as qpdf reads the file.
+std::string Thumbnails(const std::string& pdf) {
+    return peers::Output(
+        "qpdf --json=2 --json-key=qpdf " + pdf +
+        " | " VELMORA_PYTHON
+        " -c 'import json, sys\nobjects = json.load(sys.stdin)[\"qpdf\"][1]\n"
+        "for page in [o[\"value\"] for o in objects.values() if \"/Contents\" in o.get(\"value\", {})]:\n"
+        "    t = page.get(\"/Thumb\")\n"
+        "    d = t and objects[\"obj:\" + t][\"stream\"][\"dict\"]\n"
+        "    print(d and (d[\"/Width\"], d[\"/Height\"], d[\"/ColorSpace\"]))'");
+}
+
+TEST_F(TiffToPdf, StoredThumbnailsBecomeThePagesThumbnails) {
+    // A picked bi-level thumbnail of the fax page, an averaged colour one of the RGB page.
+    for (const auto& [c, option, listed] : {std::tuple<Case, DWORD, const char*>{kCases[0], 1, "/DeviceGray"},
+                                            std::tuple<Case, DWORD, const char*>{kCases[7], 0, "/DeviceRGB"}}) {
+        const std::string tiff = Tiff(c), plain = Convert(tiff), pdf = dir_.Path("thumb.pdf");
+        ASSERT_TRUE(AppendVelmoraThumbnail(64, 64, option, tiff.c_str()));
+        ASSERT_TRUE(ConvertVelmoraTIFFToPDF(tiff.c_str(), pdf.c_str())) << GetLastVelmoraErrorCode();
+        EXPECT_TRUE(peers::Run("qpdf --check " + pdf));
+        EXPECT_EQ(Thumbnails(pdf), std::string("(64, 42, '") + listed + "')\n");  // 240 x 160 fitted to 64 x 64
+        EXPECT_EQ(Thumbnails(plain), "None\n");
     }
 }
 
