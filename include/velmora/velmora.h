@@ -2130,6 +2130,17 @@ VELMORA_EXPORT BOOL VELMORA_API ConvertVelmoraTIFFToPDF(LPCSTR source, LPCSTR de
  * errors when it is missing, 120 where the system has no colour folder) and
  * refuses additional metadata with 0x02000005. After a failure the destination holds what was
  * written so far and is not a valid PDF; the source is unchanged.
+ * With the settings "PDF\To BW" non-zero and "PDF\BW Compression" 34715 the
+ * file is made by the outside JBIG2 converter library instead (i2pocrsdk.dll;
+ * libi2pocrsdk.so on Linux, on the library search path; its entry
+ * int i2pdfocr(const char *command)): every page is made black and white
+ * (dithered for "To BW" 2; black-is-zero pages inverted with
+ * "PDF\BlackZero To WhiteZero") in a temporary TIFF, and the converter is
+ * run as [-chkbwcolor ]-bwimg 2 "<tiff>" "<pdf>" ("-chkbwcolor " with
+ * "PDF\JBIG2 ChkBWColor") into a temporary PDF that is copied to the
+ * destination. A missing library is 0x02000019 before anything is written;
+ * a failing converter or a PDF with another page count is 0x02000009, and
+ * the destination is left alone.
  * Returns 1, or 0 on failure.
  */
 VELMORA_EXPORT BOOL VELMORA_API ConvertVelmoraTIFFToPDFEx(const VelmoraTIFFToPDFInfo *info);

@@ -12,6 +12,7 @@
 #include "io/stream.h"
 #include "pdf/cross_reference.h"
 #include "pdf/image_page.h"
+#include "pdf/jbig2_converter.h"
 #include "pdf/pdf_document.h"
 #include "pdf/pdfa.h"
 #include "platform/platform.h"
@@ -68,6 +69,10 @@ constexpr uint16_t kSectionPdf = 10302;
 constexpr uint16_t kValueBilevelCompression = 10303;
 constexpr uint16_t kValueToBilevel = 10304;
 constexpr uint16_t kValueEnhancedCompress = 10305;
+constexpr uint16_t kValueBlackZeroToWhiteZero = 10306;
+constexpr uint16_t kValueJbig2CheckColor = 10307;
+// "BW Compression" of the route through the outside JBIG2 converter.
+constexpr int32_t kBilevelCompressionJbig2 = 34715;
 
 // An integer setting; a missing or unreadable one is 0.
 int32_t IntegerSetting(uint16_t valueId) {
@@ -96,6 +101,16 @@ velmora::ImagePageChoices PageChoices(bool archive, bool burnIn, bool textLayer)
     choices.dither = toBilevel == 2;
     choices.enhanced = !choices.forceBilevel && IntegerSetting(kValueEnhancedCompress) != 0;
     return choices;
+}
+
+// The outside converter's choices when the settings ask for its route.
+bool Jbig2Route(velmora::Jbig2Choices* choices) {
+    const int32_t toBilevel = IntegerSetting(kValueToBilevel);
+    if (toBilevel == 0 || IntegerSetting(kValueBilevelCompression) != kBilevelCompressionJbig2) return false;
+    choices->dither = toBilevel == 2;
+    choices->whiteIsZero = IntegerSetting(kValueBlackZeroToWhiteZero) != 0;
+    choices->checkColor = IntegerSetting(kValueJbig2CheckColor) != 0;
+    return true;
 }
 
 bool DefaultBurnIn() { return (velmora::DefaultConversionOptions()->flags & kOptionBurnIn) != 0; }
@@ -252,6 +267,18 @@ BOOL VELMORA_API ConvertVelmoraTIFFToPDFEx(const VelmoraTIFFToPDFInfo* info) {
     }
     const uint32_t padding = (flags & VELMORA_TIFF_TO_PDF_XMP_PADDING) ? info->xmpPadding : 0;
     const bool extraMetadata = (flags & VELMORA_TIFF_TO_PDF_METADATA) != 0 && info->metadata != nullptr;
+    velmora::Jbig2Choices jbig2;
+    if (Jbig2Route(&jbig2)) {
+        void* module = nullptr;
+        velmora::Jbig2Entry entry = velmora::LoadJbig2Converter(&module, &call.record);
+        velmora::TiffDocument* tiff = entry == nullptr ? nullptr : OpenTiffSource(source, &call.record);
+        if (tiff != nullptr) {
+            velmora::ConvertThroughJbig2(entry, tiff, destination, jbig2, &call.record);
+            velmora::CloseTiffDocument(tiff, nullptr);
+        }
+        velmora::platform::UnloadModule(module);
+        return call.Finish();
+    }
     velmora::TiffDocument* tiff = OpenTiffSource(source, &call.record);
     PdfDocument* document =
         tiff == nullptr ? nullptr : CreateConverted(destination, archive, padding, extraMetadata, &call.record);

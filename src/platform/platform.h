@@ -118,6 +118,9 @@ using ModuleHandleT = void*;
 ModuleHandleT LoadModule(const std::u16string& path, uint32_t* error);
 void* ModuleSymbol(ModuleHandleT module, const char* name);
 void UnloadModule(ModuleHandleT module);
+// The file name of the shared library called `base`: "<base>.dll" on
+// Windows, "lib<base>.so" elsewhere.
+std::u16string SharedLibraryName(const std::u16string& base);
 
 #ifdef _WIN32
 // ---- The registry --------------------------------------------------------------

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <map>
 #include <random>
+#include <regex>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -25,6 +26,7 @@
 #include "frame/settings_store.h"
 #include "pdf/cross_reference.h"
 #include "pdf/image_page.h"
+#include "pdf/jbig2_converter.h"
 #include "pdf/ocr_text.h"
 #include "pdf/pdfa.h"
 #include "platform/platform.h"
@@ -159,6 +161,11 @@ protected:
     }
 
     void TearDown() override { SetPrefsRoot(u"", &record_); }
+
+    void Set(const char16_t* setting, const char16_t* value) {
+        uint32_t error = 0;
+        ASSERT_TRUE(WriteUserSetting(SettingsKeyPath(u"PDF"), setting, value, &error));
+    }
 
     ErrorRecord record_;
     peers::TempDir dir_{"tiff-to-pdf"};
@@ -404,6 +411,46 @@ TEST_F(TiffToPdf, StoredThumbnailsBecomeThePagesThumbnails) {
         EXPECT_EQ(Thumbnails(pdf), std::string("(64, 42, '") + listed + "')\n");  // 240 x 160 fitted to 64 x 64
         EXPECT_EQ(Thumbnails(plain), "None\n");
     }
+}
+
+// Without the converter library nothing is written. With it, every page
+// reaches it bi-level in one temporary TIFF, with the command the settings
+// ask for; its PDF is copied when it has the document's page count.
+TEST_F(TiffToPdf, TheJbig2RouteHandsBilevelPagesToTheConverterLibrary) {
+    const std::string tiff = dir_.Path("two.tif"), pdf = dir_.Path("two.pdf"), log = dir_.Path("converter.log");
+    ASSERT_TRUE(peers::Run("tiffcp " + dir_.Path("rgb.tif") + " " + dir_.Path("bw.tif") + " " + tiff +
+                           " && tiffset -d 1 -s 262 1 " + tiff));
+    Set(u"To BW", u"2");
+    Set(u"BW Compression", u"34715");
+    EXPECT_FALSE(ConvertVelmoraTIFFToPDF(tiff.c_str(), pdf.c_str()));
+    EXPECT_EQ(GetLastVelmoraErrorCode(), 0x02000019u);
+    EXPECT_FALSE(peers::Run("test -e " + pdf));
+
+    SetJbig2ConverterPath(u"" VELMORA_FAKE_JBIG2_CONVERTER);
+    setenv("FAKE_CONVERTER_LOG", log.c_str(), 1);
+    setenv("FAKE_CONVERTER_RESULT", "0", 1);
+    for (const char* pages : {"2", "1"}) {
+        setenv("FAKE_CONVERTER_PAGES", pages, 1);
+        const bool whole = pages[0] == '2';
+        EXPECT_EQ(ConvertVelmoraTIFFToPDF(tiff.c_str(), pdf.c_str()), whole);
+        if (!whole) EXPECT_EQ(GetLastVelmoraErrorCode(), 0x02000009u);
+        // Page 2 is black-is-zero: inverted only once asked.
+        EXPECT_EQ(peers::Output("tiffinfo " + log + ".tif | grep -e Bits/Sample -e Photometric | sort | uniq -c"),
+                  whole ? "      2   Bits/Sample: 1\n      1   Photometric Interpretation: min-is-black\n"
+                          "      1   Photometric Interpretation: min-is-white\n"
+                        : "      2   Bits/Sample: 1\n      2   Photometric Interpretation: min-is-white\n");
+        EXPECT_EQ(peers::Output("cat " + pdf),
+                  std::string("%PDF-1.4\n") + "1 0 obj <</Type /Page>> endobj\n" + "1 0 obj <</Type /Page>> endobj\n");
+        Set(u"BlackZero To WhiteZero", u"1");
+        Set(u"JBIG2 ChkBWColor", u"1");
+    }
+    SetJbig2ConverterPath(u"");
+    // Both temporary files are gone.
+    const std::string commands = peers::Output("cat " + log);
+    EXPECT_TRUE(std::regex_match(commands, std::regex("-bwimg 2 \"(.*\\.tif)\" \"(.*\\.pdf)\"\n"
+                                                      "-chkbwcolor -bwimg 2 \"(.*\\.tif)\" \"(.*\\.pdf)\"\n")))
+        << commands;
+    EXPECT_EQ(peers::Output("sed 's/.*-bwimg 2 //' " + log + " | xargs ls 2>/dev/null | wc -l"), "0\n");
 }
 
 }  // namespace

@@ -235,6 +235,8 @@ void UnloadModule(ModuleHandleT module) {
     if (module != nullptr) dlclose(module);
 }
 
+std::u16string SharedLibraryName(const std::u16string& base) { return u"lib" + base + u".so"; }
+
 void SetQuietErrorMode() {}
 
 }  // namespace velmora::platform

@@ -139,6 +139,8 @@ void UnloadModule(ModuleHandleT module) {
     if (module != nullptr) ::FreeLibrary(static_cast<HMODULE>(module));
 }
 
+std::u16string SharedLibraryName(const std::u16string& base) { return base + u".dll"; }
+
 bool IsReadableMemory(const void* pointer, size_t bytes) {
     return bytes == 0 || (pointer != nullptr && !::IsBadReadPtr(pointer, bytes));
 }
