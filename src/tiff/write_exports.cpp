@@ -35,9 +35,8 @@ constexpr DWORD kAccessWrite = 0x40000000u;
 // support and are refused like unknown bits.
 constexpr DWORD kSupportedFlags = VELMORA_APPEND_ANNOTATIONS | VELMORA_APPEND_ANNOTATION_OPTIONS |
                                   VELMORA_APPEND_RESOLUTION | VELMORA_APPEND_SCALE | VELMORA_APPEND_JPEG_QUALITY |
-                                  VELMORA_APPEND_PROGRESS |
-                                  VELMORA_APPEND_REASON | VELMORA_APPEND_OCR_TEXT | 0x001FE000u /* texts */ |
-                                  VELMORA_APPEND_WIDE_NAME | VELMORA_APPEND_DIB_POINTER;
+                                  VELMORA_APPEND_PROGRESS | VELMORA_APPEND_REASON | VELMORA_APPEND_OCR_TEXT |
+                                  0x001FE000u /* texts */ | VELMORA_APPEND_WIDE_NAME | VELMORA_APPEND_DIB_POINTER;
 constexpr uint32_t kResolutionUnits = 3;
 constexpr uint32_t kScaleUnits = 17;
 constexpr uint32_t kMaxThumbnail = 512;
@@ -216,6 +215,11 @@ WORD CheckRecord(const VelmoraAppendTIFF& a, WORD size, AppendRequest* request) 
         if (!request->annotations.Lock(a.annotations)) return VELMORA_APPEND_REASON_ANNOTATIONS;
         extras.annotations = request->annotations.bytes();
         extras.annotationsSize = request->annotations.size();
+        // A stream states its own size first; a block rewritten in place by
+        // removing annotations is larger than the stream it now holds.
+        uint32_t stated = 0;
+        if (extras.annotationsSize >= 32) std::memcpy(&stated, extras.annotations, sizeof stated);
+        if (stated >= 32 && stated < extras.annotationsSize) extras.annotationsSize = stated;
     }
     request->options.compression = a.compression;
     return 0;
