@@ -93,7 +93,9 @@ bool ReadSegments(const uint8_t* data, uint32_t size, bool tables, const TiffPag
 // for restart markers, other markers and a strip cut short.
 bool DataLength(const uint8_t* data, uint32_t size, uint32_t at, uint32_t* length) {
     for (uint32_t i = at; i + 1 < size; ++i) {
-        if (data[i] != 0xFF) continue;
+        const void* mark = std::memchr(data + i, 0xFF, size - 1 - i);
+        if (mark == nullptr) break;
+        i = static_cast<uint32_t>(static_cast<const uint8_t*>(mark) - data);
         const uint8_t next = data[i + 1];
         if (next == 0x00 || next == 0xFF) {
             if (next == 0x00) ++i;
@@ -144,6 +146,11 @@ bool JoinJpegStrips(TiffFile* tiff, const TiffPageInfo& info, CheckedArray<uint8
     // the frame height, which must be the strip's share of the page.
     TiffStripBuffer buffer;
     CheckedArray<uint8_t> header;
+    CheckedArray<uint32_t> lengths;  // of each strip's entropy-coded data
+    if (!lengths.Sized(info.stripCount, record)) {
+        if (tableBytes != nullptr) platform::MemUnlock(info.jpegTables.handle);
+        return false;
+    }
     Segments first;
     uint64_t total = 2 + uint64_t{tableSize} + 6 + 2 * uint64_t{info.stripCount};
     bool joinable = true;
@@ -170,6 +177,7 @@ bool JoinJpegStrips(TiffFile* tiff, const TiffPageInfo& info, CheckedArray<uint8
                        std::memcmp(strip, header.data(), s.frameAt + 5) == 0 &&
                        std::memcmp(strip + s.frameAt + 7, header.data() + s.frameAt + 7, s.end - s.frameAt - 7) == 0;
         }
+        lengths[i] = data;
         total += uint64_t{s.end} + data;
     }
     if (!joinable || record->failed() || !joined->Sized(total, record)) {
@@ -193,12 +201,13 @@ bool JoinJpegStrips(TiffFile* tiff, const TiffPageInfo& info, CheckedArray<uint8
     w.Put(restart, sizeof restart);
     w.Put(header.data() + first.scanAt, first.end - first.scanAt);
     for (uint32_t i = 0; i < info.stripCount; ++i) {
-        uint32_t size = 0, data = 0;
+        uint32_t size = 0;
         const uint8_t* strip = buffer.Read(tiff, &info, i, &size, record);
         if (strip == nullptr) return false;
-        // The file was read once already; a strip that changed since is not
-        // joined.
-        if (!DataLength(strip, size, first.end, &data) || uint64_t{w.at} + data + 4 > total) return false;
+        // The strip's byte count comes from the directory read once, so the
+        // strip is as long as when it was measured.
+        const uint32_t data = lengths[i];
+        if (uint64_t{first.end} + data > size || uint64_t{w.at} + data + 4 > total) return false;
         w.Put(strip + first.end, data);
         if (i + 1 < info.stripCount) w.Marker(static_cast<uint8_t>(kRst0 + i % 8));
     }
