@@ -258,6 +258,14 @@ DWORD CopyToHost(const char16_t* units, size_t length, WCHAR* buffer, DWORD capa
     return static_cast<DWORD>(length);
 }
 
+// The annotation at `index`, or null after refusing an index past the last
+// with 2.
+Annotation* AnnotationAt(const AnnotationList& list, DWORD index, ErrorRecord* record) {
+    if (index < list.size()) return list.at(index);
+    Refuse(record, velmora::kErrFileNotFound);
+    return nullptr;
+}
+
 // ---- Inserting -------------------------------------------------------------------
 
 bool Readable(const void* pointer, size_t bytes, ErrorRecord* record) {
@@ -573,10 +581,8 @@ BOOL VELMORA_API GetVelmoraAnnotationProperty(HGLOBAL annotations, DWORD size, D
     }
     AnnotationList list;
     if (Load(annotations, size, &list, &call.record)) {
-        const Annotation* a = index < list.size() ? list.at(index) : nullptr;
-        if (a == nullptr) {
-            Refuse(&call.record, velmora::kErrFileNotFound);
-        } else {
+        const Annotation* a = AnnotationAt(list, index, &call.record);
+        if (a != nullptr) {
             GetProperty(*a, name, value, &call.record);
         }
     }
@@ -592,10 +598,8 @@ BOOL VELMORA_API GetVelmoraAnnotationInfo(HGLOBAL annotations, DWORD size, DWORD
     }
     AnnotationList list;
     if (Load(annotations, size, &list, &call.record)) {
-        const Annotation* a = index < list.size() ? list.at(index) : nullptr;
-        if (a == nullptr) {
-            Refuse(&call.record, velmora::kErrFileNotFound);
-        } else {
+        const Annotation* a = AnnotationAt(list, index, &call.record);
+        if (a != nullptr) {
             VelmoraAnnotationInfo described = *info;
             velmora::DescribeAnnotation(*a, &described);
             const velmora::AnnotationText* text = velmora::AnnotationShownText(*a);
@@ -617,11 +621,9 @@ BOOL VELMORA_API SetVelmoraAnnotationProperty(HGLOBAL* annotations, LPDWORD size
     }
     AnnotationList list;
     if (Load(*annotations, *size, &list, &call.record)) {
-        Annotation* a = index < list.size() ? list.at(index) : nullptr;
+        Annotation* a = AnnotationAt(list, index, &call.record);
         bool changed = false;
-        if (a == nullptr) {
-            Refuse(&call.record, velmora::kErrFileNotFound);
-        } else if (SetProperty(a, name, *value, &changed, &call.record) && changed) {
+        if (a != nullptr && SetProperty(a, name, *value, &changed, &call.record) && changed) {
             Store(list, annotations, size, &call.record);
         }
     }

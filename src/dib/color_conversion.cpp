@@ -79,8 +79,8 @@ public:
             case 16:
                 for (uint32_t x = 0; x < width_; ++x) {
                     uint32_t v = row[2 * size_t{x}] | row[2 * size_t{x} + 1] << 8;
-                    colors_[x] = ((v >> 10) & 31) * 255 / 31 | (((v >> 5) & 31) * 255 / 31) << 8 |
-                                 ((v & 31) * 255 / 31) << 16;
+                    colors_[x] =
+                        ((v >> 10) & 31) * 255 / 31 | (((v >> 5) & 31) * 255 / 31) << 8 | ((v & 31) * 255 / 31) << 16;
                 }
                 break;
             default: {
@@ -169,8 +169,7 @@ HGLOBAL CopyDib(const BITMAPINFOHEADER* header, const void* bits, ErrorRecord* r
 // Every pixel through `level(colour)` into a grey or bi-level image with an
 // ascending ramp of 2^bitCount entries.
 template <typename Level>
-HGLOBAL ToLevels(SourceRows& source, uint16_t bitCount, Level level, ProgressReporter* progress,
-                 ErrorRecord* record) {
+HGLOBAL ToLevels(SourceRows& source, uint16_t bitCount, Level level, ProgressReporter* progress, ErrorRecord* record) {
     TargetImage target;
     if (!source.Begin(record) || !target.Create(source, bitCount, nullptr, 1u << bitCount, true, record)) {
         return nullptr;
@@ -196,7 +195,7 @@ HGLOBAL WidenIndices(SourceRows& source, bool throughGrey, ProgressReporter* pro
         uint8_t* row = target.Row(y);
         for (uint32_t x = 0; x < source.width(); ++x) {
             uint32_t index = source.Index(in, x);
-            row[x] = !throughGrey ? static_cast<uint8_t>(index)
+            row[x] = !throughGrey                 ? static_cast<uint8_t>(index)
                      : index < source.tableCount_ ? source.table_[index].rgbRed
                                                   : 0;
         }
@@ -460,8 +459,7 @@ HGLOBAL ChangeDibColor(const BITMAPINFOHEADER* header, const void* bits, int32_t
     auto grey4 = [](COLORREF c) { return static_cast<uint32_t>(GreyLevel(c) >> 4); };
     auto grey8 = [](COLORREF c) { return static_cast<uint32_t>(GreyLevel(c)); };
     switch (target) {
-        case 0:
-            return blackAndWhite ? CopyDib(header, bits, record) : ToLevels(source, 1, bilevel, progress, record);
+        case 0: return blackAndWhite ? CopyDib(header, bits, record) : ToLevels(source, 1, bilevel, progress, record);
         case 1: return bitCount == 1 ? CopyDib(header, bits, record) : Quantize(source, 2, 1, progress, record);
         case 2:
             return bitCount == 4 && grey ? CopyDib(header, bits, record) : ToLevels(source, 4, grey4, progress, record);
@@ -491,6 +489,15 @@ HGLOBAL OptimizeDibColors(const BITMAPINFOHEADER* header, const void* bits, Prog
         case 32: return OptimizeTrueColor(source, progress, record);
         default: return nullptr;
     }
+}
+
+BITMAPINFOHEADER* ReplaceWithBilevel(HGLOBAL* dib, BITMAPINFOHEADER* header, bool dither, ErrorRecord* record) {
+    HGLOBAL bilevel = ChangeDibColor(header, PackedBits(header), dither ? kTargetDitheredBilevel : 0, nullptr, record);
+    UnlockImage(*dib);
+    FreeImage(dib);
+    if (bilevel == nullptr) return nullptr;
+    *dib = bilevel;
+    return LockImage(*dib);
 }
 
 }  // namespace velmora

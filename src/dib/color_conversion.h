@@ -32,6 +32,11 @@ uint8_t GreyLevel(COLORREF color);
 HGLOBAL ChangeDibColor(const BITMAPINFOHEADER* header, const void* bits, int32_t target, ProgressReporter* progress,
                        ErrorRecord* record);
 
+// Replaces the locked DIB image `*dib`, whose header is `header`, by its
+// conversion to black and white (dithered, or thresholded) and returns the
+// new image's header, locked. Null after a failure, with `*dib` freed.
+BITMAPINFOHEADER* ReplaceWithBilevel(HGLOBAL* dib, BITMAPINFOHEADER* header, bool dither, ErrorRecord* record);
+
 // The smallest palette image with the same pixels: 16-, 24- and 32-bit
 // sources of at most 256 colours become 1-, 4- or 8-bit palette images (8-bit
 // grey when every colour of a 24-bit source is grey); 4- and 8-bit sources

@@ -522,13 +522,8 @@ bool RecompressPage(PdfDocument* pdf, TiffFile* tiff, const TiffPageInfo& info, 
     }
     BITMAPINFOHEADER* header = LockImage(dib);
     if (choices.forceBilevel && header->biBitCount != 1) {
-        HGLOBAL bilevel =
-            ChangeDibColor(header, PackedBits(header), choices.dither ? kTargetDitheredBilevel : 0, nullptr, record);
-        UnlockImage(dib);
-        FreeImage(&dib);
-        if (bilevel == nullptr) return false;
-        dib = bilevel;
-        header = LockImage(dib);
+        header = ReplaceWithBilevel(&dib, header, choices.dither, record);
+        if (header == nullptr) return false;
     }
     PageImage image;
     image.width = static_cast<uint32_t>(header->biWidth);

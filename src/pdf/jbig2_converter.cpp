@@ -45,13 +45,8 @@ bool AppendBilevelPage(TiffFile* out, TiffDocument* tiff, uint32_t page, const J
     BITMAPINFOHEADER* header = LockImage(dib);
     PageKind kind = PageKind::Palette;
     if (!DibPageKind(header, &kind) || kind != PageKind::BiLevel) {
-        HGLOBAL converted =
-            ChangeDibColor(header, PackedBits(header), choices.dither ? kTargetDitheredBilevel : 0, nullptr, record);
-        UnlockImage(dib);
-        FreeImage(&dib);
-        if (converted == nullptr) return false;
-        dib = converted;
-        header = LockImage(dib);
+        header = ReplaceWithBilevel(&dib, header, choices.dither, record);
+        if (header == nullptr) return false;
     }
     options.compression = VELMORA_COMPRESSION_GROUP4;
     AppendDibPage(out, nullptr, header, PackedBits(header), options, record);
