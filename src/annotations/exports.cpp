@@ -240,8 +240,9 @@ bool SetProperty(Annotation* a, const char* name, const VARIANT& value, bool* ch
 // them (998).
 bool HostBuffer(ExportCall& call, WCHAR* buffer, DWORD capacity) {
     if (capacity == 0) return true;
-    if (capacity > SIZE_MAX / sizeof(WCHAR)) return ExportCall::Fail(velmora::kErrNoAccess);
-    return call.Writable(buffer, size_t{capacity} * sizeof(WCHAR));
+    const uint64_t bytes = uint64_t{capacity} * sizeof(WCHAR);
+    if (bytes != static_cast<size_t>(bytes)) return ExportCall::Fail(velmora::kErrNoAccess);
+    return call.Writable(buffer, static_cast<size_t>(bytes));
 }
 
 // Copies `length` units and a terminator into a host's buffer of `capacity`
