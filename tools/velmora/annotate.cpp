@@ -80,18 +80,11 @@ int RunAnnotate(int argc, char** argv) {
     if (document == nullptr) return Fail(in);
     HGLOBAL tiff = GetVelmoraTIFFDocumentTIFF(document);
     const DWORD pages = CountTiffPages(tiff);
-    if (page > pages) {
+    if (!PageWithin(in, page, pages)) {
         CloseVelmoraTIFFDocument(document);
-        std::fprintf(stderr, "velmora: %s has %lu pages\n", in, static_cast<unsigned long>(pages));
         return 2;
     }
-    HGLOBAL target = OpenVelmoraTIFF(out, 0xC0000000u, 1);
-    if (target == nullptr) {
-        CloseVelmoraTIFFDocument(document);
-        return Fail(out);
-    }
-    int result = 0;
-    for (DWORD p = 1; p <= pages && result == 0; ++p) {
+    const int result = RewritePages(in, AllPages(pages), out, [&](DWORD p, HGLOBAL target) {
         HGLOBAL stream = nullptr;
         DWORD size = 0;
         BOOL ok = GetVelmoraTIFFAnnotations(tiff, p, &stream, &size);
@@ -115,14 +108,11 @@ int RunAnnotate(int argc, char** argv) {
             append.flags |= VELMORA_APPEND_ANNOTATIONS;
             append.annotations = stream;
         }
-        if (!ok || !AppendVelmoraOpenTIFFEx(target, &append)) {
-            result = FailPage(in, p);
-        }
+        ok = ok && AppendVelmoraOpenTIFFEx(target, &append);
         DestroyVelmoraAnnotations(stream);
-    }
-    if (!CloseVelmoraTIFF(target) && result == 0) result = Fail(out);
+        return ok != FALSE;
+    });
     CloseVelmoraTIFFDocument(document);
-    if (result != 0) std::remove(out);
     return result;
 }
 

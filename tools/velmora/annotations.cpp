@@ -282,9 +282,8 @@ int RunAnnotations(int argc, char** argv) {
     if (document == nullptr) return Fail(path);
     HGLOBAL tiff = GetVelmoraTIFFDocumentTIFF(document);
     const DWORD pages = CountTiffPages(tiff);
-    if (only > pages) {
+    if (!PageWithin(path, only, pages)) {
         CloseVelmoraTIFFDocument(document);
-        std::fprintf(stderr, "velmora: %s has %lu pages\n", path, static_cast<unsigned long>(pages));
         return 2;
     }
     if (json) std::printf("{\"file\": %s, \"pages\": [", JsonString(path).c_str());

@@ -68,14 +68,7 @@ int RunBurn(int argc, char** argv) {
     HGLOBAL document = OpenVelmoraTIFFDocument(in);
     if (document == nullptr) return Fail(in);
     HGLOBAL tiff = GetVelmoraTIFFDocumentTIFF(document);
-    HGLOBAL target = OpenVelmoraTIFF(out, 0xC0000000u, 1);
-    if (target == nullptr) {
-        CloseVelmoraTIFFDocument(document);
-        return Fail(out);
-    }
-    int result = 0;
-    const DWORD pages = CountTiffPages(tiff);
-    for (DWORD page = 1; page <= pages && result == 0; ++page) {
+    const int result = RewritePages(in, AllPages(CountTiffPages(tiff)), out, [&](DWORD page, HGLOBAL target) {
         HGLOBAL rest = nullptr;
         DWORD restSize = 0;
         HGLOBAL read = ReadVelmoraOpenTIFFDIB(tiff, page);
@@ -89,15 +82,12 @@ int RunBurn(int argc, char** argv) {
             append.flags |= VELMORA_APPEND_ANNOTATIONS;
             append.annotations = rest;
         }
-        if (dib == nullptr || !AppendVelmoraOpenTIFFEx(target, &append)) {
-            result = FailPage(in, page);
-        }
+        const bool ok = dib != nullptr && AppendVelmoraOpenTIFFEx(target, &append);
         if (dib != nullptr) GlobalFree(dib);
         DestroyVelmoraAnnotations(rest);
-    }
-    if (!CloseVelmoraTIFF(target) && result == 0) result = Fail(out);
+        return ok;
+    });
     CloseVelmoraTIFFDocument(document);
-    if (result != 0) std::remove(out);
     return result;
 }
 

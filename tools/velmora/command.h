@@ -3,6 +3,7 @@
 // JPEG handle. Each command lives in a file of its own.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -84,6 +85,17 @@ int StoreOcrRecords(const char* path, const std::vector<HGLOBAL>& records);
 int RecogniseTiff(const char* path, const char* language, const char* pageList);
 // The pages a list such as 1,3-5 names, each from 1 to count.
 bool ParsePages(const char* text, DWORD count, std::vector<DWORD>* pages);
+// Whether `page` is one of the `pages` of `path`; false after saying on
+// standard error that it is not.
+bool PageWithin(const char* path, DWORD page, DWORD pages);
+// The pages 1 to count.
+std::vector<DWORD> AllPages(DWORD count);
+// Writes the new TIFF file `out`, one page for each of `pages`:
+// `writePage(page, target)` appends it to the open `target` and returns
+// false after a library call failed. 0; or 1 after reporting the page (of
+// `in`) or the file that failed, with `out` removed.
+int RewritePages(const char* in, const std::vector<DWORD>& pages, const char* out,
+                 const std::function<bool(DWORD page, HGLOBAL target)>& writePage);
 
 int RunAnnotate(int argc, char** argv);
 int RunAnnotations(int argc, char** argv);

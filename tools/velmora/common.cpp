@@ -31,6 +31,31 @@ int FailPage(const char* path, DWORD page) {
     return Fail(what.c_str());
 }
 
+bool PageWithin(const char* path, DWORD page, DWORD pages) {
+    if (page <= pages) return true;
+    std::fprintf(stderr, "velmora: %s has %lu pages\n", path, static_cast<unsigned long>(pages));
+    return false;
+}
+
+std::vector<DWORD> AllPages(DWORD count) {
+    std::vector<DWORD> pages;
+    for (DWORD page = 1; page <= count; ++page) pages.push_back(page);
+    return pages;
+}
+
+int RewritePages(const char* in, const std::vector<DWORD>& pages, const char* out,
+                 const std::function<bool(DWORD page, HGLOBAL target)>& writePage) {
+    HGLOBAL target = OpenVelmoraTIFF(out, 0xC0000000u, 1);
+    if (target == nullptr) return Fail(out);
+    int result = 0;
+    for (size_t i = 0; i < pages.size() && result == 0; ++i) {
+        if (!writePage(pages[i], target)) result = FailPage(in, pages[i]);
+    }
+    if (!CloseVelmoraTIFF(target) && result == 0) result = Fail(out);
+    if (result != 0) std::remove(out);
+    return result;
+}
+
 BOOL VELMORA_CALLBACK ShowProgress(DWORD percent, UINT_PTR) {
     if (percent > 100) return TRUE;
     const int width = 40;

@@ -165,7 +165,7 @@ int ConvertPageByPage(const char* in, const char* out, std::vector<DWORD> pages,
         if (tiff == nullptr) return Fail(in);
         const DWORD count = CountTiffPages(tiff);
         CloseVelmoraTIFF(tiff);
-        for (DWORD page = 1; page <= count; ++page) pages.push_back(page);
+        pages = AllPages(count);
     }
     HGLOBAL pdf = CreateVelmoraPDF(out, nullptr);
     if (pdf == nullptr) return Fail(out);
@@ -226,11 +226,8 @@ int ConvertRecognised(const char* in, const char* out, bool archive, bool burn) 
 // coding unless another compression is asked for) or read and converted.
 int WriteTiffPages(const Source& source, const std::vector<DWORD>& pages, WORD compression, WORD quality,
                    bool convertColor, LONG color, const char* in, const char* out) {
-    HGLOBAL target = OpenVelmoraTIFF(out, 0xC0000000u, 1);
-    if (target == nullptr) return Fail(out);
     const VelmoraProgressProc progress = TerminalProgress();
-    int result = 0;
-    for (DWORD page : pages) {
+    const int result = RewritePages(in, pages, out, [&](DWORD page, HGLOBAL target) {
         VelmoraAppendTIFF append = {};
         append.size = VELMORA_APPEND_TIFF_SIZE_V4;
         append.compression = compression;
@@ -253,15 +250,10 @@ int WriteTiffPages(const Source& source, const std::vector<DWORD>& pages, WORD c
             done = AppendVelmoraOpenTIFFEx(target, &append);
             GlobalFree(dib);
         }
-        if (!done) {
-            ClearProgress(progress);
-            result = FailPage(in, page);
-            break;
-        }
-    }
+        if (!done) ClearProgress(progress);
+        return done != FALSE;
+    });
     ClearProgress(progress);
-    if (!CloseVelmoraTIFF(target) && result == 0) result = Fail(out);
-    if (result != 0) std::remove(out);
     return result;
 }
 
@@ -357,7 +349,7 @@ int RunConvert(int argc, char** argv) {
     const DWORD count = CountPages(source);
     std::vector<DWORD> pages;
     if (pageList == nullptr) {
-        for (DWORD page = 1; page <= count; ++page) pages.push_back(page);
+        pages = AllPages(count);
     } else if (!ParsePages(pageList, count, &pages)) {
         std::fprintf(stderr, "velmora: %s: not pages of %s (%lu pages)\n", pageList, in,
                      static_cast<unsigned long>(count));

@@ -194,7 +194,7 @@ int RecogniseTiff(const char* path, const char* language, const char* pageList) 
     const DWORD count = CountTiffPages(tiff);
     std::vector<DWORD> pages;
     if (pageList == nullptr) {
-        for (DWORD page = 1; page <= count; ++page) pages.push_back(page);
+        pages = AllPages(count);
     } else if (!ParsePages(pageList, count, &pages)) {
         std::fprintf(stderr, "velmora: %s: not pages of %s (%lu pages)\n", pageList, path,
                      static_cast<unsigned long>(count));
@@ -290,10 +290,7 @@ int RunOcrAttach(int argc, char** argv) {
     if (tiff == nullptr) return Fail(path);
     const DWORD count = CountTiffPages(tiff);
     CloseVelmoraTIFF(tiff);
-    if (page > count) {
-        std::fprintf(stderr, "velmora: %s has %lu pages\n", path, static_cast<unsigned long>(count));
-        return 2;
-    }
+    if (!PageWithin(path, page, count)) return 2;
     std::vector<HGLOBAL> records(page, nullptr);
     records[page - 1] = BuildOcrRecord(lines);
     if (records[page - 1] == nullptr) {

@@ -122,14 +122,7 @@ int StoreOcrRecords(const char* path, const std::vector<HGLOBAL>& records) {
     HGLOBAL tiff = OpenVelmoraTIFF(path, 0x80000000u, 0);
     if (tiff == nullptr) return Fail(path);
     const std::string temporary = std::string(path) + ".velmora-ocr";
-    HGLOBAL target = OpenVelmoraTIFF(temporary.c_str(), 0xC0000000u, 1);
-    if (target == nullptr) {
-        CloseVelmoraTIFF(tiff);
-        return Fail(temporary.c_str());
-    }
-    int result = 0;
-    const DWORD pages = CountTiffPages(tiff);
-    for (DWORD p = 1; p <= pages && result == 0; ++p) {
+    int result = RewritePages(path, AllPages(CountTiffPages(tiff)), temporary.c_str(), [&](DWORD p, HGLOBAL target) {
         VelmoraAppendTIFF append = {};
         append.size = VELMORA_APPEND_TIFF_SIZE_V5;
         append.compression = VELMORA_COMPRESSION_DEFAULT;
@@ -139,11 +132,8 @@ int StoreOcrRecords(const char* path, const std::vector<HGLOBAL>& records) {
             append.flags |= VELMORA_APPEND_OCR_TEXT;
             append.ocrText = records[p - 1];
         }
-        if (!AppendVelmoraOpenTIFFEx(target, &append)) {
-            result = FailPage(path, p);
-        }
-    }
-    if (!CloseVelmoraTIFF(target) && result == 0) result = Fail(temporary.c_str());
+        return AppendVelmoraOpenTIFFEx(target, &append) != FALSE;
+    });
     CloseVelmoraTIFF(tiff);
     std::error_code error;
     if (result == 0 && (std::filesystem::rename(temporary, path, error), error)) {
