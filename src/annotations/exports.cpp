@@ -267,6 +267,31 @@ Annotation* AnnotationAt(const AnnotationList& list, DWORD index, ErrorRecord* r
     return nullptr;
 }
 
+// The host's stream an insert extends: none (a new stream is made), or a
+// live block stating at least a header. False after refusing it; the call
+// is then finished.
+bool StreamToExtend(ExportCall& call, HGLOBAL stream, DWORD size) {
+    if (stream == nullptr) return true;
+    if (!call.Handle(stream)) return false;
+    if (size >= velmora::kStreamHeaderSize) return true;
+    Refuse(&call.record, velmora::kErrBadAnnotationData);
+    call.Finish();
+    return false;
+}
+
+// Appends `a` (taken over, freed on failure) to the host's stream, which is
+// replaced only once the new one is complete; the new annotation's index,
+// or -1.
+LONG AppendToStream(Annotation* a, HGLOBAL* annotations, LPDWORD size, ErrorRecord* record) {
+    AnnotationList list;
+    if (*annotations != nullptr && !Load(*annotations, *size, &list, record)) {
+        velmora::DeleteAnnotation(a);
+        return -1;
+    }
+    const LONG index = static_cast<LONG>(list.size());
+    return list.Append(a, record) && Store(list, annotations, size, record) ? index : -1;
+}
+
 // ---- Inserting -------------------------------------------------------------------
 
 bool Readable(const void* pointer, size_t bytes, ErrorRecord* record) {
@@ -637,25 +662,11 @@ LONG VELMORA_API InsertVelmoraAnnotation(HGLOBAL* annotations, LPDWORD size, DWO
         !call.Readable(record, sizeof(WORD))) {
         return -1;
     }
-    if (*annotations != nullptr) {
-        if (!call.Handle(*annotations)) return -1;
-        if (*size < velmora::kStreamHeaderSize) {
-            Refuse(&call.record, velmora::kErrBadAnnotationData);
-            call.Finish();
-            return -1;
-        }
-    }
+    if (!StreamToExtend(call, *annotations, *size)) return -1;
     if (!call.Value(mode == VELMORA_INSERT_RECTANGLE || mode == VELMORA_INSERT_PICTURE)) return -1;
     Annotation* a = mode == VELMORA_INSERT_RECTANGLE ? RectangleFromRecord(record, &call.record)
                                                      : PictureFromRecord(record, &call.record);
-    AnnotationList list;
-    LONG index = -1;
-    if (a != nullptr && (*annotations == nullptr || Load(*annotations, *size, &list, &call.record))) {
-        index = static_cast<LONG>(list.size());
-        if (!list.Append(a, &call.record) || !Store(list, annotations, size, &call.record)) index = -1;
-    } else {
-        velmora::DeleteAnnotation(a);
-    }
+    const LONG index = a != nullptr ? AppendToStream(a, annotations, size, &call.record) : -1;
     return call.Finish() ? index : -1;
 }
 
@@ -665,29 +676,17 @@ LONG VELMORA_API InsertVelmoraRedaction(HGLOBAL* annotations, LPDWORD size, cons
         !call.Readable(rect, sizeof *rect)) {
         return -1;
     }
-    if (*annotations != nullptr) {
-        if (!call.Handle(*annotations)) return -1;
-        if (*size < velmora::kStreamHeaderSize) {
-            Refuse(&call.record, velmora::kErrBadAnnotationData);
-            call.Finish();
-            return -1;
-        }
-    }
+    if (!StreamToExtend(call, *annotations, *size)) return -1;
     if (!call.Value(flags == 0 && rect->left >= 0 && rect->top >= 0 && rect->left < rect->right &&
                     rect->top < rect->bottom)) {
         return -1;
     }
-    AnnotationList list;
     LONG index = -1;
-    if (*annotations == nullptr || Load(*annotations, *size, &list, &call.record)) {
-        Annotation* a = velmora::NewAnnotation(AnnotationFamily::Rectangle, nullptr, &call.record);
-        if (a != nullptr) {
-            a->nodeFlags = velmora::kNodeFontFlag | velmora::kNodeRedaction;
-            a->rectangle.rect = RectOf(*rect);
-            a->rectangle.backColor = 0;
-            index = static_cast<LONG>(list.size());
-            if (!list.Append(a, &call.record) || !Store(list, annotations, size, &call.record)) index = -1;
-        }
+    if (Annotation* a = velmora::NewAnnotation(AnnotationFamily::Rectangle, nullptr, &call.record)) {
+        a->nodeFlags = velmora::kNodeFontFlag | velmora::kNodeRedaction;
+        a->rectangle.rect = RectOf(*rect);
+        a->rectangle.backColor = 0;
+        index = AppendToStream(a, annotations, size, &call.record);
     }
     return call.Finish() ? index : -1;
 }
