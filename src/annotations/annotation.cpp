@@ -94,6 +94,21 @@ bool PackedTimeToFileTime(const PackedTime& time, uint64_t* fileTime) {
     return true;
 }
 
+SYSTEMTIME UnpackTime(const PackedTime& time) {
+    SYSTEMTIME out = {};
+    uint64_t fileTime = 0;
+    if (!PackedTimeToFileTime(time, &fileTime)) return out;
+    out.wYear = static_cast<WORD>(time.words[2] >> 4);
+    out.wMonth = static_cast<WORD>(time.words[2] & 15);
+    out.wDay = static_cast<WORD>(time.words[1] >> 5);
+    out.wHour = static_cast<WORD>(time.words[1] & 31);
+    out.wMinute = static_cast<WORD>(time.words[0] >> 6);
+    out.wSecond = static_cast<WORD>(time.words[0] & 63);
+    // 1601-01-01 was a Monday (1).
+    out.wDayOfWeek = static_cast<WORD>((fileTime / 864000000000u + 1) % 7);
+    return out;
+}
+
 // ---- Texts -------------------------------------------------------------------
 
 bool AnnotationText::Assign(const char16_t* text, size_t length, ErrorRecord* record) {

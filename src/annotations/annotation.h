@@ -82,6 +82,9 @@ PackedTime PackedNow();
 // The time as a file time (100 ns since 1601, milliseconds 0); false for an
 // invalid time.
 bool PackedTimeToFileTime(const PackedTime& time, uint64_t* fileTime);
+// The time as a calendar time with its day of the week; all zero for a time
+// that is not valid.
+SYSTEMTIME UnpackTime(const PackedTime& time);
 
 // A NUL-terminated UTF-16 text in a checked block. An empty text holds no
 // block at all.

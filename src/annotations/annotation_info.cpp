@@ -29,21 +29,6 @@ void DescribeText(const RectangleFields& r, VelmoraAnnotationInfo* info) {
 
 }  // namespace
 
-SYSTEMTIME UnpackTime(const PackedTime& time) {
-    SYSTEMTIME out = {};
-    uint64_t fileTime = 0;
-    if (!PackedTimeToFileTime(time, &fileTime)) return out;
-    out.wYear = static_cast<WORD>(time.words[2] >> 4);
-    out.wMonth = static_cast<WORD>(time.words[2] & 15);
-    out.wDay = static_cast<WORD>(time.words[1] >> 5);
-    out.wHour = static_cast<WORD>(time.words[1] & 31);
-    out.wMinute = static_cast<WORD>(time.words[0] >> 6);
-    out.wSecond = static_cast<WORD>(time.words[0] & 63);
-    // 1601-01-01 was a Monday (1).
-    out.wDayOfWeek = static_cast<WORD>((fileTime / 864000000000u + 1) % 7);
-    return out;
-}
-
 const AnnotationText* AnnotationShownText(const Annotation& annotation) {
     switch (annotation.family) {
         case AnnotationFamily::Rectangle: return &annotation.rectangle.text;

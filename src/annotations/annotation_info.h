@@ -18,8 +18,4 @@ void DescribeAnnotation(const Annotation& annotation, VelmoraAnnotationInfo* inf
 // picture's attached text; null for the other families.
 const AnnotationText* AnnotationShownText(const Annotation& annotation);
 
-// The time as a calendar time with its day of the week; all zero for a time
-// that is not valid.
-SYSTEMTIME UnpackTime(const PackedTime& time);
-
 }  // namespace velmora
