@@ -165,6 +165,18 @@ Stream* OpenFileStream(const char16_t* path, uint32_t access, bool share, bool c
     return stream;
 }
 
+bool ReadWholeFile(const char16_t* path, CheckedArray<uint8_t>* bytes, ErrorRecord* record) {
+    Stream* stream = OpenFileStream(path, kStreamRead, true, false, record);
+    if (stream == nullptr) return false;
+    const uint64_t size = StreamSize64(stream, record);
+    if (record->ok() && size > 0xFFFFFFFFu) SetRecordError(record, kErrGeneral, 0);
+    if (record->ok() && bytes->Sized(size, record)) {
+        StreamRead(stream, bytes->data(), static_cast<uint32_t>(size), kErrBadFileData, record);
+    }
+    CloseStream(stream, record);
+    return record->ok();
+}
+
 Stream* OpenHandleStream(intptr_t file, ErrorRecord* record) {
     if (record->failed()) return nullptr;
     Stream* stream = NewStream(StreamKind::File, 0, std::u16string(), record);

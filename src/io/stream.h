@@ -13,6 +13,7 @@
 
 #include <cstdint>
 
+#include "frame/checked_array.h"
 #include "frame/error_record.h"
 #include "velmora/wintypes.h"
 
@@ -38,6 +39,10 @@ struct Stream;
 // does not exist, else opens an existing one. `share` lets other processes
 // read the file meanwhile (advisory outside Windows).
 Stream* OpenFileStream(const char16_t* path, uint32_t access, bool share, bool create, ErrorRecord* record);
+
+// Reads the whole file at `path` into `bytes`; a file of 4 GiB or more is
+// refused with 0x02000009 ("Error.").
+bool ReadWholeFile(const char16_t* path, CheckedArray<uint8_t>* bytes, ErrorRecord* record);
 // Wraps an open platform file that the caller keeps owning (access 0).
 Stream* OpenHandleStream(intptr_t file, ErrorRecord* record);
 // A read-only window of `length` bytes from `start` of `inner`; the inner

@@ -90,19 +90,6 @@ bool AppendText(const char* text, CheckedArray<char>* command, ErrorRecord* reco
     return true;
 }
 
-// Reads the whole file at `path`.
-bool ReadWholeFile(const std::u16string& path, CheckedArray<uint8_t>* bytes, ErrorRecord* record) {
-    Stream* stream = OpenFileStream(path.c_str(), kStreamRead, true, false, record);
-    if (stream == nullptr) return false;
-    const uint64_t size = StreamSize64(stream, record);
-    if (record->ok() && size > 0xFFFFFFFFu) SetRecordError(record, kErrGeneral, 0);
-    if (record->ok() && bytes->Sized(size, record)) {
-        StreamRead(stream, bytes->data(), static_cast<uint32_t>(size), kErrBadFileData, record);
-    }
-    CloseStream(stream, record);
-    return record->ok();
-}
-
 // Runs the converter on the TIFF at `input`, checks its PDF at `output` and
 // copies that to `destination`.
 bool RunConverter(Jbig2Entry entry, const std::u16string& input, const std::u16string& output, uint32_t pages,
@@ -114,7 +101,7 @@ bool RunConverter(Jbig2Entry entry, const std::u16string& input, const std::u16s
         return false;
     }
     CheckedArray<uint8_t> pdf;
-    if (entry(command.data()) != 0 || !ReadWholeFile(output, &pdf, record) ||
+    if (entry(command.data()) != 0 || !ReadWholeFile(output.c_str(), &pdf, record) ||
         CountPdfPageObjects(pdf.data(), pdf.size()) != pages) {
         SetRecordError(record, kErrGeneral, 0);
         return false;

@@ -38,11 +38,7 @@ void ReadSrgbProfile(CheckedArray<uint8_t>* profile, ErrorRecord* record) {
         SetRecordError(record, error, 0);
         return;
     }
-    Stream* file = OpenFileStream(path.c_str(), kStreamRead, true, false, record);
-    if (file == nullptr) return;
-    const uint32_t size = StreamSize(file, record);
-    if (record->ok() && profile->Sized(size, record)) StreamRead(file, profile->data(), size, kErrBadFileData, record);
-    CloseStream(file, nullptr);
+    ReadWholeFile(path.c_str(), profile, record);
 }
 
 void WriteWholeStream(PdfDocument* document, PdfObject* stream, uint32_t number, const CheckedArray<uint8_t>& data,
